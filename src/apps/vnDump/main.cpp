@@ -1,0 +1,43 @@
+#include "base/CommandLine.h"
+#include "debug/verbs/LookupVerbs.h"
+#include "debug/verbs/TypeVerbs.h"
+#include "elf/dump/ElfListing.h"
+
+namespace {
+
+constexpr CommandOption listing[] = {{"json", nullptr, "print one JSON document"}};
+constexpr CommandOption elfOptions[] = {
+    {"header", nullptr, "the file header"},
+    {"segments", nullptr, "the program headers"},
+    {"sections", nullptr, "the section headers"},
+    {"symbols", nullptr, "the symbol table"},
+    {"all", nullptr, "all of these; without any option all but the symbols"},
+    {"demangle", nullptr, "C++ names as declarations"},
+    {"json", nullptr, "print one JSON document"},
+};
+constexpr CommandOption frameOptions[] = {
+    {"stack-usage", nullptr, "the stack that functions need, in bytes; without addresses of all functions"},
+    {"json", nullptr, "print one JSON document"},
+};
+
+constexpr CommandVerb verbs[] = {
+    {"elf", "FILE", "lists the tables of an ELF file", 1, 1, elfOptions, dumpElf},
+    {"text", "FILE", "the full text dump, ELF and DWARF", 1, 1, {}, dumpText},
+    {"symbol", "FILE NAME|ADDRESS...", "symbols by their names and addresses", 2, -1, listing, dumpSymbols},
+    {"line", "FILE ADDRESS...", "function, return type, file, line, start and end of the row", 2, -1, listing,
+     dumpLines},
+    {"address", "FILE SOURCE:LINE...", "addresses of source lines", 2, -1, listing, dumpAddresses},
+    {"type", "FILE NAME...", "layout: members, offsets, sizes, bit fields", 2, -1, listing, dumpTypes},
+    {"variables", "FILE ADDRESS", "parameters, locals and globals in scope with their location expressions", 2, 2,
+     listing, dumpVariables},
+    {"frame", "FILE ADDRESS...", "rules for the canonical frame address and the registers", 1, -1, frameOptions,
+     dumpFrames},
+};
+
+} // namespace
+
+int main(int argumentCount, char **arguments)
+{
+    return CommandLine("vnDump", "lists and looks things up in ELF files and their debug information", verbs)
+        .run(argumentCount, arguments, VN_VERSION);
+}

@@ -1,0 +1,81 @@
+#include "console/LineReader.h"
+
+#include "base/CommandLine.h"
+
+#include <cerrno>
+#include <clocale>
+#include <cstdio>
+#include <cstdlib>
+#include <histedit.h>
+#include <unistd.h>
+
+struct LineReader::Editor
+{
+    explicit Editor(const char *program) : lines(history_init()), editLine(el_init(program, stdin, stdout, stderr))
+    {
+        constexpr int keptLines = 1000;
+        HistEvent event;
+        history(lines, &event, H_SETSIZE, keptLines);
+        history(lines, &event, H_SETUNIQUE, 1);
+        el_set(editLine, EL_CLIENTDATA, this);
+        el_set(
+            editLine, EL_PROMPT, +[](EditLine *line) {
+                Editor *editor = nullptr;
+                el_get(line, EL_CLIENTDATA, &editor);
+                return editor->prompt.data();
+            });
+        el_set(editLine, EL_EDITOR, "emacs");
+        el_set(editLine, EL_HIST, history, lines);
+        el_source(editLine, nullptr); // the user's ~/.editrc
+    }
+    ~Editor()
+    {
+        el_end(editLine);
+        history_end(lines);
+    }
+
+    QByteArray prompt;
+    History *lines;
+    EditLine *editLine;
+};
+
+LineReader::LineReader(const char *program)
+{
+    if (!isatty(STDIN_FILENO) || !isatty(STDOUT_FILENO))
+        return;
+    std::setlocale(LC_CTYPE, ""); // what a character is; the editor asks
+    m_editor = std::make_unique<Editor>(program);
+}
+
+LineReader::~LineReader() = default;
+
+std::optional<QString> LineReader::read(const QString &prompt)
+{
+    if (m_editor) {
+        m_editor->prompt = prompt.toUtf8();
+        int count = 0;
+        errno = 0;
+        const char *line = el_gets(m_editor->editLine, &count);
+        if (!line && count < 0 && errno == EINTR) {
+            std::fputc('\n', stdout);
+            return QString();
+        }
+        if (!line || count <= 0)
+            return {};
+        HistEvent event;
+        if (count > 1)
+            history(m_editor->lines, &event, H_ENTER, line);
+        const QString text = QString::fromUtf8(line, count);
+        return text.endsWith(u'\n') ? text.chopped(1) : text;
+    }
+    printOut(prompt);
+    std::fflush(stdout);
+    char *line = nullptr;
+    size_t capacity = 0;
+    const ssize_t length = getline(&line, &capacity, stdin);
+    const std::unique_ptr<char, void (*)(void *)> owner(line, std::free);
+    if (length < 0)
+        return {};
+    const QString text = QString::fromUtf8(line, length);
+    return text.endsWith(u'\n') ? text.chopped(1) : text;
+}

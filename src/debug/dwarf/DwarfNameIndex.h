@@ -1,0 +1,44 @@
+#pragma once
+
+#include "debug/dwarf/DwarfDebuggingInformationEntry.h"
+
+class DwarfFile;
+
+// Where the entries with a bare name stand ("run" for Motor::run): all of global kinds, enumerators and
+// enumerations, declarations included, but no variables inside functions. Made in one pass over the units that
+// keeps no entries.
+// Instances of class templates stand under the template's name too.
+//
+// The index holds hashes; who looks a name up asks the entries what they are called.
+class DwarfNameIndex
+{
+public:
+    explicit DwarfNameIndex(DwarfFile &file);
+
+    // The entries with that bare name in the order of their units; those of one unit in the order of their offsets.
+    std::vector<DwarfDebuggingInformationEntry> entriesNamed(QByteArrayView name) const;
+    // Whether there is a class named `name` and "<".
+    bool hasTemplate(QByteArrayView name) const;
+    size_t size() const { return m_entries.size(); }
+
+private:
+    struct Entry
+    {
+        quint32 hash;
+        quint32 unit; // its index; type units of .debug_types count behind those of .debug_info
+        quint32 offset;
+        quint32 next; // entry of the same bucket, or noEntry
+    };
+    static constexpr quint32 noEntry = ~quint32(0);
+
+    void addUnit(quint32 unitIndex);
+    void add(QByteArrayView name, quint32 unitIndex, quint32 offset);
+    template <typename Accept>
+    std::vector<DwarfDebuggingInformationEntry> find(QByteArrayView name, Accept accept) const;
+    DwarfCompilationUnit &unit(quint32 index) const;
+
+    DwarfFile *m_file;
+    std::vector<Entry> m_entries;   // in the order of their units
+    std::vector<quint32> m_buckets; // the last entry of each, by the hash's high bits
+    quint32 m_shift = 0;            // of a hash to its bucket
+};

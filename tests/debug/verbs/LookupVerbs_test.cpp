@@ -1,0 +1,238 @@
+#include "debug/verbs/CompiledProgram.h"
+#include "support/QtPrinters.h"
+
+#include <QRegularExpression>
+#include <map>
+
+using namespace Qt::StringLiterals;
+
+namespace {
+
+const char programText[] = R"(
+namespace device {
+struct Base { int id; };
+struct Motor : Base {
+    int run(int x);
+    int speed;
+};
+int Motor::run(int x)
+{
+    int total = 0;
+    for (int i = 0; i < x; ++i)
+        total += speed * i;
+    return total;
+}
+template <typename T> T twice(T value) { return value + value; }
+}
+device::Motor motor;
+static void poke(volatile int *where)
+{
+    *where = device::twice(*where);
+}
+extern "C" int main()
+{
+    poke(&motor.speed);
+    return motor.run(3);
+}
+)";
+
+// Each compiler builds once.
+class LookupVerbs : public testing::TestWithParam<Compiler>
+{
+protected:
+    struct Program
+    {
+        TemporaryFolder folder;
+        QString elf = {};
+    };
+
+    void SetUp() override
+    {
+        static std::map<std::string, Program> programs;
+        const auto [entry, isNew] = programs.try_emplace(GetParam().name);
+        program = &entry->second;
+        if (isNew)
+            program->elf = build(program->folder, GetParam(), programText);
+        elf = program->elf;
+        if (elf.isEmpty())
+            GTEST_SKIP() << GetParam().command.first().toStdString() << " isn't installed";
+    }
+
+    Program *program;
+    QString elf;
+};
+
+// The addresses of main's and run's bytes, from the file's symbols.
+std::pair<quint32, quint32> extent(const QString &elf, const char *name)
+{
+    const QJsonObject symbol = json({u"symbol"_s, u"--json"_s, elf, QString::fromLatin1(name)})[0].toObject();
+    return {symbol[u"address"].toString().toUInt(nullptr, 0), quint32(symbol[u"size"].toInt())};
+}
+
+TEST_P(LookupVerbs, LinesAreGdbs)
+{
+    if (tool("gdb-multiarch").isEmpty())
+        GTEST_SKIP() << "gdb-multiarch isn't installed";
+    QStringList ours = {u"line"_s, u"--json"_s, elf};
+    QStringList gdb = {u"-nx"_s, u"-batch"_s, elf};
+    for (const char *function : {"main", "device::Motor::run(int)", "poke", "int device::twice<int>(int)"}) {
+        const auto [start, size] = extent(elf, function);
+        if (size == 0)
+            continue; // a name that this compiler gives otherwise
+        for (quint32 address = start; address < start + size; address += 2) {
+            ours += u"0x"_s + QString::number(address, 16);
+            gdb += {u"-ex"_s, u"info line *"_s + ours.last()};
+        }
+    }
+    const QJsonArray answers = json(ours);
+    QStringList expected = lines(runProgram(tool("gdb-multiarch"), gdb));
+    expected.removeIf([](const QString &line) { return !line.startsWith(u"Line "); });
+    ASSERT_EQ(expected.size(), answers.size());
+    ASSERT_GT(answers.size(), 30);
+    static const QRegularExpression row(u"^Line (\\d+) of \"(.*)\" (starts at|is at) address (0x[0-9a-f]+)"_s);
+    for (qsizetype i = 0; i < answers.size(); ++i) {
+        const QJsonObject answer = answers[i].toObject();
+        EXPECT_EQ(QString::number(answer[u"line"].toInt()), row.match(expected[i]).captured(1))
+            << answer[u"query"].toString().toStdString();
+        EXPECT_TRUE(answer[u"file"].toString().endsWith(u"/main.cpp"));
+        EXPECT_EQ(answer[u"file"].toString().at(0), u'/');
+    }
+    const auto [run, size] = extent(elf, "device::Motor::run(int)");
+    const QJsonObject first = json({u"line"_s, u"--json"_s, elf, QString::number(run)})[0].toObject();
+    EXPECT_EQ(first[u"function"].toString(), u"Motor::run"_s);
+    EXPECT_EQ(first[u"type"].toString(), u"int"_s);
+    EXPECT_EQ(first[u"start"].toString(), u"0x%1"_s.arg(run, 8, 16, QChar(u'0')));
+}
+
+TEST_P(LookupVerbs, AddressesAreThoseOfTheLineTable)
+{
+    const auto [run, size] = extent(elf, "device::Motor::run(int)");
+    for (const QString &source :
+         {u"main.cpp"_s, program->folder.path("main.cpp"), program->folder.root() + u"/x/../main.cpp"_s}) {
+        const QJsonObject answer = json({u"address"_s, u"--json"_s, elf, source + u":10"_s})[0].toObject();
+        ASSERT_EQ(answer[u"addresses"].toArray().size(), 1) << source.toStdString();
+        EXPECT_LT(answer[u"addresses"][0].toString().toUInt(nullptr, 0) - run, size);
+        EXPECT_EQ(answer[u"file"].toString(), program->folder.path("main.cpp"));
+    }
+    const QJsonObject none = json({u"address"_s, u"--json"_s, elf, u"main.cpp:1000"_s}, 1)[0].toObject();
+    EXPECT_TRUE(none[u"addresses"].toArray().isEmpty());
+}
+
+// "4a8 sp+8 ... c-8" columns of readelf's interpreted frames against ours.
+TEST_P(LookupVerbs, FramesAreReadelfs)
+{
+    if (tool("readelf").isEmpty())
+        GTEST_SKIP() << "readelf isn't installed";
+    const QStringList table = lines(runProgram(tool("readelf"), {u"--debug-dump=frames-interp"_s, u"-wN"_s, elf}));
+    static const QRegularExpression row(u"^([0-9a-f]{8})\\s+(?:r(\\d+)|sp|s0)([+-]\\d+)\\s+(.*)$"_s);
+    static const QRegularExpression cell(u"\\S+"_s);
+    QStringList columns;
+    int compared = 0;
+    bool isCie = false, isDebugFrame = false;
+    for (const QString &line : table) {
+        if (line.startsWith(u"Contents of"))
+            isDebugFrame = line.contains(u".debug_frame") || line.contains(u".zdebug_frame");
+        if (line.contains(u" CIE ") || line.contains(u" FDE "))
+            isCie = line.contains(u" CIE ");
+        if (line.trimmed().startsWith(u"LOC"))
+            columns = line.simplified().split(u' ').mid(2);
+        const auto match = row.match(line.simplified());
+        const auto spaced = match.hasMatch() ? match : row.match(line.simplified() + u' ');
+        if (isCie || !isDebugFrame || !spaced.hasMatch())
+            continue;
+        const QJsonObject answer = json({u"frame"_s, u"--json"_s, elf, u"0x"_s + spaced.captured(1)})[0].toObject();
+        if (GetParam().isArm) { // elsewhere registers have names
+            EXPECT_EQ(answer[u"cfa"][u"register"].toInt(), spaced.captured(2).toInt()) << line.toStdString();
+        }
+        EXPECT_EQ(answer[u"cfa"][u"offset"].toInt(), spaced.captured(3).toInt()) << line.toStdString();
+        QStringList ours, theirs;
+        for (const QJsonValue &rule : answer[u"registers"].toArray()) {
+            if (rule[u"rule"].toString() == u"offset")
+                ours += u"r%1 c%2"_s.arg(rule[u"register"].toInt()).arg(rule[u"offset"].toInt());
+        }
+        const QStringList cells = spaced.captured(4).simplified().split(u' ', Qt::SkipEmptyParts);
+        for (qsizetype i = 0; i < std::min(cells.size(), columns.size()); ++i) {
+            if (cells[i].startsWith(u"c"))
+                theirs += (columns[i] == u"ra" ? u"r14 "_s : columns[i] + u' ') + QString(cells[i]).remove(u'+');
+        }
+        if (GetParam().isArm) {
+            EXPECT_EQ(ours, theirs) << line.toStdString();
+        } else {
+            EXPECT_EQ(ours.size(), theirs.size()) << line.toStdString();
+        }
+        ++compared;
+    }
+    EXPECT_GT(compared, 5);
+}
+
+TEST_P(LookupVerbs, StackUsageListsFunctionsByAddress)
+{
+    quint32 last = 0;
+    bool hasMain = false;
+    for (const QJsonValue &row : json({u"frame"_s, u"--stack-usage"_s, u"--json"_s, elf})) {
+        const quint32 address = row[u"address"].toString().toUInt(nullptr, 0);
+        EXPECT_LT(last, address);
+        last = address;
+        if (row[u"function"].toString() == u"main") {
+            hasMain = true;
+            EXPECT_GE(row[u"stackUsage"].toInt(), 8);
+            const QJsonArray asked = json({u"frame"_s, u"--stack-usage"_s, u"--json"_s, elf, QString::number(address)});
+            EXPECT_EQ(asked[0].toObject(), row.toObject());
+        }
+    }
+    EXPECT_TRUE(hasMain);
+}
+
+TEST_P(LookupVerbs, SymbolsByNameAndAddress)
+{
+    const auto [run, size] = extent(elf, "device::Motor::run(int)");
+    const QJsonArray answers = json({u"symbol"_s, u"--json"_s, elf, u"device::Motor::run"_s,
+                                     u"_ZN6device5Motor3runEi"_s, QString::number(run + 2), u"motor"_s});
+    for (int i = 0; i < 3; ++i) {
+        const QJsonObject answer = answers[i].toObject();
+        EXPECT_EQ(answer[u"name"].toString(), u"device::Motor::run(int)"_s);
+        EXPECT_EQ(answer[u"type"].toString(), u"FUNC"_s);
+        EXPECT_EQ(answer[u"binding"].toString(), u"GLOBAL"_s);
+        EXPECT_EQ(answer[u"section"].toString(), u".text"_s);
+        EXPECT_EQ(answer[u"offset"].toInt(), i == 2 ? 2 : 0);
+        EXPECT_EQ(answer[u"mode"].isNull(), !GetParam().isArm);
+    }
+    EXPECT_EQ(answers[3][u"type"].toString(), u"OBJECT"_s);
+    EXPECT_EQ(answers[3][u"size"].toInt(), 8);
+    EXPECT_TRUE(json({u"symbol"_s, u"--json"_s, elf, u"nothing"_s}, 1)[0][u"name"].isNull());
+}
+
+INSTANTIATE_TEST_SUITE_P(Compilers, LookupVerbs, testing::ValuesIn(compilers()), [](const auto &compiler) {
+    return QString::fromLatin1(compiler.param.name).replace(QRegularExpression(u"\\W+"_s), u"_"_s).toStdString();
+});
+
+TEST(LookupVerbsUsage, RefusesWhatItCantRead)
+{
+    TemporaryFolder folder;
+    struct Row
+    {
+        QStringList arguments;
+        int status;
+        const char *message;
+    };
+    const QString text = folder.write("text", "no ELF file, whatever it is called");
+    const Row rows[] = {
+        {{u"line"_s}, 2, "arguments are missing"},
+        {{u"line"_s, text, u"main"_s}, 2, "'main' is no 32-bit address"},
+        {{u"line"_s, text, u"0x100000000"_s}, 2, "is no 32-bit address"},
+        {{u"address"_s, text, u"main.c"_s}, 2, "'main.c' is no SOURCE:LINE"},
+        {{u"address"_s, text, u"main.c:0"_s}, 2, "is no SOURCE:LINE"},
+        {{u"frame"_s, text}, 2, "an address is missing"},
+        {{u"line"_s, text, u"0"_s}, 1, "invalid ELF file"},
+        {{u"line"_s, folder.path("none"), u"0"_s}, 1, "cannot open"},
+        {{u"line"_s, folder.root(), u"0"_s}, 1, "cannot open"},
+    };
+    for (const Row &row : rows) {
+        const ProgramResult result = runProgram(u"vnDump"_s, row.arguments);
+        EXPECT_EQ(result.status, row.status) << row.message;
+        EXPECT_TRUE(result.error.contains(row.message)) << result.error.toStdString();
+        EXPECT_TRUE(result.out.isEmpty()) << result.out.toStdString();
+    }
+}
+
+} // namespace

@@ -1,0 +1,250 @@
+#include "debug/verbs/CompiledProgram.h"
+#include "support/QtPrinters.h"
+
+#include <QRegularExpression>
+#include <map>
+
+namespace {
+
+const char typesText[] = R"(
+enum Color { RED, GREEN = 5, BLUE = -2 };
+struct Base { int id; char c; };
+struct Left : virtual Base { int l; };
+struct Right : virtual Base { int r; };
+struct Diamond : Left, Right { int d; int grid[3][4]; static int instances; };
+struct Bits { unsigned a : 3; unsigned b : 5; int c : 17; unsigned char d : 2; unsigned long long e : 40; bool f : 1; };
+#pragma pack(push, 1)
+struct Packed { char x; unsigned a : 7; unsigned b : 30; short s; };
+#pragma pack(pop)
+typedef struct { int kind; union { int as_int; float as_float; struct { short lo, hi; }; }; int tail[]; } Anon;
+union U { int i; char b[4]; const volatile char *p; };
+namespace device {
+class Motor : public Base { public: int speed; Color mode : 4; const char *name; int &ref; Motor *next[2]; double gain; };
+int counter;
+}
+int Diamond::instances = 3;
+Diamond diamond; Bits bits; Packed packed; Anon anon; U u; device::Motor *motor; Color color;
+static int hidden = 4;
+__attribute__((noinline)) static int run(int x, const char *text)
+{
+    int total = 0;
+    static int calls = 1;
+    for (int i = 0; i < x; ++i) {
+        int step = text[i] * i;
+        total += step;
+    }
+    ++calls;
+    return total + hidden;
+}
+extern "C" int main()
+{
+    return run(3, "abc") + diamond.d + bits.a + packed.a + anon.kind + u.i + motor->speed + color + device::counter;
+}
+)";
+
+class TypeVerbs : public testing::TestWithParam<Compiler>
+{
+protected:
+    struct Program
+    {
+        TemporaryFolder folder;
+        QString elf = {};
+    };
+
+    void SetUp() override
+    {
+        static std::map<std::string, Program> programs;
+        const auto [entry, isNew] = programs.try_emplace(GetParam().name);
+        if (isNew)
+            entry->second.elf = build(entry->second.folder, GetParam(), typesText);
+        elf = entry->second.elf;
+        if (elf.isEmpty())
+            GTEST_SKIP() << GetParam().command.first().toStdString() << " isn't installed";
+    }
+
+    QJsonObject type(const char *name)
+    {
+        return json({u"type"_s, u"--json"_s, elf, QString::fromLatin1(name)})[0].toObject();
+    }
+    QJsonObject variables(quint32 address)
+    {
+        const ProgramResult result =
+            runProgram(u"vnDump"_s, {u"variables"_s, u"--json"_s, elf, u"0x"_s + QString::number(address, 16)});
+        EXPECT_EQ(result.status, 0) << result.error.toStdString();
+        return QJsonDocument::fromJson(result.out).object();
+    }
+
+    bool isVersion2() const { return QByteArrayView(GetParam().name).contains("DWARF 2"); }
+    // Strict DWARF 2 has no namespaces, and gcc's location lists hold absolute addresses there.
+    const char *motorName() const { return isVersion2() ? "Motor" : "device::Motor"; }
+    bool hasUnusableFrameBases() const { return isVersion2(); }
+
+    QString elf;
+};
+
+QString memberRow(int offset, int bitOffset, int bitSize, int size, const QString &name)
+{
+    return u"%1:%2 :%3 %4 %5"_s.arg(offset).arg(bitOffset).arg(bitSize).arg(size).arg(name);
+}
+
+// The members that gdb lists, those of anonymous members in their place. Where it leaves out an offset, in
+// unions, the last one told counts.
+QStringList gdbMembers(const QString &elf, const QString &type, int &size)
+{
+    static const QRegularExpression member(
+        u"^/\\*\\s+(?:(\\d+)(?::\\s*(\\d+))?\\s+\\|)?\\s+(\\d+) \\*/\\s+.*?(\\w+)(?:\\[[^;]*)?(?: : (\\d+))?;$"_s);
+    static const QRegularExpression opening(u"^/\\*\\s+(\\d+)\\s+\\|\\s+\\d+ \\*/.*\\{$"_s);
+    static const QRegularExpression total(u"total size \\(bytes\\): +(\\d+)"_s);
+    QStringList members;
+    int offset = 0;
+    const auto answer =
+        runProgram(tool("gdb-multiarch"), {u"-nx"_s, u"-batch"_s, elf, u"-ex"_s, u"ptype /o "_s + type});
+    for (const QString &line : lines(answer)) {
+        if (const auto found = opening.match(line); found.hasMatch() && !line.contains(u"type ="_s))
+            offset = found.captured(1).toInt();
+        if (const auto found = total.match(line); found.hasMatch())
+            size = found.captured(1).toInt(); // the outermost one comes last
+        const auto found = member.match(line);
+        if (!found.hasMatch())
+            continue;
+        if (!found.captured(1).isEmpty())
+            offset = found.captured(1).toInt();
+        members += memberRow(offset, found.captured(2).toInt(), found.captured(5).toInt(), found.captured(3).toInt(),
+                             found.captured(4));
+    }
+    return members;
+}
+
+QStringList ourMembers(const QJsonArray &members)
+{
+    QStringList rows;
+    for (const QJsonValue &value : members) {
+        const QJsonObject member = value.toObject();
+        if (member.contains(u"members"_s))
+            rows += ourMembers(member[u"members"].toArray());
+        else if (!member.contains(u"base"_s) && !member.contains(u"static"_s) &&
+                 !member[u"name"].toString().startsWith(u"_vptr"))
+            rows += memberRow(member[u"offset"].toInt(-1), member[u"bitOffset"].toInt(), member[u"bitSize"].toInt(),
+                              member[u"dimensions"] == QJsonArray{QJsonValue()} ? 0 : member[u"size"].toInt(),
+                              member[u"name"].toString());
+    }
+    return rows;
+}
+
+TEST_P(TypeVerbs, LayoutsAreGdbs)
+{
+    if (tool("gdb-multiarch").isEmpty())
+        GTEST_SKIP() << "gdb-multiarch isn't installed";
+    for (const char *name : {"Base", "Diamond", "Bits", "Packed", "Anon", "U", motorName()}) {
+        int size = -1;
+        const QStringList expected = gdbMembers(elf, QString::fromLatin1(name), size);
+        ASSERT_FALSE(expected.isEmpty()) << name;
+        const QJsonObject answer = type(name);
+        EXPECT_EQ(ourMembers(answer[u"members"].toArray()), expected) << name;
+        EXPECT_EQ(answer[u"size"].toInt(), size) << name;
+    }
+}
+
+TEST_P(TypeVerbs, TellsBasesTypesAndDimensions)
+{
+    const QJsonArray diamond = type("Diamond")[u"members"].toArray();
+    EXPECT_EQ(diamond[0][u"type"].toString(), u"struct Left"_s);
+    EXPECT_TRUE(diamond[0][u"base"].toBool());
+    EXPECT_FALSE(diamond[0][u"virtual"].toBool());
+    EXPECT_EQ(diamond[1][u"offset"].toInt(), 8);
+    const QJsonArray left = type("struct Left")[u"members"].toArray();
+    EXPECT_TRUE(left[0][u"virtual"].toBool());
+    EXPECT_TRUE(left[0][u"offset"].isNull());
+    for (const QJsonValue &member : diamond) {
+        if (member[u"name"] == u"grid"_s) {
+            EXPECT_EQ(member[u"dimensions"].toArray(), (QJsonArray{3, 4}));
+            EXPECT_EQ(member[u"type"].toString(), u"int[]"_s);
+        }
+        EXPECT_EQ(member[u"static"].toBool(), member[u"name"] == u"instances"_s);
+    }
+    const QJsonObject motor = type(motorName());
+    EXPECT_EQ(motor[u"name"].toString(), u"Motor"_s);
+    EXPECT_EQ(motor[u"kind"].toString(), u"class"_s);
+    const QJsonObject color = type("Color");
+    EXPECT_EQ(color[u"kind"].toString(), u"enum"_s);
+    ASSERT_EQ(color[u"enumerators"].toArray().size(), 3);
+    EXPECT_EQ(color[u"enumerators"].toArray()[2][u"value"].toInt(), -2);
+    EXPECT_EQ(type("Anon")[u"name"].toString(), u"Anon"_s);
+    EXPECT_TRUE(json({u"type"_s, u"--json"_s, elf, u"Nothing"_s}, 1)[0][u"kind"].isNull());
+}
+
+TEST_P(TypeVerbs, VariablesAreGdbs)
+{
+    if (tool("gdb-multiarch").isEmpty())
+        GTEST_SKIP() << "gdb-multiarch isn't installed";
+    if (hasUnusableFrameBases())
+        GTEST_SKIP() << "the compiler's frame bases don't count from the unit's low pc; gdb finds none either";
+    const auto symbol = json({u"symbol"_s, u"--json"_s, elf, u"run"_s})[0].toObject();
+    const quint32 start = symbol[u"address"].toString().toUInt(nullptr, 0);
+    ASSERT_GT(symbol[u"size"].toInt(), 20);
+    qsizetype mostLocals = 0;
+    static const QRegularExpression variable(u"Symbol (\\w+) is .*?, length (\\d+)\\."_s,
+                                             QRegularExpression::DotMatchesEverythingOption);
+    for (quint32 address = start; address < start + quint32(symbol[u"size"].toInt()); address += 8) {
+        const QJsonObject answer = variables(address);
+        EXPECT_EQ(answer[u"function"].toString(), u"run"_s);
+        EXPECT_EQ(answer[u"parameters"].toArray().size(), 2);
+        EXPECT_EQ(answer[u"parameters"].toArray()[1][u"type"].toString(), u"const char*"_s);
+        const QJsonArray locals = answer[u"locals"].toArray();
+        mostLocals = std::max(mostLocals, locals.size());
+        QStringList ours, expected;
+        for (const QJsonArray &list : {answer[u"parameters"].toArray(), locals}) {
+            for (const QJsonValue &one : list)
+                ours += u"%1 %2"_s.arg(one[u"name"].toString()).arg(one[u"size"].toInt());
+        }
+        const QString command = u"info scope *0x"_s + QString::number(address, 16);
+        const auto gdb = runProgram(tool("gdb-multiarch"), {u"-nx"_s, u"-batch"_s, elf, u"-ex"_s, command});
+        for (auto found = variable.globalMatch(QString::fromUtf8(gdb.out)); found.hasNext();) {
+            const auto one = found.next();
+            expected += u"%1 %2"_s.arg(one.captured(1), one.captured(2));
+        }
+        std::ranges::sort(ours);
+        std::ranges::sort(expected);
+        EXPECT_EQ(ours, expected) << command.toStdString();
+    }
+    EXPECT_EQ(mostLocals, 4); // total, calls, i, step
+}
+
+TEST_P(TypeVerbs, TellsWhereVariablesAre)
+{
+    if (hasUnusableFrameBases())
+        GTEST_SKIP() << "the compiler's frame bases don't count from the unit's low pc; gdb finds none either";
+    const auto symbol = json({u"symbol"_s, u"--json"_s, elf, u"run"_s})[0].toObject();
+    const QJsonObject answer = variables(symbol[u"address"].toString().toUInt(nullptr, 0) + 12);
+    const QJsonValue parameter = answer[u"parameters"].toArray()[0];
+    EXPECT_EQ(parameter[u"kind"].toString(), u"memory"_s);
+    EXPECT_TRUE(parameter[u"address"].isNull());
+    // By the frame base, or by clang from the stack pointer.
+    static const QRegularExpression expression(u"^(DW_OP_fbreg|DW_OP_breg13): -?\\d+$"_s);
+    EXPECT_TRUE(expression.match(parameter[u"expression"].toString()).hasMatch());
+    EXPECT_TRUE(parameter[u"bytes"].toString().startsWith(u"91"_s) ||
+                parameter[u"bytes"].toString().startsWith(u"7d"_s));
+    std::map<QString, QString> globals;
+    for (const QJsonValue &one : answer[u"globals"].toArray()) {
+        EXPECT_EQ(one[u"kind"].toString(), u"address"_s);
+        globals[one[u"name"].toString()] = one[u"address"].toString();
+    }
+    for (const QString &name : {u"bits"_s, u"hidden"_s, u"counter"_s, u"instances"_s, u"color"_s})
+        EXPECT_TRUE(globals.contains(name)) << name.toStdString();
+    const auto bits = json({u"symbol"_s, u"--json"_s, elf, u"bits"_s})[0].toObject();
+    EXPECT_EQ(globals[u"bits"_s], bits[u"address"].toString());
+}
+
+INSTANTIATE_TEST_SUITE_P(Compilers, TypeVerbs, testing::ValuesIn(compilers()), [](const auto &compiler) {
+    return QString::fromLatin1(compiler.param.name).replace(QRegularExpression(u"\\W+"_s), u"_"_s).toStdString();
+});
+
+TEST(TypeVerbsUsage, RefusesWhatItCantRead)
+{
+    const ProgramResult result = runProgram(u"vnDump"_s, {u"variables"_s, u"none"_s, u"main"_s});
+    EXPECT_EQ(result.status, 2);
+    EXPECT_TRUE(result.error.contains("'main' is no 32-bit address")) << result.error.toStdString();
+    EXPECT_EQ(runProgram(u"vnDump"_s, {u"type"_s, u"none"_s, u"main"_s}).status, 1);
+}
+
+} // namespace
