@@ -69,6 +69,13 @@ public:
     // chain knows them.
     virtual QStringList languageArguments(const ProjectElement *element, const QString &configuration) = 0;
 
+    // Puts the tool chain's own properties into the schema, by the file that the element's project names for
+    // them; every operation here does it first. A command that such a property stands for in the project's
+    // additional options becomes its value; what was there before is kept in the backup property.
+    void loadGenericOptions(const ProjectElement *element, const QString &configuration);
+    // Reads files of options anew. To be called before a build, and behind what may have written such files.
+    void refresh();
+
     // The command that toolCommands would run. Nothing is written or reported.
     ToolCommand command(const ToolRequest &request);
     // What else the tool makes; relative or absolute as the target.

@@ -1,6 +1,8 @@
 #pragma once
 
+#include "build/commands/BuildFlags.h"
 #include "project/properties/PropertySchema.h"
+#include "xml/macros/MacroExpansion.h"
 
 #include <optional>
 
@@ -32,7 +34,24 @@ constexpr std::optional<BuildTool> buildToolOf(ToolKind kind)
     return BuildTool(kind);
 }
 
-ToolKind toolKind(StandardProjectSystem &system, const ProjectElement *element, const QString &configuration);
+// By the kind of the node and of its project. A folder has one only as a unity folder.
+ToolKind toolKind(const StandardProjectSystem &system, const ProjectElement *element, const QString &configuration,
+                  BuildFlags flags = 0);
 
 // Whether a file below the element, itself included, is C++.
-bool hasCppFile(StandardProjectSystem &system, const ProjectElement *element, const QString &configuration);
+bool hasCppFile(const StandardProjectSystem &system, const ProjectElement *element, const QString &configuration);
+
+// A folder whose sources are compiled as one file, which includes them.
+bool isUnityFolder(const StandardProjectSystem &system, const ProjectElement *element, const QString &configuration,
+                   BuildFlags flags = 0);
+// That file, absolute.
+QString unityFileName(const StandardProjectSystem &system, const ProjectElement *folder, const QString &configuration);
+// The folder's sources, those in plain folders within it too: what the file includes, and what the folder's filter
+// has compiled by itself. Files that are excluded from the build are in neither.
+struct UnityFiles
+{
+    QList<const ProjectElement *> members, excluded;
+};
+UnityFiles unityFiles(const StandardProjectSystem &system, const ProjectElement *folder, const QString &configuration);
+// The macros of the file, which take the place of those that the folder hasn't: InputPath and its like.
+MacroMap unityMacros(const StandardProjectSystem &system, const ProjectElement *folder, const QString &configuration);
