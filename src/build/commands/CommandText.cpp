@@ -135,8 +135,6 @@ MacroMap externalToolMacros(const QStringList &languageArguments)
                 includes += languageArguments[++i];
         }
     }
-    const auto quoted = [](const QStringList &arguments) {
-        return arguments.join(u' ').replace(u'"', "\\\""_L1);
-    };
+    const auto quoted = [](const QStringList &arguments) { return arguments.join(u' ').replace(u'"', "\\\""_L1); };
     return {{u"DEFINES"_s, quoted(defines)}, {u"INCLUDES"_s, quoted(includes)}};
 }

@@ -2,8 +2,11 @@
 
 #include "build/commands/BuildFlags.h"
 #include "build/commands/ToolKind.h"
+#include "project/properties/GenericOptions.h"
 
+#include <QSet>
 #include <QStringList>
+#include <memory>
 
 class Builder;
 
@@ -70,14 +73,17 @@ public:
     virtual QStringList languageArguments(const ProjectElement *element, const QString &configuration) = 0;
 
     // Puts the tool chain's own properties into the schema, by the file that the element's project names for
-    // them; every operation here does it first. A command that such a property stands for in the project's
-    // additional options becomes its value; what was there before is kept in the backup property.
+    // them; command() does it first. An additional option of the project's that such a property makes becomes its
+    // value; what was there before is kept in the backup property.
     void loadGenericOptions(const ProjectElement *element, const QString &configuration);
-    // Reads files of options anew. To be called before a build, and behind what may have written such files.
+    // Looks at the file system anew: files of options, directories that were made. To be called before a build
+    // and behind what may have written such files.
     void refresh();
 
     // The command that toolCommands would run. Nothing is written or reported.
     ToolCommand command(const ToolRequest &request);
+    // What names the inputs to linker and archiver, absolute; toolCommands writes it.
+    QString inputsFileName(const ToolRequest &request) const;
     // What else the tool makes; relative or absolute as the target.
     QStringList extraOutputs(ToolKind kind, const ProjectElement *element, const QString &configuration,
                              const QString &target);
@@ -97,4 +103,25 @@ public:
 protected:
     StandardProjectSystem &m_system;
     BuildState &m_state;
+
+private:
+    // What the commands of one tool have in common for all nodes with the same values.
+    struct Template;
+
+    const Template &templateOf(const ToolRequest &request);
+    void takeOverOptions(const ProjectElement *project, const QString &configuration);
+    QString intermediateDirectory(const ProjectElement *element, const QString &configuration) const;
+    QString dependencyPath(const ProjectElement *element, const QString &configuration, const QString &object,
+                           bool absolute) const;
+    QString expandedValue(const ProjectElement *element, ProjectProperty property, const QString &configuration) const;
+    std::optional<QString> existingFile(const ProjectElement *element, ProjectProperty property,
+                                        const QString &configuration) const;
+    void makeDirectory(const QString &path);
+    bool writeInputsFile(const ToolRequest &request, const QStringList &inputs, Builder &builder);
+
+    GenericOptions m_genericOptions;
+    QString m_genericOptionsPath, m_genericOptionsError;
+    std::vector<std::unique_ptr<Template>> m_templates; // the last used ones first
+    quint64 m_changeCount = 0;                          // of the system, when they were made
+    QSet<QString> m_directories;                        // that were made
 };

@@ -34,6 +34,9 @@ constexpr std::optional<BuildTool> buildToolOf(ToolKind kind)
     return BuildTool(kind);
 }
 
+// The project around the node, or the node itself; null when it is in none.
+const ProjectElement *projectAround(const ProjectElement *element);
+
 // By the kind of the node and of its project. A folder has one only as a unity folder.
 ToolKind toolKind(const StandardProjectSystem &system, const ProjectElement *element, const QString &configuration,
                   BuildFlags flags = 0);
