@@ -17,7 +17,8 @@ struct Bookmark
     Severity severity = Severity::None;
     QString category;    // "Build Results" for what a build prints
     qint64 time = 0;     // ms since 1970 when it entered a log; 0 before
-    QStringList details; // lines of the tool that belong to it: the function around it before, the excerpt behind
+    QStringList context; // the tool's lines before it that tell where it was: "a.c: In function 'main':"
+    QStringList excerpt; // those behind it: the source line, the caret
 
     bool operator==(const Bookmark &) const = default;
 };

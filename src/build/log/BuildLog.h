@@ -101,7 +101,7 @@ private:
     BuildLogItem *addLeaf(int buildIndex, BuildLogItem *parent, const QString &text, quint32 flags, Severity severity);
     void setResult(BuildLogItem *item, const Bookmark &bookmark);
     void locateStep(int step);
-    void emitLocated(const Bookmark &bookmark);
+    qsizetype nextLocated(int step) const; // in m_located; -1: there is none
 
     Wording m_wording;
     bool m_isCycleMode = false;
@@ -112,7 +112,7 @@ private:
     QString m_transcript;
     FileLineTracker m_tracker;
     std::vector<BuildLogItem *> m_located; // rows with a result, in the order found
-    qsizetype m_current = -1;       // in m_located
+    qsizetype m_current = -1;              // in m_located
     BuildLogItem *m_group = nullptr;
     BuildLogItem *m_selected = nullptr;
     int m_count = 0;

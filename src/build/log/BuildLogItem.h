@@ -8,20 +8,20 @@
 // Flags of a row of a log. Bits 0 to 7 are its severity.
 enum BuildLogFlag : quint32 {
     logSeverityMask = 0xFF,
-    logWideColumns = 0x700,   // three switches of the row's columns, for a window
-    logNotCounted = 0x800,    // stays out of the counters above it
-    logResultLine = 0x2000,   // marks a line about the build itself; no effect of its own
-    logTimed = 0x4000,        // started now, shows the time that it takes
-    logBytes = 0x8000,        // what the steps are, for the final rate
+    logWideColumns = 0x700, // three switches of the row's columns, for a window
+    logNotCounted = 0x800,  // stays out of the counters above it
+    logResultLine = 0x2000, // marks a line about the build itself; no effect of its own
+    logTimed = 0x4000,      // started now, shows the time that it takes
+    logBytes = 0x8000,      // what the steps are, for the final rate
     logTargets = 0x10000,
     logFiles = 0x20000,
     logProjects = 0x40000,
     logFolders = 0x80000,
     logCanOpen = 1u << 20,
     logOpen = 1u << 21,
-    logComplete = 1u << 23,   // complete from the start
-    logSucceeded = 1u << 24,  // gradient of success
-    logFailed = 1u << 25,     // gradient of failure
+    logComplete = 1u << 23,  // complete from the start
+    logSucceeded = 1u << 24, // gradient of success
+    logFailed = 1u << 25,    // gradient of failure
 };
 
 // Flags of the lines that a build writes.
@@ -72,7 +72,11 @@ public:
 
     const Bookmark &bookmark() const { return m_bookmark; }
     void setBookmark(const Bookmark &bookmark) { m_bookmark = bookmark; }
-    void addDetail(const QString &line) { m_bookmark.details += line; }
+    void addExcerpt(const QString &line) { m_bookmark.excerpt += line; }
+
+    // What a search found, in the text.
+    void setHighlight(int position, int length) { m_highlight = {position, length}; }
+    std::pair<int, int> highlight() const { return m_highlight; } // position and length
 
     // Counts a severity here and in every parent.
     void count(Severity severity);
@@ -92,8 +96,8 @@ public:
     qint64 started() const { return m_start; }
     bool isComplete() const { return m_isComplete; }
     void complete(qint64 now);
-    QString elapsedText(qint64 now) const;   // "2.5s"; with steps the time that is left; then "Completed"
-    QString rateText() const;                // "12 files/s" of a complete row
+    QString elapsedText(qint64 now) const; // "2.5s"; with steps the time that is left; then "Completed"
+    QString rateText() const;              // "12 files/s" of a complete row
     int busyFrame(qint64 now) const { return int((now - m_start) / 1000 & 3); } // of four, one a second
 
 private:
@@ -109,6 +113,7 @@ private:
     qint64 m_start, m_end = 0;
     int m_steps = 0, m_stepsDone = 0;
     Bookmark m_bookmark;
+    std::pair<int, int> m_highlight;
 };
 
 // "9.5s", "59s", "1:05s".

@@ -4,12 +4,12 @@
 
 // What GCC, Clang, the GNU assembler, GNU ld and LLD print. A line of no form of theirs gets the general parser.
 //
-//     a.c: In function 'main':                          kept as a detail of the next record
+//     a.c: In function 'main':                          context of the next record
 //     In file included from a.h:2,                      a record without severity
 //     a.c:4:19: warning: unused variable 'p' [-Wall]    a record
-//         4 |     int p;                                details of the record before (Clang: without "4 |")
+//         4 |     int p;                                excerpt of the record before (Clang: without "4 |")
 //           |         ^
-//     /bin/ld: x.o: in function `f':                    kept as a detail of the next record
+//     /bin/ld: x.o: in function `f':                    context of the next record
 //     a.c:12: undefined reference to `g'                an error, though nothing says so
 //     >>> referenced by a.c:3                           a note
 //
@@ -22,10 +22,16 @@ public:
     bool parse(const QString &line, Bookmark &out, bool isErrorOutput) override;
 
 private:
-    struct Form;
-    bool parseText(const QString &line, Form &form) const;
+    bool parseMessage(QStringView line, Bookmark &out);
+    bool parsePlaced(QStringView line, Bookmark &out);
+    bool parseSectionOffset(QStringView line, Bookmark &out) const;
+    bool parseUnplaced(QStringView line, Bookmark &out) const;
+    bool parseInclusion(QStringView line, Bookmark &out) const;
+    bool parseReference(QStringView line, Bookmark &out) const;
+    void setPlace(Bookmark &out, QStringView named, int line, int column) const;
+    QString sourceFile(QStringView named) const;
 
-    QStringList m_context;          // lines that belong to the next record
-    bool m_isBehindRecord = false;  // nothing but excerpts since the last record with a column
-    bool m_mayBeSource = false;     // that record was the line before: Clang's source line would come now
+    QStringList m_context;         // lines that belong to the next record
+    bool m_isBehindRecord = false; // nothing but excerpts since the last record
+    bool m_mayBeSource = false;    // the line before had a column: Clang's source line would come now
 };

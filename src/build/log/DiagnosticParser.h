@@ -22,7 +22,7 @@ public:
     // True when the line shall not reach the log at all.
     virtual bool filter(const QString &) { return false; }
     // A command that made `output` ended well.
-    virtual void finished(ProjectElement *, const QString & /*configuration*/, const QString & /*output*/) {}
+    virtual void finished(const ProjectElement *, const QString & /*configuration*/, const QString & /*output*/) {}
 
     // True when the line parsed last gave nothing of its own but belongs to the record before it: an excerpt of
     // the source, a caret under it.
