@@ -166,8 +166,14 @@ QByteArray CommandRecord::toBytes() const
     bytes += paths;
     append(bytes, quint64(m_outputs.size()), 4);
     bytes += outputs;
-    append(bytes, hashBytes(0, bytes.constData(), size_t(bytes.size())), 8);
-    return bytes;
+    return withChecksum(bytes);
+}
+
+QByteArray CommandRecord::withChecksum(const QByteArray &bytes)
+{
+    QByteArray checked = bytes;
+    append(checked, hashBytes(0, bytes.constData(), size_t(bytes.size())), 8);
+    return checked;
 }
 
 bool CommandRecord::fromBytes(QByteArrayView bytes)

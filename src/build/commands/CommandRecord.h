@@ -55,6 +55,7 @@ public:
 
     QByteArray toBytes() const;
     bool fromBytes(QByteArrayView bytes); // false, without records, for what toBytes can't have written
+    static QByteArray withChecksum(const QByteArray &bytes);
 
 private:
     struct Output

@@ -34,8 +34,9 @@ bool loadOptionsFile(const QString &path, QStringList &options, const QString &p
     QFile file(path);
     if (!file.open(QFile::ReadOnly))
         return false;
+    const QByteArray text = file.readAll();
     bool isComment = false;
-    for (QByteArrayView rest = file.readAll(), line; !rest.isEmpty();) {
+    for (QByteArrayView rest = text, line; !rest.isEmpty();) {
         const qsizetype end = rest.indexOf('\n');
         line = end < 0 ? rest : rest.first(end);
         rest = end < 0 ? QByteArrayView() : rest.sliced(end + 1);
