@@ -14,7 +14,7 @@ struct BuildJob
     const ProjectElement *element; // null: a barrier
     QString configuration;
     BuildFlags flags; // with the job's; the steps of a project-begin job in the upper 16 bits
-    QString title; // of a project-begin job
+    QString title;    // of a project-begin job
 
     bool isBarrier() const { return !element; }
 };

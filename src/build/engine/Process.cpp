@@ -11,7 +11,7 @@
 #include <fcntl.h>
 #include <poll.h>
 #include <spawn.h>
-#include <sys/pidfd.h>
+#include <sys/syscall.h>
 #include <sys/wait.h>
 #include <vector>
 
@@ -28,9 +28,8 @@ struct Redirection
     bool output, error, append;
 };
 constexpr Redirection redirections[] = {
-    {">", true, false, false},  {"1>", true, false, false}, {">>", true, false, true},
-    {"1>>", true, false, true}, {"2>", false, true, false}, {"2>>", false, true, true},
-    {"&>", true, true, false},  {"&>>", true, true, true},
+    {">", true, false, false},  {"1>", true, false, false}, {">>", true, false, true}, {"1>>", true, false, true},
+    {"2>", false, true, false}, {"2>>", false, true, true}, {"&>", true, true, false}, {"&>>", true, true, true},
 };
 
 const Redirection *redirectionNamed(const QString &word)
@@ -153,7 +152,7 @@ bool Process::start(const QStringList &arguments, const QString &directory, bool
     }
     if (!spawn(command, directory))
         return false;
-    while (wait && !poll())
+    while (wait && !pollAlone())
         idle();
     return true;
 }
@@ -210,24 +209,35 @@ bool Process::spawn(Command &command, const QString &directory)
         return false;
     }
     m_pid = pid;
-    m_end = FileDescriptor(::pidfd_open(pid, 0));
+    m_end = FileDescriptor(int(::syscall(SYS_pidfd_open, pid, 0)));
     m_isReady = false;
     return true;
 }
 
 bool Process::poll(int timeoutMs)
 {
-    if (!isRunning())
-        return true;
-    if (m_poller) {
-        if (!std::exchange(m_isReady, false))
-            return false;
-    } else {
+    if (!m_poller)
+        return pollAlone(timeoutMs);
+    if (isRunning() && !std::exchange(m_isReady, false))
+        return false;
+    return takeIn();
+}
+
+bool Process::pollAlone(int timeoutMs)
+{
+    if (isRunning()) {
         ProcessPoller alone;
         alone.m_processes.push_back(this);
         alone.wait(timeoutMs);
         m_isReady = false;
     }
+    return takeIn();
+}
+
+bool Process::takeIn()
+{
+    if (!isRunning())
+        return true;
     read(0);
     read(1);
     return reap();

@@ -34,6 +34,7 @@ public:
     // Takes in what the child has written, waiting for it as long as told; true when there is no child (any more).
     // With a poller it never waits and costs nothing while that has seen nothing of this child.
     bool poll(int timeoutMs = 100);
+    bool pollAlone(int timeoutMs = 100); // waits for this child in any case; an interrupt ends the wait
 
     bool isRunning() const { return m_pid > 0; }
     int exitStatus() const { return m_status; } // of the last child; 128 + signal when one ended it
@@ -61,6 +62,7 @@ private:
     bool spawn(Command &command, const QString &directory);
     void read(int stream);
     void take(int stream, QByteArrayView bytes);
+    bool takeIn();
     bool reap();
     void closeStream(int stream);
 

@@ -26,6 +26,13 @@ void countInterrupt(int)
     errno = error;
 }
 
+void drainInterruptPipe()
+{
+    char bytes[16];
+    while (interruptPipe[0] >= 0 && ::read(interruptPipe[0], bytes, sizeof bytes) > 0) {
+    }
+}
+
 } // namespace
 
 void ProcessPoller::wait(int timeoutMs)
@@ -52,6 +59,7 @@ void ProcessPoller::wait(int timeoutMs)
     if (::poll(watched.data(), watched.size(), timeoutMs) < 0 && errno != EINTR)
         for (pollfd &entry : watched)
             entry.revents = POLLIN; // the reads will tell what is wrong
+    drainInterruptPipe();           // the count stays
     // The same walk, in step with what was watched.
     auto seen = watched.begin();
     for (Process *process : m_processes) {
@@ -104,9 +112,7 @@ int InterruptCatcher::count()
 void InterruptCatcher::clear()
 {
     interruptCount = 0;
-    char byte;
-    while (interruptPipe[0] >= 0 && ::read(interruptPipe[0], &byte, 1) == 1) {
-    }
+    drainInterruptPipe();
 }
 
 int InterruptCatcher::descriptor()

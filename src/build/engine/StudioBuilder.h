@@ -12,9 +12,15 @@ class BuildLogItem;
 class DiagnosticParser;
 class StudioIdler;
 
+// "cp", "xmlcp", "mkhdr", "chmod" and "rm" as the first word become the paths of the installation's.
+QStringList installedCommand(QStringList arguments);
+// Arguments joined by blanks, those with a blank in double quotes.
+QString commandText(const QStringList &arguments);
+// A file that isn't empty and, where it says that it is an ELF file, can be read as one.
+bool isAcceptableOutput(const QString &path);
+
 // Runs the tools of one slot of a build and sends what they print to the log, below the item of the project that
-// is being built. "cp", "xmlcp", "mkhdr", "chmod" and "rm" are those of the installation. The output of a command
-// that fails or is stopped is deleted.
+// is being built. The output of a command that fails or is stopped is deleted.
 class StudioBuilder : public Builder, protected Process
 {
 public:
@@ -59,6 +65,7 @@ private:
     };
 
     void output(bool isStdout, const QByteArray &line) final;
+    void fail();
     BuildLogItem *parentItem() const;
 
     BuildState &m_state;
@@ -69,5 +76,6 @@ private:
     Step m_job{};
     std::vector<Step> m_steps;
     QString m_output; // of the command that runs
+    bool m_hasCommand = false;
     std::unique_ptr<DiagnosticParser> m_parser;
 };
