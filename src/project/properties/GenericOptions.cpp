@@ -58,6 +58,7 @@ void GenericOptions::addProperty(const XMLElement &element)
         if (known && element.hasAttribute("default")) {
             m_defaults.try_emplace(known, known->defaultValue);
             known->defaultValue = QString::fromUtf8(element.attribute("default"));
+            m_schema->noteChange();
         }
         return;
     }
@@ -79,8 +80,10 @@ void GenericOptions::addProperty(const XMLElement &element)
 
 void GenericOptions::forget()
 {
-    for (const auto &[known, text] : m_defaults)
+    for (const auto &[known, text] : m_defaults) {
         known->defaultValue = text;
+        m_schema->noteChange();
+    }
     m_defaults.clear();
     for (const PropertyClass *known : std::views::reverse(m_registered))
         m_schema->unregisterPropertyClass(known);
