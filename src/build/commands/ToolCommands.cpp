@@ -424,19 +424,22 @@ void ToolCommands::takeOverOptions(const ProjectElement *project, const QString 
     for (const Row &row : rows) {
         const QString key = schema[row.options].name, before = values->property(key);
         QStringList items = before.split(u';', Qt::SkipEmptyParts);
+        bool isShorter = false;
         for (const GenericPropertyClass *known : m_genericOptions.classesOf(row.tool)) {
-            for (const QString &choice : known->enumerates())
-                if (items.removeAll(known->optionsOf(choice).value(0)) > 0)
-                    values->setProperty(known->name, choice);
+            for (const QString &choice : known->enumerates()) {
+                if (items.removeAll(known->optionsOf(choice).value(0)) == 0)
+                    continue;
+                values->setProperty(known->name, choice);
+                isShorter = true;
+            }
         }
-        const QString after = items.join(u';');
-        if (after.size() >= before.size())
+        if (!isShorter)
             continue;
         if (!values->hasProperty(schema[row.backup].name))
             values->setProperty(schema[row.backup].name, before);
         if (items.isEmpty())
             values->removeProperty(key);
         else
-            values->setProperty(key, after);
+            values->setProperty(key, items.join(u';'));
     }
 }
