@@ -161,13 +161,17 @@ static void addUnityFiles(const StandardProjectSystem &system, const ProjectElem
         if (child->type() != ProjectElement::Type::File ||
             system.isYes(child, ProjectProperty::build_exclude_from_build, configuration))
             continue;
+        const ToolKind kind = compileKind(system, child, configuration, false);
+        if (!isCompile(kind))
+            continue;
         const QString path = system.path(child, configuration);
         const QString names[] = {path, system.relativePath(child, path), QFileInfo(path).fileName()};
         const auto matches = [&](const QRegularExpression &pattern) {
             return matchesWholly(pattern, names[0]) || matchesWholly(pattern, names[1]) ||
                    matchesWholly(pattern, names[2]);
         };
-        (std::any_of(filter.begin(), filter.end(), matches) ? files.excluded : files.members) += child;
+        const bool isAlone = kind == Assemble || std::any_of(filter.begin(), filter.end(), matches);
+        (isAlone ? files.excluded : files.members) += child;
     }
 }
 
