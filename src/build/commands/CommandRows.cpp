@@ -137,7 +137,7 @@ void CommandArguments::add(const CommandRow &row)
     }
 }
 
-const QString &CommandArguments::value(ProjectProperty property) const
+QString CommandArguments::value(ProjectProperty property) const
 {
     return m_system.value(m_request.element, property, m_request.configuration);
 }
