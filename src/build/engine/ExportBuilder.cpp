@@ -155,7 +155,8 @@ ExportBuilder::Rule &ExportBuilder::beginRule(Project &project, const ProjectEle
         project.rules.push_back({element, project.preBuild, {}, {}, {}, false});
         return project.rules.back();
     }
-    if (!project.rules.empty() && project.rules.back().element == element && project.rules.back().target != project.preBuild)
+    if (!project.rules.empty() && project.rules.back().element == element &&
+        project.rules.back().target != project.preBuild)
         return project.rules.back();
     ToolCommands &tools = m_engine.tools();
     const ToolKind kind = toolKind(m_engine.system(), element, configuration);
@@ -206,7 +207,8 @@ QStringList ExportBuilder::makeLines() const
         const Project &project = m_projects.at(key);
         for (const Rule &rule : project.rules)
             addRuleLines(project, rule, directories, lines);
-        if (projectTarget(project) == project.name && (project.rules.empty() || project.rules.back().target != project.name)) {
+        if (projectTarget(project) == project.name &&
+            (project.rules.empty() || project.rules.back().target != project.name)) {
             Rule whole{nullptr, project.name, {}, {}, {}, false};
             for (const Rule &rule : project.rules)
                 whole.inputs += rule.target;

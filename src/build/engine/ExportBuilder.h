@@ -49,10 +49,10 @@ private:
     };
     struct Project
     {
-        QString name;                // for what is no file
+        QString name; // for what is no file
         std::vector<Rule> rules;
-        QString preBuild;            // the target that its other rules wait for; empty if none
-        QStringList dependencies;    // targets of other projects that come first
+        QString preBuild;         // the target that its other rules wait for; empty if none
+        QStringList dependencies; // targets of other projects that come first
     };
 
     Project &project(const ProjectElement *element, const QString &configuration);
@@ -61,7 +61,8 @@ private:
     void addCommand(const QString &directory, const QString &line);
     void writeHelperFiles(const QString &directory);
     QStringList makeLines() const;
-    void addRuleLines(const Project &project, const Rule &rule, std::set<QString> &directories, QStringList &lines) const;
+    void addRuleLines(const Project &project, const Rule &rule, std::set<QString> &directories,
+                      QStringList &lines) const;
     QString ruleName(const QString &path) const;
 
     BuildEngine &m_engine;
