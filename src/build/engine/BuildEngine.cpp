@@ -22,8 +22,8 @@ struct BuildEngine::Record
     CommandRecord commands;
     const ProjectElement *project = nullptr;
     QString configuration, directory;
-    std::vector<FileTimes::Id> ids;         // of commands.paths(), as far as it goes
-    std::vector<FileTimes::Id> answer;      // of the last question
+    std::vector<FileTimes::Id> ids;    // of commands.paths(), as far as it goes
+    std::vector<FileTimes::Id> answer; // of the last question
 };
 
 BuildEngine::BuildEngine(StandardProjectSystem &system, ToolCommands &tools, BuildState &state, ProcessPoller *poller)
@@ -48,8 +48,7 @@ BuildResult BuildEngine::buildProject(const ProjectElement *element, const QStri
     m_tools.refresh();
     for (Builder *builder : builders)
         builder->reset();
-    const bool didSomething =
-        buildJobs(element, configuration, builders, idler, flags, followDependencies, batch);
+    const bool didSomething = buildJobs(element, configuration, builders, idler, flags, followDependencies, batch);
     saveRecords();
     m_isBuilding = false;
     if (m_state.stop)
@@ -60,8 +59,8 @@ BuildResult BuildEngine::buildProject(const ProjectElement *element, const QStri
 }
 
 bool BuildEngine::buildJobs(const ProjectElement *element, const QString &configuration,
-                            std::span<Builder *const> builders, Idler &idler, BuildFlags flags,
-                            bool followDependencies, bool batch)
+                            std::span<Builder *const> builders, Idler &idler, BuildFlags flags, bool followDependencies,
+                            bool batch)
 {
     using Type = ProjectElement::Type;
     BuildJobs jobs;
@@ -231,8 +230,7 @@ void BuildEngine::outputMade(const ProjectElement *element, const QString &confi
     m_times.setWritten(output);
     CommandRecord &commands = record(element, configuration);
     commands.setCommand(output, hash);
-    if (!isCompile(toolKind(m_system, element, configuration)) &&
-        !isUnityFolder(m_system, element, configuration))
+    if (!isCompile(toolKind(m_system, element, configuration)) && !isUnityFolder(m_system, element, configuration))
         return;
     // Read while the compiler's file is still at hand, so that the next build needn't open it.
     const FileStamp stamp = m_times.stamp(output);

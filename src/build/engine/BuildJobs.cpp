@@ -30,8 +30,8 @@ QStringList batchConfigurations(const StandardProjectSystem &system, const Proje
     const ProjectElement *solution = solutionOf(project);
     if (wanted == QStringList{u"Common"_s})
         return system.publicConfigurations(solution);
-    const QStringList names = system.configurationNames(
-        solution, ProjectSystem::PrivateConfigurations | ProjectSystem::PublicConfigurations);
+    const QStringList names =
+        system.configurationNames(solution, ProjectSystem::PrivateConfigurations | ProjectSystem::PublicConfigurations);
     QStringList result;
     for (const QString &entry : wanted) {
         const QRegularExpression pattern = entry.contains(u'*') ? wildcardPattern(entry, Qt::CaseInsensitive)

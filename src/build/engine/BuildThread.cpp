@@ -6,8 +6,13 @@
 
 BuildThread::BuildThread(BuildEngine &engine, const ProjectElement *element, const QString &configuration,
                          Builder &builder, Idler &idler, BuildFlags flags)
-    : m_engine(engine), m_element(element), m_configuration(configuration), m_builder(builder), m_idler(idler),
-      m_flags(flags), m_stepElement(element)
+    : m_engine(engine),
+      m_element(element),
+      m_configuration(configuration),
+      m_builder(builder),
+      m_idler(idler),
+      m_flags(flags),
+      m_stepElement(element)
 {}
 
 void BuildThread::prepare()

@@ -91,8 +91,8 @@ bool ElementBuild::compile(ToolKind kind)
 ElementBuild::CompilePlan ElementBuild::planCompile(ToolKind kind)
 {
     CompilePlan plan;
-    plan.source = m_isUnity ? unityFileName(m_system, m_element, m_configuration)
-                            : m_system.path(m_element, m_configuration);
+    plan.source =
+        m_isUnity ? unityFileName(m_system, m_element, m_configuration) : m_system.path(m_element, m_configuration);
     plan.target = m_tools.outputName(kind, m_element, m_configuration, false);
     plan.absoluteTarget = absolute(plan.target);
     if (!value(compile_pre_build_command).isEmpty()) {
@@ -136,8 +136,7 @@ QStringList ElementBuild::externalCompileWords(ToolKind kind, CompilePlan &plan)
     const int escaped = ProjectSystem::EscapedList | ProjectSystem::ExpandItems;
     add("TargetPath", [&] { return plan.absoluteTarget; });
     add("RelTargetPath", [&] { return relative(plan.absoluteTarget); });
-    add("DependencyPath",
-        [&] { return m_tools.dependencyFileName(m_element, m_configuration, plan.target, true); });
+    add("DependencyPath", [&] { return m_tools.dependencyFileName(m_element, m_configuration, plan.target, true); });
     add("RelDependencyPath",
         [&] { return m_tools.dependencyFileName(m_element, m_configuration, plan.target, false); });
     add("Defines", [&] { return joined(u"-D"_s, list(c_preprocessor_definitions, escaped)); });

@@ -15,8 +15,14 @@ using enum ProjectProperty;
 
 ElementBuild::ElementBuild(BuildEngine &engine, const ProjectElement *element, const QString &configuration,
                            Builder *builder, Idler &idler, BuildFlags flags)
-    : m_engine(engine), m_system(engine.system()), m_tools(engine.tools()), m_element(element),
-      m_configuration(configuration), m_builder(builder), m_idler(idler), m_flags(flags),
+    : m_engine(engine),
+      m_system(engine.system()),
+      m_tools(engine.tools()),
+      m_element(element),
+      m_configuration(configuration),
+      m_builder(builder),
+      m_idler(idler),
+      m_flags(flags),
       m_directory(m_system.projectDirectory(element)),
       m_isForced(flags & BuildFlag::force || m_system.isYes(element, build_always_rebuild, configuration))
 {}

@@ -74,7 +74,7 @@ private:
     QString expand(const QString &text, const MacroMap &extra = {}) const;
     QString expanded(ProjectProperty property, const MacroMap &extra = {}) const;
     QString expandedDirectory(ProjectProperty property) const; // absolute
-    QString absolute(const QString &path) const; // the empty one stays so
+    QString absolute(const QString &path) const;               // the empty one stays so
     QString relative(const QString &path) const;
     // The commands in a text that joins them by the separator, to be run in the directory.
     static Commands commands(const QString &text, QLatin1StringView separator, const QString &directory,

@@ -26,7 +26,7 @@ struct ElementBuild::LinkPlan
     QString mapFile;             // absolute; empty if none is made
     QStringList extraOutputs;
     ToolRequest request;
-    Commands external; // in place of the tool chain's
+    Commands external;   // in place of the tool chain's
     QString objectsFile; // absolute, for the external command
     QString preCommand, postCommand;
     QString error;
@@ -232,9 +232,9 @@ bool ElementBuild::isLinkUpToDate(const LinkPlan &plan)
             if (test.exists(m_directory, file))
                 inputs += file;
         }
-        for (const auto &file : {m_tools.linkerScript(m_element, m_configuration),
-                                 m_tools.memoryMapFile(m_element, m_configuration),
-                                 m_tools.sectionPlacementFile(m_element, m_configuration)}) {
+        for (const auto &file :
+             {m_tools.linkerScript(m_element, m_configuration), m_tools.memoryMapFile(m_element, m_configuration),
+              m_tools.sectionPlacementFile(m_element, m_configuration)}) {
             if (file)
                 inputs += *file;
         }
@@ -300,8 +300,7 @@ void ElementBuild::runLinkPostBuild(const LinkPlan &plan)
     if (plan.postCommand.isEmpty())
         return;
     const bool isLink = plan.kind == ToolKind::Link;
-    const QString directory =
-        expandedDirectory(isLink ? linker_post_build_command_wd : archive_post_build_command_wd);
+    const QString directory = expandedDirectory(isLink ? linker_post_build_command_wd : archive_post_build_command_wd);
     const Commands pieces = commands(plan.postCommand, isLink ? " && "_L1 : "&&"_L1, directory);
     if (pieces.empty())
         return;

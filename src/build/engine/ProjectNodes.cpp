@@ -64,8 +64,8 @@ QStringList dependencyNames(const StandardProjectSystem &system, const ProjectEl
     return names;
 }
 
-QList<const ProjectElement *> transitiveDependencies(const StandardProjectSystem &system,
-                                                     const ProjectElement *project, const QString &configuration)
+QList<const ProjectElement *> transitiveDependencies(const StandardProjectSystem &system, const ProjectElement *project,
+                                                     const QString &configuration)
 {
     QSet<const ProjectElement *> seen{project};
     QList<const ProjectElement *> result;

@@ -13,5 +13,5 @@ const ProjectElement *solutionOf(const ProjectElement *element);
 QStringList dependencyNames(const StandardProjectSystem &system, const ProjectElement *project,
                             const QString &configuration);
 // All projects that it depends on, directly or not, each once, depth first.
-QList<const ProjectElement *> transitiveDependencies(const StandardProjectSystem &system,
-                                                     const ProjectElement *project, const QString &configuration);
+QList<const ProjectElement *> transitiveDependencies(const StandardProjectSystem &system, const ProjectElement *project,
+                                                     const QString &configuration);

@@ -11,7 +11,8 @@ class Builder;
 class UpToDate
 {
 public:
-    UpToDate(BuildEngine &engine, Builder *builder, bool isQuiet) : m_engine(engine), m_builder(isQuiet ? nullptr : builder)
+    UpToDate(BuildEngine &engine, Builder *builder, bool isQuiet)
+        : m_engine(engine), m_builder(isQuiet ? nullptr : builder)
     {}
 
     // Names are relative to the directory or absolute, and are told as given. The first question: is it there?

@@ -23,7 +23,8 @@ ProjectElement *append(ProjectElement *parent, const char *tag)
 }
 
 // The nodes from `top` downwards that have configurations, without those of imports that can't be modified.
-template <typename Visit> void visitOwners(ProjectElement *top, const Visit &take)
+template <typename Visit>
+void visitOwners(ProjectElement *top, const Visit &take)
 {
     for (XMLNode *node = top; node;) {
         auto *element = static_cast<ProjectElement *>(node->toElement());
@@ -293,8 +294,7 @@ bool ProjectSystem::undoChange()
 }
 
 // What follows from a value that was set or removed.
-void ProjectSystem::noteValue(ProjectElement *element, const PropertyClass *propertyClass,
-                              const QString &configuration)
+void ProjectSystem::noteValue(ProjectElement *element, const PropertyClass *propertyClass, const QString &configuration)
 {
     element->setModified(true);
     if (propertyClass->name == "Name"_L1)

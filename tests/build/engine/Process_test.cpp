@@ -19,10 +19,7 @@ public:
     QStringList out, error;
 
 protected:
-    void output(bool isStdout, const QByteArray &line) override
-    {
-        (isStdout ? out : error) += QString::fromUtf8(line);
-    }
+    void output(bool isStdout, const QByteArray &line) override { (isStdout ? out : error) += QString::fromUtf8(line); }
 };
 
 QStringList shell(const char *script)
