@@ -48,7 +48,7 @@ constexpr FileTypeRow fileTypes[] = {
 const ProjectTypeRow *projectTypeOf(const StandardProjectSystem &system, const ProjectElement *project,
                                     const QString &configuration)
 {
-    const QString &type = system.value(project, ProjectProperty::project_type, configuration);
+    const QString type = system.value(project, ProjectProperty::project_type, configuration);
     for (const ProjectTypeRow &row : projectTypes)
         if (type == row.name)
             return &row;
@@ -177,7 +177,7 @@ static void addUnityFiles(const StandardProjectSystem &system, const ProjectElem
 
 UnityFiles unityFiles(const StandardProjectSystem &system, const ProjectElement *folder, const QString &configuration)
 {
-    const QString &texts = system.value(folder, ProjectProperty::unity_build_exclude_filter, configuration);
+    const QString texts = system.value(folder, ProjectProperty::unity_build_exclude_filter, configuration);
     QList<QRegularExpression> filter;
     for (const QString &text : texts.split(u';', Qt::SkipEmptyParts))
         filter += wildcardPattern(text);
