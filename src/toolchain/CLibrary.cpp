@@ -12,8 +12,8 @@ struct LevelRow
     bool isFull, hasFloat;
 };
 constexpr LevelRow levels[] = {
-    {"", false, false},  {"i", false, false}, {"l", false, false}, {"ll", true, false},
-    {"d", false, true},  {"f", false, true},  {"dll", true, true}, {"fll", true, true},
+    {"", false, false}, {"i", false, false}, {"l", false, false}, {"ll", true, false},
+    {"d", false, true}, {"f", false, true},  {"dll", true, true}, {"fll", true, true},
 };
 
 // The code's level; letters behind it are taken off and found in `flags`.

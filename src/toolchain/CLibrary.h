@@ -14,7 +14,7 @@
 //   then c      %[...] (scanf)                in both
 struct CLibrary
 {
-    bool isFull = false; // newlib; else newlib-nano
+    bool isFull = false;                          // newlib; else newlib-nano
     bool printfFloat = false, scanfFloat = false; // parts of newlib-nano that are linked when asked for
 
     // Throws HException for a code that isn't one.

@@ -107,7 +107,8 @@ QString CommandRunner::query(const QStringList &command)
     char buffer[4096];
     const ssize_t count = read(input.number(), buffer, sizeof buffer);
     checkSignals();
-    return count <= 0 ? QString() : QString::fromLocal8Bit(QByteArrayView(buffer, count)).section(u'\n', 0, 0).trimmed();
+    return count <= 0 ? QString()
+                      : QString::fromLocal8Bit(QByteArrayView(buffer, count)).section(u'\n', 0, 0).trimmed();
 }
 
 // Gives the exit status. With a descriptor the tool's standard output goes there and its messages nowhere.

@@ -150,8 +150,8 @@ DriverOptions DriverOptions::parse(const QStringList &arguments)
         const bool isLetter = qstrlen(row->name) == 2; // "-I directory" is as good as "-Idirectory"
         if (row->form == Separate || (row->form == Joined && isLetter && text.isEmpty())) {
             if (i + 1 == arguments.size())
-                throw HException(u"option '%1' needs %2"_s.arg(QLatin1StringView(row->name),
-                                                              QLatin1StringView(row->argument)));
+                throw HException(
+                    u"option '%1' needs %2"_s.arg(QLatin1StringView(row->name), QLatin1StringView(row->argument)));
             text = arguments[++i];
         }
         row->apply(options, text);
@@ -168,8 +168,8 @@ QString DriverOptions::helpText()
                    "  cc -ar -inputfiles FILE -o ARCHIVE\n"
                    "  cc -inputfiles FILE -memorymap FILE -placement FILE [options] -o PROGRAM\n\n"_s;
     for (const OptionRow &row : rows) {
-        const QString name = QString::fromLatin1(row.name) + QLatin1StringView(row.form == Separate ? " " : "")
-                             + QLatin1StringView(row.argument);
+        const QString name = QString::fromLatin1(row.name) + QLatin1StringView(row.form == Separate ? " " : "") +
+                             QLatin1StringView(row.argument);
         text += u"  %1 %2\n"_s.arg(name, -42).arg(QLatin1StringView(row.help));
     }
     return text;

@@ -94,7 +94,8 @@ void groupSegmentSymbols(const QString &path)
         const quint32 offset = table->header().sh_offset + i * quint32(sizeof(Elf32_Sym));
         const std::span<quint8> bytes = file.bytesAtOffset(offset, sizeof(Elf32_Sym));
         offsets.push_back(offset);
-        rows.push_back({name.toByteArray(), QByteArray(reinterpret_cast<char *>(bytes.data()), qsizetype(bytes.size()))});
+        rows.push_back(
+            {name.toByteArray(), QByteArray(reinterpret_cast<char *>(bytes.data()), qsizetype(bytes.size()))});
     }
     std::ranges::sort(rows, {}, &Row::name);
     bool isChanged = false;

@@ -50,7 +50,9 @@ void readObject(ByteImage image, LinkInputs &inputs)
 void readArchive(std::span<quint8> archive, const QString &path, LinkInputs &inputs)
 {
     const QByteArrayView bytes = viewOf(archive);
-    const QByteArray bitcodeMember("`\nBC\xC0\xDE", 6), elfMember("`\n\x7F" "ELF", 6);
+    const QByteArray bitcodeMember("`\nBC\xC0\xDE", 6), elfMember("`\n\x7F"
+                                                                  "ELF",
+                                                                  6);
     if (inputs.firstBitcode.isEmpty() && bytes.contains(bitcodeMember))
         inputs.firstBitcode = path;
     const qsizetype header = inputs.machine ? -1 : bytes.indexOf(elfMember);

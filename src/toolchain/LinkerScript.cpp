@@ -61,10 +61,12 @@ QString kept(const QString &patterns)
 
 // Sections that aren't part of the program and stand at address 0.
 constexpr const char *informationSections[] = {
-    ".comment",      ".debug_abbrev",  ".debug_addr",     ".debug_aranges",     ".debug_frame",   ".debug_info",
-    ".debug_line",   ".debug_line_str", ".debug_loc",     ".debug_loclists",    ".debug_macinfo", ".debug_macro",
-    ".debug_names",  ".debug_pubnames", ".debug_pubtypes", ".debug_ranges",     ".debug_rnglists", ".debug_str",
-    ".debug_str_offsets", ".debug_types", ".ARM.attributes", ".riscv.attributes", ".stab", ".stabstr",         ".symtab",         ".strtab",       ".shstrtab",
+    ".comment",        ".debug_abbrev",     ".debug_addr",     ".debug_aranges",     ".debug_frame",
+    ".debug_info",     ".debug_line",       ".debug_line_str", ".debug_loc",         ".debug_loclists",
+    ".debug_macinfo",  ".debug_macro",      ".debug_names",    ".debug_pubnames",    ".debug_pubtypes",
+    ".debug_ranges",   ".debug_rnglists",   ".debug_str",      ".debug_str_offsets", ".debug_types",
+    ".ARM.attributes", ".riscv.attributes", ".stab",           ".stabstr",           ".symtab",
+    ".strtab",         ".shstrtab",
 };
 
 // What C libraries and start-up code by others call the ends of heap and stack, where the program doesn't
@@ -74,10 +76,14 @@ struct LibrarySymbol
     const char *section, *symbol, *value;
 };
 constexpr LibrarySymbol librarySymbols[] = {
-    {".heap", "end", "__heap_start__"},         {".heap", "_end", "__heap_start__"},
-    {".heap", "__end__", "__heap_start__"},     {".heap", "__HeapLimit", "__heap_end__"},
-    {".stack", "__stack", "__stack_end__"},     {".stack", "_estack", "__stack_end__"},
-    {".stack", "__StackTop", "__stack_end__"},  {".stack", "__StackLimit", "__stack_start__"},
+    {".heap", "end", "__heap_start__"},
+    {".heap", "_end", "__heap_start__"},
+    {".heap", "__end__", "__heap_start__"},
+    {".heap", "__HeapLimit", "__heap_end__"},
+    {".stack", "__stack", "__stack_end__"},
+    {".stack", "_estack", "__stack_end__"},
+    {".stack", "__StackTop", "__stack_end__"},
+    {".stack", "__StackLimit", "__stack_start__"},
     {".data", "__global_pointer$", "__data_start__ + 0x800"},
 };
 
@@ -160,8 +166,7 @@ std::vector<const PlacedSection *> LinkerScript::orderedSections() const
             for (size_t i = 0; i < queues.size(); ++i)
                 if (position[i] < queues[i].size())
                     throw HException(queues[i][position[i]]->place.error(
-                        u"section '%1' runs in another order than it is loaded"_s.arg(
-                            queues[i][position[i]]->name)));
+                        u"section '%1' runs in another order than it is loaded"_s.arg(queues[i][position[i]]->name)));
     }
     return ordered;
 }
@@ -243,9 +248,9 @@ QString LinkerScript::sectionSymbols(const PlacedSection &load, const PlacedSect
     const QString loadStart = u"LOADADDR(%1)"_s.arg(load.name);
     const QString end = start + u" + "_s + size;
     const QString name = bare(load.name);
-    QString text = namedSymbol(name, "load_start", loadStart) + namedSymbol(name, "load_end", loadStart + u" + "_s + size)
-                   + namedSymbol(name, "start", start) + namedSymbol(name, "end", end)
-                   + namedSymbol(name, "size", size);
+    QString text = namedSymbol(name, "load_start", loadStart) +
+                   namedSymbol(name, "load_end", loadStart + u" + "_s + size) + namedSymbol(name, "start", start) +
+                   namedSymbol(name, "end", end) + namedSymbol(name, "size", size);
     const auto addChosen = [&](const PlacedSection &section, const QString &from) {
         if (!section.startSymbol.isEmpty())
             text += assignment(section.startSymbol, from);
@@ -257,8 +262,8 @@ QString LinkerScript::sectionSymbols(const PlacedSection &load, const PlacedSect
     addChosen(load, loadStart);
     if (&run != &load) {
         const QString runName = bare(run.name);
-        text += namedSymbol(runName, "start", start) + namedSymbol(runName, "end", end)
-                + namedSymbol(runName, "size", size);
+        text += namedSymbol(runName, "start", start) + namedSymbol(runName, "end", end) +
+                namedSymbol(runName, "size", size);
         addChosen(run, start);
     }
     for (const LibrarySymbol &row : librarySymbols)
@@ -273,7 +278,8 @@ QString LinkerScript::linkerSections() const
 {
     for (const PlacedSection &section : m_placement.sections())
         if (section.isLoaded)
-            return u"  .linker_stubs : { *(.glue_7 .glue_7t .vfp11_veneer .v4_bx .iplt .igot.plt .got .got.plt) } > %1 AT> %1\n"
+            return u"  .linker_stubs : { *(.glue_7 .glue_7t .vfp11_veneer .v4_bx .iplt .igot.plt .got .got.plt) } > %1 "
+                   u"AT> %1\n"
                    "  .rel.dyn : { *(.rel.iplt .rel.dyn) } > %1 AT> %1\n"
                    "  .rela.dyn : { *(.rela.iplt .rela.dyn) } > %1 AT> %1\n"_s.arg(
                        identifier(m_placement.segments()[section.segment].name));
@@ -297,9 +303,9 @@ QString LinkerScript::segmentSymbols(size_t segment) const
             add(u"ADDR(%1) + SIZEOF(%1)"_s, section);
     }
     const QString name = identifier(memory.name);
-    return namedSymbol(name, "segment_start", hex(memory.start))
-           + namedSymbol(name, "segment_end", hex(quint64(memory.start) + memory.size))
-           + namedSymbol(name, "segment_size", hex(memory.size)) + namedSymbol(name, "segment_used_end", used)
-           + namedSymbol(name, "segment_used_size", u"__%1_segment_used_end__ - %2"_s.arg(name, hex(memory.start)))
-           + u'\n';
+    return namedSymbol(name, "segment_start", hex(memory.start)) +
+           namedSymbol(name, "segment_end", hex(quint64(memory.start) + memory.size)) +
+           namedSymbol(name, "segment_size", hex(memory.size)) + namedSymbol(name, "segment_used_end", used) +
+           namedSymbol(name, "segment_used_size", u"__%1_segment_used_end__ - %2"_s.arg(name, hex(memory.start))) +
+           u'\n';
 }

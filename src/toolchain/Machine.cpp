@@ -72,7 +72,7 @@ struct ArmArchitecture
     bool hasHardFloat;
 };
 constexpr ArmArchitecture armArchitectures[] = {
-    {11, "armv6-m", false},  {12, "armv6-m", false},      {10, "armv7-m", false},      {13, "armv7e-m", true},
+    {11, "armv6-m", false},      {12, "armv6-m", false},     {10, "armv7-m", false},       {13, "armv7e-m", true},
     {16, "armv8-m.base", false}, {17, "armv8-m.main", true}, {21, "armv8.1-m.main", true},
 };
 
@@ -82,16 +82,16 @@ Machine armMachine(const Attributes &attributes)
     Machine machine{Machine::Arm, {}, 0};
     const quint64 architecture = attributes.numbers.value(tagCpuArch);
     const bool isHard = attributes.numbers.value(tagAbiVfpArgs) == 1;
-    const bool isMicrocontroller = attributes.numbers.value(tagCpuArchProfile) == 'M' || architecture == 11
-                                   || architecture == 12;
+    const bool isMicrocontroller =
+        attributes.numbers.value(tagCpuArchProfile) == 'M' || architecture == 11 || architecture == 12;
     const QString cpu = attributes.texts.value(tagCpuName).toLower();
     if (cpu.startsWith(u"cortex-"_s)) {
         machine.options += u"-mcpu="_s + cpu;
     } else {
         for (const ArmArchitecture &row : armArchitectures)
             if (row.number == architecture && (architecture != 10 || isMicrocontroller))
-                machine.options += u"-march="_s + QLatin1StringView(row.name)
-                                   + (row.hasHardFloat && isHard ? u"+fp"_s : QString());
+                machine.options +=
+                    u"-march="_s + QLatin1StringView(row.name) + (row.hasHardFloat && isHard ? u"+fp"_s : QString());
     }
     if (isMicrocontroller)
         machine.options += u"-mthumb"_s;
@@ -99,8 +99,8 @@ Machine armMachine(const Attributes &attributes)
         machine.options += u"-mfloat-abi=hard"_s;
     // An object that was told its processor knows more than one that was not, and floating point is needed by
     // all once it is by one.
-    machine.rank = architecture + (attributes.numbers.value(tagFpArch) ? 256 : 0) + (isHard ? 512 : 0)
-                   + (cpu.startsWith(u"cortex-"_s) ? 128 : 0);
+    machine.rank = architecture + (attributes.numbers.value(tagFpArch) ? 256 : 0) + (isHard ? 512 : 0) +
+                   (cpu.startsWith(u"cortex-"_s) ? 128 : 0);
     return machine;
 }
 
@@ -149,8 +149,7 @@ std::optional<Machine> machineOf(ElfFile &file)
 {
     switch (file.header().e_machine) {
     case EM_ARM: return armMachine(attributesOf(file, ".ARM.attributes", "aeabi"));
-    case EM_RISCV:
-        return riscVMachine(attributesOf(file, ".riscv.attributes", "riscv"), file.header().e_flags);
+    case EM_RISCV: return riscVMachine(attributesOf(file, ".riscv.attributes", "riscv"), file.header().e_flags);
     default: return std::nullopt;
     }
 }
@@ -158,8 +157,8 @@ std::optional<Machine> machineOf(ElfFile &file)
 std::optional<Machine::Architecture> architectureOf(const QStringList &options)
 {
     constexpr const char *riscV[] = {"-march=rv", "-mabi=ilp32", "--target=riscv", "-mcpu=sifive", "-mcmodel=med"};
-    constexpr const char *arm[] = {"-march=arm", "-mcpu=", "-mthumb", "--target=arm", "--target=thumb", "-mfpu=",
-                                   "-mfloat-abi="};
+    constexpr const char *arm[] = {"-march=arm",     "-mcpu=", "-mthumb",     "--target=arm",
+                                   "--target=thumb", "-mfpu=", "-mfloat-abi="};
     const auto startsWithOneOf = [](const QString &option, const auto &prefixes) {
         return std::ranges::any_of(prefixes, [&](auto *p) { return option.startsWith(QLatin1StringView(p)); });
     };
@@ -174,9 +173,9 @@ std::optional<Machine::Architecture> architectureOf(const QStringList &options)
 
 bool isMachineOption(const QString &option)
 {
-    constexpr const char *prefixes[] = {"-mcpu=", "-march=", "-mabi=", "-mfpu=", "-mfloat-abi=", "-mtune=",
-                                        "-mcmodel=", "--target="};
+    constexpr const char *prefixes[] = {
+        "-mcpu=", "-march=", "-mabi=", "-mfpu=", "-mfloat-abi=", "-mtune=", "-mcmodel=", "--target="};
     constexpr const char *words[] = {"-mthumb", "-marm", "-mlittle-endian", "-mbig-endian", "-msoft-float"};
-    return std::ranges::any_of(prefixes, [&](auto *p) { return option.startsWith(QLatin1StringView(p)); })
-           || std::ranges::any_of(words, [&](auto *w) { return option == QLatin1StringView(w); });
+    return std::ranges::any_of(prefixes, [&](auto *p) { return option.startsWith(QLatin1StringView(p)); }) ||
+           std::ranges::any_of(words, [&](auto *w) { return option == QLatin1StringView(w); });
 }

@@ -104,8 +104,8 @@ std::optional<quint32> PlacementDocument::number(const XMLElement &element, cons
     if (ok && expression.startsWith(u'+'))
         value += base;
     if (!ok || value > 0xFFFFFFFF)
-        throw HException(placeOf(element).error(
-            u"%1 '%2' is no number of 32 bits"_s.arg(QLatin1StringView(attribute), expression)));
+        throw HException(
+            placeOf(element).error(u"%1 '%2' is no number of 32 bits"_s.arg(QLatin1StringView(attribute), expression)));
     return quint32(value);
 }
 

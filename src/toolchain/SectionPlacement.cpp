@@ -30,9 +30,9 @@ constexpr InputRow knownInputs[] = {
 };
 
 constexpr const char *sectionAttributes[] = {
-    "name",  "load",  "keep",         "start",  "size",          "alignment",      "runin",
-    "fill",  "inputsections", "address_symbol", "end_symbol", "size_symbol", "description", "access",
-    "addressSpace", "endian", "runoffset",
+    "name",        "load",   "keep",          "start",          "size",       "alignment",
+    "runin",       "fill",   "inputsections", "address_symbol", "end_symbol", "size_symbol",
+    "description", "access", "addressSpace",  "endian",         "runoffset",
 };
 
 QString inputsOf(const QString &section)
@@ -196,8 +196,7 @@ void SectionPlacement::readSection(const PlacementDocument &document, const XMLE
 
     section.name = document.text(element, "name");
     if (!isName(section.name))
-        fail(section.name.isEmpty() ? u"section without a name"_s
-                                    : u"'%1' is no section name"_s.arg(section.name));
+        fail(section.name.isEmpty() ? u"section without a name"_s : u"'%1' is no section name"_s.arg(section.name));
     for (const PlacedSection &other : m_sections)
         if (other.name == section.name)
             fail(u"section '%1' is placed a second time"_s.arg(section.name));
@@ -228,10 +227,10 @@ void SectionPlacement::readSection(const PlacementDocument &document, const XMLE
     if (element.hasAttribute("runoffset"))
         fail(u"'runoffset' can't be placed; 'runin' names the section that this one runs in"_s);
     for (const XMLAttribute &attribute : element.attributes())
-        if (std::ranges::find(sectionAttributes, attribute.name(), [](auto *name) { return QByteArrayView(name); })
-            == std::end(sectionAttributes))
-            m_warnings += section.place.warning(u"attribute '%1' means nothing here"_s.arg(
-                QString::fromUtf8(attribute.name())));
+        if (std::ranges::find(sectionAttributes, attribute.name(), [](auto *name) { return QByteArrayView(name); }) ==
+            std::end(sectionAttributes))
+            m_warnings +=
+                section.place.warning(u"attribute '%1' means nothing here"_s.arg(QString::fromUtf8(attribute.name())));
     m_sections.push_back(section);
 }
 

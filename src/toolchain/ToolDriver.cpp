@@ -52,8 +52,7 @@ void print(FILE *stream, const QString &text)
 
 } // namespace
 
-ToolDriver::ToolDriver(const DriverOptions &options)
-    : m_options(options), m_runner(options.verbose, options.printOnly)
+ToolDriver::ToolDriver(const DriverOptions &options) : m_options(options), m_runner(options.verbose, options.printOnly)
 {
     for (const QString &path : {options.output, options.dependencyFile})
         if (!path.isEmpty() && !m_runner.isDry() && QFileInfo(path).isFile())
@@ -77,12 +76,10 @@ void ToolDriver::run()
 void ToolDriver::compile()
 {
     const Language language = languageOf(m_options);
-    const QStringList own =
-        language == Language::Assembly ? m_options.assemblerOptions : m_options.compilerOptions;
+    const QStringList own = language == Language::Assembly ? m_options.assemblerOptions : m_options.compilerOptions;
     const ToolSet tools(own, std::nullopt);
-    const QString object = m_options.output.isEmpty()
-                               ? QFileInfo(m_options.inputs.first()).completeBaseName() + u".o"_s
-                               : m_options.output;
+    const QString object = m_options.output.isEmpty() ? QFileInfo(m_options.inputs.first()).completeBaseName() + u".o"_s
+                                                      : m_options.output;
     QStringList command = tools.compiler();
     command << u"-c"_s << u"-x"_s << QString::fromLatin1(languageName(language)) << m_options.inputs.first();
     if (language != Language::Assembly)
@@ -179,10 +176,10 @@ void ToolDriver::archive()
     if (!m_runner.isDry())
         QFile::remove(fresh);
     // D: no times and owners in it, so that equal objects make equal archives.
-    m_runner.run(QStringList{tools.archiver(!inputs.firstBitcode.isEmpty()), u"rcsD"_s, fresh}
-                 + filesAsWords(files, ".ar-inputs"));
-    if (!m_runner.isDry()
-        && rename(QFile::encodeName(fresh).constData(), QFile::encodeName(m_options.output).constData()) != 0)
+    m_runner.run(QStringList{tools.archiver(!inputs.firstBitcode.isEmpty()), u"rcsD"_s, fresh} +
+                 filesAsWords(files, ".ar-inputs"));
+    if (!m_runner.isDry() &&
+        rename(QFile::encodeName(fresh).constData(), QFile::encodeName(m_options.output).constData()) != 0)
         throw HException(u"cannot replace '%1': %2"_s.arg(m_options.output, qt_error_string(errno)));
 }
 

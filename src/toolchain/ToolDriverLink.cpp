@@ -24,9 +24,9 @@ bool isDriverOption(const QString &option)
 {
     constexpr const char *prefixes[] = {"-Wl,", "-O", "-f", "-L", "-l", "--specs=", "-specs=", "-u"};
     constexpr const char *words[] = {"-nostdlib", "-nodefaultlibs", "-nostartfiles", "-static", "-g", "-s", "-v"};
-    return isMachineOption(option)
-           || std::ranges::any_of(prefixes, [&](auto *p) { return option.startsWith(QLatin1StringView(p)); })
-           || std::ranges::any_of(words, [&](auto *w) { return option == QLatin1StringView(w); });
+    return isMachineOption(option) ||
+           std::ranges::any_of(prefixes, [&](auto *p) { return option.startsWith(QLatin1StringView(p)); }) ||
+           std::ranges::any_of(words, [&](auto *w) { return option == QLatin1StringView(w); });
 }
 
 bool chooses(const QStringList &options, std::initializer_list<QStringView> prefixes)
@@ -38,9 +38,8 @@ bool chooses(const QStringList &options, std::initializer_list<QStringView> pref
 
 // What the C library and compiled code call by name, so that bitcode that defines it must keep it.
 constexpr const char *libraryCallbacks[] = {
-    "main",    "_exit", "_sbrk",   "_write", "_read",  "_close",  "_fstat",  "_isatty",
-    "_lseek",  "_kill", "_getpid", "_open",  "_init",  "_fini",   "memcpy",  "memmove",
-    "memset",  "memcmp", "abort",
+    "main",    "_exit", "_sbrk", "_write", "_read",  "_close",  "_fstat", "_isatty", "_lseek", "_kill",
+    "_getpid", "_open", "_init", "_fini",  "memcpy", "memmove", "memset", "memcmp",  "abort",
 };
 
 const QStringList smallTools = {u"cp"_s, u"xmlcp"_s, u"mkhdr"_s, u"chmod"_s, u"rm"_s};
@@ -93,8 +92,10 @@ Machine machineOfTriple(const QString &triple)
     {
         const char *begin, *option;
     };
-    constexpr Row rows[] = {{"thumbv6m", "-march=armv6-m"}, {"thumbv7m", "-march=armv7-m"},
-                            {"thumbv7em", "-march=armv7e-m"}, {"thumbv8m.base", "-march=armv8-m.base"},
+    constexpr Row rows[] = {{"thumbv6m", "-march=armv6-m"},
+                            {"thumbv7m", "-march=armv7-m"},
+                            {"thumbv7em", "-march=armv7e-m"},
+                            {"thumbv8m.base", "-march=armv8-m.base"},
                             {"thumbv8m.main", "-march=armv8-m.main"}};
     if (triple.startsWith(u"riscv"_s))
         return {Machine::RiscV, {u"-march=rv32imac"_s, u"-mabi=ilp32"_s}, 0};
@@ -172,9 +173,8 @@ QStringList ToolDriver::linkScript(const Link &link)
                                       ? installationDirectory() + u"/targets/section_placement.xml"_s
                                       : m_options.placement;
     const SectionPlacement placement(
-        m_options.memoryMap.isEmpty()
-            ? SectionPlacement::readSegmentList(m_options.placementSegments)
-            : SectionPlacement::readMemoryMap(m_options.memoryMap, m_options.memoryMapMacros),
+        m_options.memoryMap.isEmpty() ? SectionPlacement::readSegmentList(m_options.placementSegments)
+                                      : SectionPlacement::readMemoryMap(m_options.memoryMap, m_options.memoryMapMacros),
         placementPath, m_options.placementMacros);
     for (const QString &warning : placement.warnings())
         warn(warning);

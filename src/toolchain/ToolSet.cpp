@@ -68,8 +68,8 @@ QString ToolSet::program(const QString &name) const
 
 QString ToolSet::gcc() const
 {
-    const auto prefixes = isRiscV() ? std::span<const char *const>(riscVPrefixes)
-                                    : std::span<const char *const>(armPrefixes);
+    const auto prefixes =
+        isRiscV() ? std::span<const char *const>(riscVPrefixes) : std::span<const char *const>(armPrefixes);
     for (const char *prefix : prefixes) {
         const QString name = QString::fromLatin1(prefix) + u"gcc"_s;
         if (!find(name).isEmpty())
