@@ -111,6 +111,24 @@ bool BuildEngine::buildElement(const ProjectElement *element, const QString &con
     return ElementBuild(*this, element, configuration, builder, idler, flags).run();
 }
 
+QStringList BuildEngine::inputs(const ProjectElement *element, const QString &configuration, BuildFlags flags)
+{
+    Idler nobody;
+    return ElementBuild(*this, element, configuration, nullptr, nobody, flags).inputs();
+}
+
+void BuildEngine::noteHelperFile(const ProjectElement *element, const QString &path)
+{
+    if (!m_runsTools)
+        m_helperFiles[element] += path;
+}
+
+QStringList BuildEngine::takeHelperFiles(const ProjectElement *element)
+{
+    const auto known = m_helperFiles.extract(element);
+    return known ? known.mapped() : QStringList();
+}
+
 // ---- The commands around a project -------------------------------------------------------------------------------
 
 void BuildEngine::runPreBuild(const ProjectElement *project, const QString &configuration, Builder &builder,

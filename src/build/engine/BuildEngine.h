@@ -105,6 +105,12 @@ public:
     // Takes up the user's interrupts: the first stops the build, the second kills what doesn't stop.
     void takeInterrupts();
 
+    // What an element is made from, absolute: a source, object files and libraries, what is combined.
+    QStringList inputs(const ProjectElement *element, const QString &configuration, BuildFlags flags = 0);
+    // Files that were written for a command of the element, to be written elsewhere too.
+    void noteHelperFile(const ProjectElement *element, const QString &path);
+    QStringList takeHelperFiles(const ProjectElement *element);
+
 private:
     using ProjectKey = std::pair<const ProjectElement *, QString>;
     struct Record;
@@ -127,6 +133,7 @@ private:
     Record *m_lastRecord = nullptr; // the one that was asked for last
     std::set<ProjectKey> m_failedProjects;
     std::set<ProjectKey> m_listed; // while jobs are listed
+    std::map<const ProjectElement *, QStringList> m_helperFiles;
     bool m_isBuilding = false;
     bool m_runsTools = true;
     int m_failureCount = 0;

@@ -16,10 +16,10 @@ constexpr int maximumSteps = 0xFFFF; // what the flags of a job can hold
 bool canBuildInParallel(const StandardProjectSystem &system, const ProjectElement *project,
                         const QString &configuration)
 {
-    const QString &value = system.value(project, ProjectProperty::project_can_build_in_parallel, configuration);
+    const QString value = system.value(project, ProjectProperty::project_can_build_in_parallel, configuration);
     if (value != "Default"_L1)
         return value == "Yes"_L1;
-    const QString &type = system.value(project, ProjectProperty::project_type, configuration);
+    const QString type = system.value(project, ProjectProperty::project_type, configuration);
     return type != "Staging"_L1 && type != "Combining"_L1;
 }
 

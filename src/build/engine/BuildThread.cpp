@@ -19,7 +19,19 @@ void BuildThread::prepare()
 {
     m_commands.clear();
     m_next = 0;
-    m_result = m_engine.buildElement(m_element, m_configuration, this, m_recordingIdler, m_flags);
+    watchFailure(
+        [this] { m_result = m_engine.buildElement(m_element, m_configuration, this, m_recordingIdler, m_flags); });
+}
+
+// Other slots' failures aren't ours: what our command has made stays made.
+template <typename Call>
+void BuildThread::watchFailure(const Call &call)
+{
+    BuildState &state = m_engine.state();
+    const bool haveOthersFailed = std::exchange(state.failed, false);
+    call();
+    m_hasFailed |= state.failed;
+    state.failed |= haveOthersFailed;
 }
 
 bool BuildThread::poll()
@@ -29,47 +41,48 @@ bool BuildThread::poll()
         if (command.kind == BuildCommand::StartCommand) {
             if (!m_engine.state().goesOn())
                 return drop();
-            m_builder.startCommand(command.directory, command.arguments, command.output);
+            watchFailure([&] { m_builder.startCommand(command.directory, command.arguments, command.output); });
+            if (m_hasFailed)
+                return drop(); // it couldn't be started
             ++m_next;
-            if (!m_engine.state().goesOn())
-                return drop(); // it couldn't be started; others aren't to take that failure for theirs
             return false;
         }
-        if (command.kind == BuildCommand::PollCommand && !m_builder.pollCommand(command.element, command.configuration))
-            return false;
-        if (!play(command))
+        if (command.kind == BuildCommand::PollCommand) {
+            bool hasEnded = false;
+            watchFailure([&] { hasEnded = m_builder.pollCommand(command.element, command.configuration); });
+            if (!hasEnded)
+                return false;
+        } else {
+            play(command);
+        }
+        if (m_hasFailed || m_engine.state().stop)
             return drop();
         ++m_next;
     }
     return true;
 }
 
-// False when the build doesn't go on.
-bool BuildThread::play(const BuildCommand &command)
+void BuildThread::play(const BuildCommand &command)
 {
     switch (command.kind) {
     case BuildCommand::BeginStep:
-        m_builder.beginStep(command.element, command.title, command.configuration, command.steps);
-        return true;
-    case BuildCommand::EndStep: m_builder.endStep(command.element, command.configuration); return true;
+        return m_builder.beginStep(command.element, command.title, command.configuration, command.steps);
+    case BuildCommand::EndStep: return m_builder.endStep(command.element, command.configuration);
     case BuildCommand::BeginProject:
-        m_idler.beginStep(command.element, command.title, command.configuration, command.steps);
-        return true;
-    case BuildCommand::StepStarted: m_idler.stepStarted(command.element, command.configuration); return true;
-    case BuildCommand::CloseProject: m_idler.closeProject(command.element, command.configuration); return true;
+        return m_idler.beginStep(command.element, command.title, command.configuration, command.steps);
+    case BuildCommand::StepStarted: return m_idler.stepStarted(command.element, command.configuration);
+    case BuildCommand::CloseProject: return m_idler.closeProject(command.element, command.configuration);
     case BuildCommand::VerifyOutput:
         if (!m_builder.verifyOutput(command.output)) {
             QFile::remove(command.output);
-            m_engine.state().failed = true;
+            m_hasFailed = m_engine.state().failed = true;
         }
-        return m_engine.state().goesOn();
+        return;
     case BuildCommand::OutputMade:
-        m_engine.outputMade(command.element, command.configuration, command.output, command.hash);
-        return true;
+        return m_engine.outputMade(command.element, command.configuration, command.output, command.hash);
     case BuildCommand::StartCommand:
-    case BuildCommand::PollCommand: break;
+    case BuildCommand::PollCommand: return;
     }
-    return m_engine.state().goesOn();
 }
 
 // With keep-going the project's other jobs still write to what the idler has opened for it.

@@ -50,6 +50,7 @@ public:
     // Goes on until a command runs; true when all is done. When the build ends, what is left is dropped.
     bool poll();
     bool hasDoneSomething() const { return m_result; }
+    bool hasFailed() const { return m_hasFailed; }
     const ProjectElement *element() const { return m_element; }
     const QString &configuration() const { return m_configuration; }
     BuildFlags flags() const { return m_flags; }
@@ -91,7 +92,9 @@ private:
         BuildThread &m_thread;
     };
 
-    bool play(const BuildCommand &command);
+    template <typename Call>
+    void watchFailure(const Call &call);
+    void play(const BuildCommand &command);
     bool drop();
 
     BuildEngine &m_engine;
@@ -102,6 +105,7 @@ private:
     RecordingIdler m_recordingIdler{*this};
     BuildFlags m_flags;
     bool m_result = false;
+    bool m_hasFailed = false;
     const ProjectElement *m_stepElement = nullptr; // of the open step while recording
     std::vector<BuildCommand> m_commands;
     size_t m_next = 0;

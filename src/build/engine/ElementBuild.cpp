@@ -92,6 +92,7 @@ bool ElementBuild::buildUnityMembers()
             file.write(text);
             m_engine.times().setWritten(path);
         }
+        m_engine.noteHelperFile(m_element, path);
     }
     bool didSomething = false;
     for (const ProjectElement *file : files.excluded)
@@ -123,6 +124,35 @@ bool ElementBuild::runExternal()
     return ran;
 }
 
+QStringList ElementBuild::inputs()
+{
+    const ToolKind kind = toolKind(m_system, m_element, m_configuration, m_flags);
+    QStringList result;
+    if (isUnityFolder(m_system, m_element, m_configuration, m_flags)) {
+        for (const ProjectElement *member : unityFiles(m_system, m_element, m_configuration).members)
+            result += m_system.path(member, m_configuration);
+    } else if (kind == ToolKind::Link || kind == ToolKind::Archive) {
+        gatherObjects(m_element, true, result);
+        if (kind == ToolKind::Link)
+            result += dependentOutputs();
+    } else if (kind == ToolKind::Combine) {
+        gatherFiles(m_element, result);
+    } else if (m_element->type() == ProjectElement::Type::File) {
+        result += m_system.path(m_element, m_configuration);
+    }
+    return result;
+}
+
+void ElementBuild::gatherFiles(const ProjectElement *parent, QStringList &files)
+{
+    for (const ProjectElement *child = parent->firstElement(); child; child = child->nextElement()) {
+        if (child->type() == ProjectElement::Type::File &&
+            !m_system.isYes(child, build_exclude_from_build, m_configuration))
+            files += m_system.path(child, m_configuration);
+        gatherFiles(child, files);
+    }
+}
+
 // ---- Shared by the steps -----------------------------------------------------------------------------------------
 
 bool ElementBuild::goesOn() const
@@ -130,7 +160,7 @@ bool ElementBuild::goesOn() const
     return m_engine.state().goesOn();
 }
 
-const QString &ElementBuild::value(ProjectProperty property) const
+QString ElementBuild::value(ProjectProperty property) const
 {
     return m_system.value(m_element, property, m_configuration);
 }
@@ -146,7 +176,7 @@ QString ElementBuild::expand(const QString &text, const MacroMap &extra) const
 
 QString ElementBuild::expanded(ProjectProperty property, const MacroMap &extra) const
 {
-    const QString &text = value(property);
+    const QString text = value(property);
     return text.isEmpty() ? text : expand(text, extra);
 }
 

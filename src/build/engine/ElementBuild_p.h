@@ -19,6 +19,7 @@ public:
                  Idler &idler, BuildFlags flags);
 
     bool run();
+    QStringList inputs(); // absolute
 
 private:
     struct Command
@@ -62,6 +63,7 @@ private:
     bool isPassedOver(ToolKind kind);
 
     // Stage and combine.
+    void gatherFiles(const ProjectElement *parent, QStringList &files);
     void runCopy(const QString &title, const QString &target, const Commands &commands, ProjectProperty setReadOnly,
                  const QString &directory, quint64 hash);
 
@@ -70,7 +72,7 @@ private:
     bool runsTools() const { return m_builder && !(m_flags & BuildFlag::noRun); }
     bool removes() const { return m_flags & BuildFlag::remove; }
     bool goesOn() const;
-    const QString &value(ProjectProperty property) const;
+    QString value(ProjectProperty property) const;
     QString expand(const QString &text, const MacroMap &extra = {}) const;
     QString expanded(ProjectProperty property, const MacroMap &extra = {}) const;
     QString expandedDirectory(ProjectProperty property) const; // absolute

@@ -119,9 +119,8 @@ void JobScheduler::place(const BuildJob &job, size_t slot)
     m_slots[slot] =
         std::make_unique<BuildThread>(m_engine, job.element, job.configuration, builder, m_idler, job.flags);
     m_slots[slot]->prepare();
-    // What can't even be prepared fails at once, so that no other job takes the failure for its own.
-    if (m_state.failed && m_slots[slot]->poll())
-        finish(slot);
+    if (m_slots[slot]->hasFailed() && m_slots[slot]->poll())
+        finish(slot); // what can't even be prepared
 }
 
 // True when a job ended.
@@ -146,12 +145,15 @@ void JobScheduler::finish(size_t slot)
     bool &hasRun = m_ran[keyOf(element, configuration)];
     hasRun |= thread->hasDoneSomething();
     m_total |= thread->hasDoneSomething();
+    bool hasFailed = thread->hasFailed();
     if (flags & BuildFlag::projectEnd) {
         m_idler.closeProject(element, configuration);
-        if (!(flags & BuildFlag::noRun) && m_state.goesOn() && !m_engine.hasFailed(element, configuration))
+        if (!(flags & BuildFlag::noRun) && m_state.goesOn() && !m_engine.hasFailed(element, configuration)) {
             m_engine.runPostBuild(element, configuration, projectBuilder(slot), m_idler, hasRun, busyCount() == 0);
+            hasFailed = m_state.failed;
+        }
     }
-    if (m_state.failed)
+    if (hasFailed)
         takeFailure(thread->builder(), element, configuration, flags);
 }
 
@@ -175,6 +177,8 @@ void JobScheduler::endEarly()
         for (auto &thread : m_slots) {
             if (thread && thread->poll()) {
                 m_total |= thread->hasDoneSomething();
+                if (thread->hasFailed() && !m_state.stop)
+                    m_engine.jobFailed(thread->element(), thread->configuration());
                 thread.reset();
             }
         }

@@ -206,7 +206,7 @@ QStringList ElementBuild::dependentOutputs()
     for (const ProjectElement *project : transitiveDependencies(m_system, m_element, m_configuration)) {
         if (m_system.value(project, build_exclude_from_build, m_configuration) != "No"_L1)
             continue;
-        const QString &type = m_system.value(project, project_type, m_configuration);
+        const QString type = m_system.value(project, project_type, m_configuration);
         QString output;
         if (type == "Object file"_L1 || type == "Externally Built Object file"_L1)
             gatherObjects(project, true, result);
@@ -255,6 +255,9 @@ bool ElementBuild::isLinkUpToDate(const LinkPlan &plan)
 bool ElementBuild::runLinkCommand(const LinkPlan &plan)
 {
     if (plan.external.empty()) {
+        m_engine.noteHelperFile(m_element,
+                                m_tools.intermediatePath(m_element, m_configuration,
+                                                         QFileInfo(plan.target).completeBaseName() + ".ind"_L1));
         m_tools.toolCommands(plan.request, *m_builder);
         return goesOn();
     }
@@ -277,6 +280,7 @@ bool ElementBuild::writeObjectsFile(const LinkPlan &plan)
         fail("Cannot open file: "_L1 + plan.objectsFile);
         return false;
     }
+    m_engine.noteHelperFile(m_element, plan.objectsFile);
     return true;
 }
 

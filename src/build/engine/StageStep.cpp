@@ -11,22 +11,6 @@
 using namespace Qt::StringLiterals;
 using enum ProjectProperty;
 
-namespace {
-
-// The files below a node that a build has to do with, absolute.
-void gatherFiles(StandardProjectSystem &system, const ProjectElement *parent, const QString &configuration,
-                 QStringList &files)
-{
-    for (const ProjectElement *child = parent->firstElement(); child; child = child->nextElement()) {
-        if (child->type() == ProjectElement::Type::File &&
-            !system.isYes(child, build_exclude_from_build, configuration))
-            files += system.path(child, configuration);
-        gatherFiles(system, child, configuration, files);
-    }
-}
-
-} // namespace
-
 bool ElementBuild::stageFile()
 {
     m_idler.stepStarted(m_element, m_configuration);
@@ -70,7 +54,7 @@ bool ElementBuild::combine()
     m_idler.stepStarted(m_element, m_configuration);
     const QString target = m_tools.outputName(ToolKind::Combine, m_element, m_configuration, false);
     QStringList inputs;
-    gatherFiles(m_system, m_element, m_configuration, inputs);
+    gatherFiles(m_element, inputs);
     QStringList relativeInputs;
     for (const QString &input : inputs)
         relativeInputs += u'"' + relative(input) + u'"';
@@ -102,7 +86,7 @@ void ElementBuild::runCopy(const QString &title, const QString &target, const Co
     if (pieces.empty() && !isQuiet())
         m_builder->reportNote(u"nothing to do"_s);
     Commands all = pieces;
-    const QString &readOnly = value(setReadOnly);
+    const QString readOnly = value(setReadOnly);
     if (!target.isEmpty() && readOnly != "Don't"_L1) {
         if (m_engine.runsTools())
             QFile::remove(absolute(target)); // the last copy may be read-only
