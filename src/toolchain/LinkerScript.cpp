@@ -61,10 +61,12 @@ QString kept(const QString &patterns)
 
 // Sections that aren't part of the program and stand at address 0.
 constexpr const char *informationSections[] = {
-    ".comment",           ".debug_abbrev",   ".debug_addr",     ".debug_aranges",    ".debug_frame",    ".debug_info",
-    ".debug_line",        ".debug_line_str", ".debug_loc",      ".debug_loclists",   ".debug_macinfo",  ".debug_macro",
-    ".debug_names",       ".debug_pubnames", ".debug_pubtypes", ".debug_ranges",     ".debug_rnglists", ".debug_str",
-    ".debug_str_offsets", ".debug_types",    ".ARM.attributes", ".riscv.attributes", ".stab",           ".stabstr",
+    ".comment",        ".debug_abbrev",     ".debug_addr",     ".debug_aranges",     ".debug_frame",
+    ".debug_info",     ".debug_line",       ".debug_line_str", ".debug_loc",         ".debug_loclists",
+    ".debug_macinfo",  ".debug_macro",      ".debug_names",    ".debug_pubnames",    ".debug_pubtypes",
+    ".debug_ranges",   ".debug_rnglists",   ".debug_str",      ".debug_str_offsets", ".debug_types",
+    ".ARM.attributes", ".riscv.attributes", ".stab",           ".stabstr",           ".symtab",
+    ".strtab",         ".shstrtab",
 };
 
 // What C libraries and start-up code by others call the ends of heap and stack, where the program doesn't
@@ -214,12 +216,17 @@ QString LinkerScript::content(const PlacedSection &load, const PlacedSection &ru
     QString text;
     if (load.name == u".copy_table" || load.name == u".zero_table")
         return tableRows(load.name == u".copy_table");
+    // A name for the section's start that counts while its size isn't known yet.
+    const std::optional<quint32> size = run.size ? run.size : load.size;
+    const QString start = u"__%1_begin__"_s.arg(bare(load.name));
+    if (size)
+        text += u"    %1 = .;\n"_s.arg(start);
     text += u"    "_s + (load.isKept ? kept(load.inputSections) : load.inputSections) + u'\n';
     const bool isZeroed = !load.isLoaded && !load.fill.isEmpty();
     if (&load != &run || isZeroed)
         text += u"    . = ALIGN(4);\n"_s; // start-up code moves words
-    if (const std::optional<quint32> size = run.size ? run.size : load.size)
-        text += u"    . = MAX(., %1);\n"_s.arg(hex(*size));
+    if (size)
+        text += u"    . = MAX(., %1 + %2);\n"_s.arg(start, hex(*size));
     return text;
 }
 
@@ -271,8 +278,10 @@ QString LinkerScript::linkerSections() const
 {
     for (const PlacedSection &section : m_placement.sections())
         if (section.isLoaded)
-            return u"  .linker_stubs : { *(.glue_7 .glue_7t .vfp11_veneer .v4_bx .iplt .rel.iplt .rela.iplt .igot.plt"
-                   " .got .got.plt .rel.dyn .rela.dyn) } > %1 AT> %1\n"_s.arg(
+            return u"  .linker_stubs : { *(.glue_7 .glue_7t .vfp11_veneer .v4_bx .iplt .igot.plt .got .got.plt) } > %1 "
+                   u"AT> %1\n"
+                   "  .rel.dyn : { *(.rel.iplt .rel.dyn) } > %1 AT> %1\n"
+                   "  .rela.dyn : { *(.rela.iplt .rela.dyn) } > %1 AT> %1\n"_s.arg(
                        identifier(m_placement.segments()[section.segment].name));
     return QString();
 }

@@ -71,7 +71,6 @@ QString bitcodeTriple(const QString &libraryPath, const QString &file)
     SharedLibrary library;
     if (libraryPath.isEmpty() || !library.load(libraryPath))
         return QString();
-    library.release();
     const auto create = library.function<void *(const char *)>("lto_module_create");
     const auto triple = library.function<const char *(void *)>("lto_module_get_target_triple");
     const auto dispose = library.function<void(void *)>("lto_module_dispose");
@@ -82,6 +81,7 @@ QString bitcodeTriple(const QString &libraryPath, const QString &file)
         return QString();
     const QString text = QString::fromLatin1(triple(module));
     dispose(module);
+    library.release();
     return text;
 }
 
@@ -140,6 +140,8 @@ void ToolDriver::link()
     QStringList command = link.tools.compiler();
     if (link.tools.isClang())
         command << u"-fuse-ld=lld"_s << u"-nostdlib"_s << u"-static"_s;
+    else if (!script.isEmpty())
+        command += u"-nostartfiles"_s; // the start-up code is the program's own
     command += link.machine;
     command += script;
     command += linkerFlags();
@@ -160,7 +162,7 @@ void ToolDriver::link()
 QStringList ToolDriver::linkScript(const Link &link)
 {
     if (!m_options.linkerScript.isEmpty())
-        return {u"-nostartfiles"_s, u"-T"_s, m_options.linkerScript};
+        return {u"-T"_s, m_options.linkerScript};
     if (m_options.memoryMap.isEmpty() && m_options.placementSegments.isEmpty()) {
         warn(u"no memory map and no segments: the linker's own layout is used"_s);
         return {};
@@ -178,7 +180,7 @@ QStringList ToolDriver::linkScript(const Link &link)
         warn(warning);
     const QString script = intermediate(".ld");
     writeOwnFile(script, LinkerScript(placement, link.entry).text());
-    QStringList words = {u"-nostartfiles"_s, u"-T"_s, script, u"-Wl,--orphan-handling=warn"_s};
+    QStringList words = {u"-T"_s, script, u"-Wl,--orphan-handling=warn"_s};
     // Code and data in one memory are what such a program means to have.
     const auto runsFromWritable = [&](const PlacedSection &section) {
         return section.isLoaded && section.runIn.isEmpty() && !placement.segments()[section.segment].isReadOnly;
@@ -191,7 +193,7 @@ QStringList ToolDriver::linkScript(const Link &link)
 QStringList ToolDriver::linkerFlags() const
 {
     // -n: segments aren't aligned to pages, so that file headers get no place in the target's memory.
-    QStringList words = {u"-Wl,--gc-sections"_s, u"-Wl,-n"_s};
+    QStringList words = {u"-Wl,--gc-sections"_s, u"-Wl,-n"_s, u"-Wl,-z,noexecstack"_s};
     if (m_options.warningsAsErrors)
         words += u"-Wl,--fatal-warnings"_s;
     if (m_options.map) {
