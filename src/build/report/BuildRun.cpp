@@ -42,8 +42,8 @@ Plan planOf(BuildEngine &engine, const BuildRequest &request)
     for (const BuildJob &job : jobs) {
         if (job.flags & BuildFlag::projectBegin)
             plan.steps += int(job.flags >> BuildFlag::stepsShift);
-        else if (job.flags & BuildFlag::projectEnd
-                 && toolKind(engine.system(), job.element, job.configuration) == ToolKind::Link)
+        else if (job.flags & BuildFlag::projectEnd &&
+                 toolKind(engine.system(), job.element, job.configuration) == ToolKind::Link)
             plan.programs.emplace_back(job.element, job.configuration);
     }
     return plan;

@@ -53,8 +53,8 @@ QString LoadedSolution::configuration(const std::optional<QString> &name) const
     const QStringList names = m_system.publicConfigurations(&solution());
     if (!name)
         return names.isEmpty() ? u"Common"_s : *std::min_element(names.begin(), names.end());
-    constexpr int all = ProjectSystem::CommonConfiguration | ProjectSystem::PrivateConfigurations
-                        | ProjectSystem::PublicConfigurations;
+    constexpr int all =
+        ProjectSystem::CommonConfiguration | ProjectSystem::PrivateConfigurations | ProjectSystem::PublicConfigurations;
     if (*name == "Common"_L1 || m_system.configurationNames(&solution(), all).contains(*name))
         return *name;
     throw notFound(u"configuration"_s, *name, names);
@@ -77,8 +77,8 @@ bool LoadedSolution::isNamed(const ProjectElement &node, const QString &name, co
     if (node.type() != ProjectElement::Type::File)
         return false;
     const QString path = m_system.path(&node, configuration);
-    return QStringView(path).sliced(path.lastIndexOf(u'/') + 1) == name || path == name
-           || m_system.relativePath(&node, path) == name;
+    return QStringView(path).sliced(path.lastIndexOf(u'/') + 1) == name || path == name ||
+           m_system.relativePath(&node, path) == name;
 }
 
 // Names may hold "/", so each start of the path that ends at one is tried.
@@ -109,8 +109,7 @@ std::vector<ProjectElement *> LoadedSolution::filesNamed(ProjectElement &below, 
     return files;
 }
 
-ProjectElement *LoadedSolution::onlyFile(ProjectElement &below, const QString &name,
-                                         const QString &configuration) const
+ProjectElement *LoadedSolution::onlyFile(ProjectElement &below, const QString &name, const QString &configuration) const
 {
     const std::vector<ProjectElement *> files = filesNamed(below, name, configuration);
     if (files.size() < 2)
