@@ -107,7 +107,7 @@ private:
     const DynamicFolderScan &m_scan;
     const Patterns m_filters, m_excludes;
     bool m_isRelative = false;
-    QSet<QString> m_seen; // canonical paths
+    QSet<QString> m_seen;                                                          // canonical paths
     QHash<std::pair<const ProjectElement *, QString>, ProjectElement *> m_folders; // made, by parent and name
 };
 

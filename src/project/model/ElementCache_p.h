@@ -26,10 +26,10 @@ struct ValueLayer
 
     QString configuration;
     quint64 generation = 0;
-    const ValueLayer *outer = nullptr; // null at the outermost
-    std::array<quint64, wordCount> isSet{};   // a bit a property
-    std::array<quint16, wordCount> before{};  // how many values those of earlier words have
-    std::vector<QString> values;              // in the order of the properties
+    const ValueLayer *outer = nullptr;       // null at the outermost
+    std::array<quint64, wordCount> isSet{};  // a bit a property
+    std::array<quint16, wordCount> before{}; // how many values those of earlier words have
+    std::vector<QString> values;             // in the order of the properties
     std::vector<Other> others;
     bool hasEmptyItem = false; // a list has an empty contribution, here or further out
 
@@ -52,7 +52,7 @@ struct NodeContext
 
     QString configuration;
     quint64 generation = 0;
-    MacroMap macros; // all but the directories
+    MacroMap macros;            // all but the directories
     std::vector<QString> later; // names of the node's own macros that something later sets, too
     std::array<DirectoryMacro, directoryCount> directories;
     QHash<quint32, QString> values;    // expanded; by property
@@ -61,7 +61,8 @@ struct NodeContext
 
 struct ElementCache
 {
-    template <typename Entry> using ByConfiguration = std::vector<std::unique_ptr<Entry>>; // a few
+    template <typename Entry>
+    using ByConfiguration = std::vector<std::unique_ptr<Entry>>; // a few
 
     ByConfiguration<ValueLayer> layers;
     ByConfiguration<NodeContext> ownContexts, memberContexts;

@@ -28,17 +28,10 @@ struct BuildTypeRow
     const QString &type;
 };
 const BuildTypeRow endingRows[] = {
-    {"c"_L1, BuildType::c},
-    {"cpp"_L1, BuildType::cpp},
-    {"cxx"_L1, BuildType::cpp},
-    {"cc"_L1, BuildType::cpp},
-    {"h"_L1, BuildType::header},
-    {"hpp"_L1, BuildType::header},
-    {"hxx"_L1, BuildType::header},
-    {"hh"_L1, BuildType::header},
-    {"asm"_L1, BuildType::assembly},
-    {"s"_L1, BuildType::assembly},
-    {"ld"_L1, BuildType::linkerScript},
+    {"c"_L1, BuildType::c},        {"cpp"_L1, BuildType::cpp},         {"cxx"_L1, BuildType::cpp},
+    {"cc"_L1, BuildType::cpp},     {"h"_L1, BuildType::header},        {"hpp"_L1, BuildType::header},
+    {"hxx"_L1, BuildType::header}, {"hh"_L1, BuildType::header},       {"asm"_L1, BuildType::assembly},
+    {"s"_L1, BuildType::assembly}, {"ld"_L1, BuildType::linkerScript},
 };
 const BuildTypeRow doctypeRows[] = {
     {"Board_Memory_Definition_File"_L1, BuildType::memoryMap},
@@ -65,8 +58,8 @@ constexpr quint32 bit(FileAction action)
 {
     return 1u << int(action);
 }
-constexpr quint32 basic = bit(FileAction::Open) | bit(FileAction::OpenAsText) | bit(FileAction::OpenAsBinary) |
-                          bit(FileAction::AddToProject);
+constexpr quint32 basic =
+    bit(FileAction::Open) | bit(FileAction::OpenAsText) | bit(FileAction::OpenAsBinary) | bit(FileAction::AddToProject);
 constexpr quint32 source = basic | bit(FileAction::Compile);
 constexpr quint32 page = basic | bit(FileAction::OpenInBrowser);
 constexpr quint32 script = basic | bit(FileAction::Run);

@@ -72,8 +72,8 @@ bool hasMacro(const ProjectElement &element, Nodes nodes)
     }
 }
 
-const QLatin1StringView directoryNames[NodeContext::directoryCount] = {
-    "IntDir"_L1, "RootOutDir"_L1, "OutDir"_L1, "RootRelativeOutDir"_L1, "ToolChainDir"_L1};
+const QLatin1StringView directoryNames[NodeContext::directoryCount] = {"IntDir"_L1, "RootOutDir"_L1, "OutDir"_L1,
+                                                                       "RootRelativeOutDir"_L1, "ToolChainDir"_L1};
 
 // The display names of the folders from `folder` outwards, the outermost first.
 QString folderPath(const ProjectElement *folder)
@@ -293,8 +293,8 @@ QStringList ProjectSystem::propertyList(const ProjectElement *element, ProjectPr
     if (known != shared.lists.constEnd())
         return *known;
     bool isItsOwn = false;
-    const QStringList items = listItems(element, value(element, property, configuration), configuration, options,
-                                        &isItsOwn);
+    const QStringList items =
+        listItems(element, value(element, property, configuration), configuration, options, &isItsOwn);
     if (!isItsOwn)
         shared.lists.insert(key, items);
     else if (isOwn)

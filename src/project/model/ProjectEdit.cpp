@@ -23,7 +23,8 @@ ProjectElement *append(ProjectElement *parent, const char *tag)
 }
 
 // The nodes from `top` downwards that have configurations, without those of imports that can't be modified.
-template <typename Visit> void visitOwners(ProjectElement *top, const Visit &take)
+template <typename Visit>
+void visitOwners(ProjectElement *top, const Visit &take)
 {
     for (XMLNode *node = top; node;) {
         auto *element = static_cast<ProjectElement *>(node->toElement());
@@ -242,17 +243,24 @@ void ProjectSystem::setConfigurations(ProjectElement *solution, const QStringLis
     Q_EMIT configurationsChanged(solution);
 }
 
+// Keeps what is about to change.
+void ProjectSystem::noteChange(ProjectElement *element, const PropertyClass *propertyClass,
+                               const QString &configuration)
+{
+    const ProjectElement *root = element->enclosing(ProjectElement::Type::Solution);
+    const ProjectElement *place = configuration.isEmpty() ? element : element->configuration(configuration);
+    m_changes.push_back({element, propertyClass, configuration, QDateTime::currentDateTime(),
+                         place ? place->property(propertyClass->name) : QString(), place != nullptr,
+                         place && place->hasProperty(propertyClass->name), element->isModified(),
+                         root && root->isModified()});
+}
+
 void ProjectSystem::setPropertyValue(ProjectElement *element, const PropertyClass *propertyClass,
                                      const QString &configuration, const QString &value)
 {
-    const QString &key = propertyClass->name;
-    ProjectElement *root = element->enclosing(ProjectElement::Type::Solution);
-    const ProjectElement *before = configuration.isEmpty() ? element : element->configuration(configuration);
-    m_changes.push_back({element, propertyClass, configuration, QDateTime::currentDateTime(),
-                         before ? before->property(key) : QString(), before && before->hasProperty(key),
-                         element->isModified(), root && root->isModified()});
+    noteChange(element, propertyClass, configuration);
     ProjectElement *place = configuration.isEmpty() ? element : element->addConfiguration(configuration);
-    place->setProperty(key, value);
+    place->setProperty(propertyClass->name, value);
     noteValue(element, propertyClass, configuration);
     if (propertyClass->companion)
         if (const auto derived = propertyClass->derivedValue(value))
@@ -262,14 +270,11 @@ void ProjectSystem::setPropertyValue(ProjectElement *element, const PropertyClas
 void ProjectSystem::removePropertyValue(ProjectElement *element, const PropertyClass *propertyClass,
                                         const QString &configuration)
 {
-    const QString &key = propertyClass->name;
     ProjectElement *place = configuration.isEmpty() ? element : element->configuration(configuration);
-    if (!place || !place->hasProperty(key))
+    if (!place || !place->hasProperty(propertyClass->name))
         return;
-    const ProjectElement *root = element->enclosing(ProjectElement::Type::Solution);
-    m_changes.push_back({element, propertyClass, configuration, QDateTime::currentDateTime(), place->property(key),
-                         true, element->isModified(), root && root->isModified()});
-    place->removeProperty(key);
+    noteChange(element, propertyClass, configuration);
+    place->removeProperty(propertyClass->name);
     noteValue(element, propertyClass, configuration);
 }
 
@@ -279,12 +284,16 @@ bool ProjectSystem::undoChange()
         return false;
     const PropertyChange change = std::move(m_changes.back());
     m_changes.pop_back();
-    ProjectElement *place =
-        change.configuration.isEmpty() ? change.element : change.element->addConfiguration(change.configuration);
-    if (change.hadValue)
-        place->setProperty(change.propertyClass->name, change.oldValue);
-    else
-        place->removeProperty(change.propertyClass->name);
+    if (!change.hadConfiguration) {
+        change.element->removeConfiguration(change.configuration);
+    } else {
+        ProjectElement *place =
+            change.configuration.isEmpty() ? change.element : change.element->addConfiguration(change.configuration);
+        if (change.hadValue)
+            place->setProperty(change.propertyClass->name, change.oldValue);
+        else
+            place->removeProperty(change.propertyClass->name);
+    }
     noteValue(change.element, change.propertyClass, change.configuration);
     change.element->setModified(change.elementWasModified);
     if (ProjectElement *root = change.element->enclosing(ProjectElement::Type::Solution))
@@ -293,8 +302,7 @@ bool ProjectSystem::undoChange()
 }
 
 // What follows from a value that was set or removed.
-void ProjectSystem::noteValue(ProjectElement *element, const PropertyClass *propertyClass,
-                              const QString &configuration)
+void ProjectSystem::noteValue(ProjectElement *element, const PropertyClass *propertyClass, const QString &configuration)
 {
     element->setModified(true);
     if (propertyClass->name == "Name"_L1)

@@ -152,7 +152,8 @@ private:
     int m_open = 0; // messages
 };
 
-template <typename Visit> void visit(ProjectElement &top, const Visit &take)
+template <typename Visit>
+void visit(ProjectElement &top, const Visit &take)
 {
     for (XMLNode *node = &top; node; node = node->nextInTree(&top))
         if (XMLElement *element = node->toElement())

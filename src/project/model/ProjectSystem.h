@@ -27,7 +27,7 @@ struct PropertyChange
     QString configuration; // empty: on the node itself
     QDateTime time;
     QString oldValue;
-    bool hadValue, elementWasModified, solutionWasModified;
+    bool hadConfiguration, hadValue, elementWasModified, solutionWasModified;
 };
 
 // The solution that is open, and what can be asked of it and done to it: loading and saving, the values of
@@ -212,6 +212,7 @@ private:
     void prepare(ProjectElement &root, const SolutionLoadHandlers &handlers);
     void populate(ProjectElement &root, const SolutionLoadHandlers &handlers);
     void fillDynamicFolder(ProjectElement &folder);
+    void noteChange(ProjectElement *element, const PropertyClass *propertyClass, const QString &configuration);
     void noteValue(ProjectElement *element, const PropertyClass *propertyClass, const QString &configuration);
     void setConfigurations(ProjectElement *solution, const QStringList &names, bool isPrivate);
 

@@ -46,7 +46,8 @@ public:
     }
 
     // `exactList` gives a list by the plain look-up, which counts empty contributions as they must.
-    template <typename ExactList> void finish(const ExactList &exactList)
+    template <typename ExactList>
+    void finish(const ExactList &exactList)
     {
         const ValueLayer *outer = m_layer.outer;
         m_layer.hasEmptyItem |= outer && outer->hasEmptyItem;
@@ -195,8 +196,7 @@ std::vector<const PropertyValueGroupClass *> ProjectSystem::groupsOf(const Proje
         for (const auto &group : file->groups())
             groups.push_back(group.get());
     };
-    const QString path =
-        expandSystem(value(element, ProjectProperty::property_groups_file_path, configuration));
+    const QString path = expandSystem(value(element, ProjectProperty::property_groups_file_path, configuration));
     const QString absolute = path.isEmpty() ? path : ::absolutePath(projectDirectory(element), path);
     if (const PropertyValueGroupFile *file = absolute.isEmpty() ? nullptr : m_groupFiles.file(absolute))
         addAll(file);

@@ -1,6 +1,5 @@
 #include "project/model/ProjectFixture.h"
 
-
 using namespace Qt::StringLiterals;
 
 class NodeMacrosTest : public ProjectFixture

@@ -8,7 +8,8 @@ using ProjectPaths = ProjectFixture;
 TEST_F(ProjectPaths, CountFromTheProjectsDirectory)
 {
     QDir(folder.root()).mkdir(u"lib"_s);
-    writeSolution("lib/lib.vnProject", "<solution Name='lib'><project Name='l'><file file_name='l.c'/></project></solution>");
+    writeSolution("lib/lib.vnProject",
+                  "<solution Name='lib'><project Name='l'><file file_name='l.c'/></project></solution>");
     load(R"xml(<solution><import file_name="lib/lib.vnProject"/>
         <project Name="p"><configuration Name="Common" project_directory="$(HostOS)//code/"/>
           <file file_name="./src//a.c"/><file file_name="../b.c"/><file file_name="/x/../c.c"/></project>
@@ -19,8 +20,9 @@ TEST_F(ProjectPaths, CountFromTheProjectsDirectory)
         const char *name, *path;
         bool isExternal;
     } const rows[] = {
-        {"l.c", "FOLDER/lib/l.c", false}, {"a.c", "FOLDER/linux/code/src/a.c", false}, {"b.c", "FOLDER/linux/b.c", true},
-        {"c.c", "/c.c", true},            {"d.c", "/q/d.c", false},                  {"e.c", "FOLDER/e.c", false},
+        {"l.c", "FOLDER/lib/l.c", false},  {"a.c", "FOLDER/linux/code/src/a.c", false},
+        {"b.c", "FOLDER/linux/b.c", true}, {"c.c", "/c.c", true},
+        {"d.c", "/q/d.c", false},          {"e.c", "FOLDER/e.c", false},
         {"p", "FOLDER/linux/code", false},
     };
     for (const auto &row : rows) {
@@ -39,10 +41,9 @@ TEST(ElementPath, NormalizesAndRelates)
     struct
     {
         const char *path, *normalized;
-    } const rows[] = {
-        {"", ""},         {"a/b", "a/b"},   {"a//b", "a/b"},   {"a/./b/", "a/b"}, {"a/../b", "b"},
-        {"../a", "../a"}, {"/", "/"},        {"//a", "/a"},     {".git/x", ".git/x"},
-        {"a/..", "."},    {"a..b", "a..b"}, {"/a/b/.", "/a/b"}};
+    } const rows[] = {{"", ""},         {"a/b", "a/b"},    {"a//b", "a/b"}, {"a/./b/", "a/b"},    {"a/../b", "b"},
+                      {"../a", "../a"}, {"/", "/"},        {"//a", "/a"},   {".git/x", ".git/x"}, {"a/..", "."},
+                      {"a..b", "a..b"}, {"/a/b/.", "/a/b"}};
     for (const auto &row : rows)
         EXPECT_EQ(normalizedPath(QString::fromLatin1(row.path)), QLatin1StringView(row.normalized)) << row.path;
     EXPECT_EQ(relativePath(u"/a/b"_s, u"/a/b/c"_s), u"c"_s);
@@ -57,12 +58,27 @@ TEST_F(ProjectPaths, TellWhatAFileIs)
     folder.write("place.xml", "<!DOCTYPE Linker_Placement_File><Root/>");
     folder.write("regs.XML", "<!DOCTYPE Register_Definition_File><a/>");
     folder.write("other.xml", "<a/>");
-    const QByteArrayList files = {"a.c",    "a.CPP",   "a.cc",      "a.hh",     "a.S",     "a.asm",  "a.ld",
-                                  "a.o",    "liba.a",  "a.elf",     "a.txt",    "none",    "map.xml", "place.xml",
-                                  "regs.XML", "other.xml", "gone.xml", "dir.c/none"};
-    const QStringList types = {u"C"_s, u"C++"_s, u"C++"_s, u"Header"_s, u"Assembly"_s, u"Assembly"_s,
-                               u"Linker Script"_s, u"Object file"_s, u"Library"_s, u"Executable"_s, {}, {},
-                               u"Memory Map"_s, u"Section Placement"_s, u"Register Definitions"_s, {}, {}, {}};
+    const QByteArrayList files = {"a.c",     "a.CPP",     "a.cc",     "a.hh",      "a.S",      "a.asm",
+                                  "a.ld",    "a.o",       "liba.a",   "a.elf",     "a.txt",    "none",
+                                  "map.xml", "place.xml", "regs.XML", "other.xml", "gone.xml", "dir.c/none"};
+    const QStringList types = {u"C"_s,
+                               u"C++"_s,
+                               u"C++"_s,
+                               u"Header"_s,
+                               u"Assembly"_s,
+                               u"Assembly"_s,
+                               u"Linker Script"_s,
+                               u"Object file"_s,
+                               u"Library"_s,
+                               u"Executable"_s,
+                               {},
+                               {},
+                               u"Memory Map"_s,
+                               u"Section Placement"_s,
+                               u"Register Definitions"_s,
+                               {},
+                               {},
+                               {}};
     QByteArray text = "<solution><project Name='p'>";
     for (const QByteArray &file : files)
         text += "<file Name='" + file + "' file_name='" + file + "'/>";

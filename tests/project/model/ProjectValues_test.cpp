@@ -12,8 +12,12 @@ TEST_F(ProjectValues, AreThoseOfThePlainLookup)
     std::mt19937 random(20260101);
     const auto below = [&random](int limit) { return int(random() % quint32(limit)); };
     const std::array<QByteArray, 5> names = {"Common", "Debug", "Release", "Base", "Fast"};
-    const std::array keys = {"c_preprocessor_definitions", "build_output_directory", "filter", "macros",
-                             "linker_additional_files",    "unknown_key"};
+    const std::array keys = {"c_preprocessor_definitions",
+                             "build_output_directory",
+                             "filter",
+                             "macros",
+                             "linker_additional_files",
+                             "unknown_key"};
     const auto configurations = [&](bool isRoot) {
         QByteArray text;
         for (const QByteArray &name : names) {
@@ -36,8 +40,8 @@ TEST_F(ProjectValues, AreThoseOfThePlainLookup)
                     (below(2) ? configurations(false) : "") + "</file></folder>";
         return text + "</project>";
     };
-    const PropertyClass unknownText(u"unknown_key"_s, PropertyType::String, {}), unknownList(
-        u"unknown_key"_s, PropertyType::StringList, {}, u"none"_s);
+    const PropertyClass unknownText(u"unknown_key"_s, PropertyType::String, {}),
+        unknownList(u"unknown_key"_s, PropertyType::StringList, {}, u"none"_s);
     int count = 0;
     const auto compareAll = [&] {
         for (XMLNode *at = system.solution(); at; at = at->nextInTree(system.solution())) {
@@ -101,8 +105,7 @@ TEST_F(ProjectValues, ListsAreSplitAndExpanded)
         c_preprocessor_definitions="A=$(N);;B=x\;y;$(E);$(InputName)"/>
         <file file_name="a.c"/><file file_name="b.c"/></project></solution>)xml");
     const auto list = [this](const char *name, int options, bool *isOwn = nullptr) {
-        return system.propertyList(node(name), ProjectProperty::c_preprocessor_definitions, u"Debug"_s, options,
-                                   isOwn);
+        return system.propertyList(node(name), ProjectProperty::c_preprocessor_definitions, u"Debug"_s, options, isOwn);
     };
     EXPECT_EQ(list("a.c", ProjectSystem::EscapedList),
               QStringList({u"A=$(N)"_s, u"B=x;y"_s, u"$(E)"_s, u"$(InputName)"_s}));
