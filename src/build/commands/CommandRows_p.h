@@ -37,7 +37,7 @@ struct CommandRow
 {
     BuildTools tools;
     ArgumentForm form;
-    const char *text;
+    QStringView text;
     ProjectProperty property = {};
 };
 
