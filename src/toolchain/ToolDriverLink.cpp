@@ -5,6 +5,7 @@
 #include "base/SharedLibrary.h"
 #include "target/loadfile/ElfLoadFile.h"
 #include "target/memory/CodeBuffer.h"
+#include "toolchain/ArchiveMembers.h"
 #include "toolchain/CLibrary.h"
 #include "toolchain/ElfEdits.h"
 #include "toolchain/LinkerScript.h"
@@ -111,9 +112,9 @@ Machine machineOfTriple(const QString &triple)
 ToolDriver::Link ToolDriver::planLink(const QStringList &files) const
 {
     LinkInputs inputs = LinkInputs::read(files);
-    if (!inputs.machine && !inputs.firstBitcode.isEmpty()) {
+    if (!inputs.machine && !inputs.bitcode.isEmpty()) {
         const QString library = ToolSet(m_options.linkerOptions, std::nullopt).ltoLibrary();
-        inputs.machine = machineOfTriple(bitcodeTriple(library, inputs.firstBitcode));
+        inputs.machine = machineOfTriple(bitcodeTriple(library, inputs.bitcode.first()));
     }
     Link link{inputs, ToolSet(m_options.linkerOptions, inputs.machine), {}, {}, inputs.entry};
     link.userOptions = ToolSet::withoutChoice(m_options.linkerOptions);
@@ -135,7 +136,7 @@ void ToolDriver::link()
     m_runner.addOutput(m_options.output);
 
     const QStringList script = linkScript(link);
-    const QStringList objects = link.inputs.firstBitcode.isEmpty() ? files : optimizeBitcode(link, files);
+    const QStringList objects = link.inputs.hasBitcode() ? optimizeBitcode(link, files) : files;
     const QStringList afterObjects = libraries(link);
     QStringList command = link.tools.compiler();
     if (link.tools.isClang())
@@ -262,36 +263,64 @@ QStringList ToolDriver::clangLibraries(const Link &link, bool isFull)
     return words << u"-Wl,--end-group"_s;
 }
 
+
+// ltollvm takes bitcode from files, not from archives: each module of an archive becomes a file, and what else it
+// holds an archive of its own. A module that nothing needs goes away again when all are compiled.
+QStringList ToolDriver::withoutBitcodeArchives(const Link &link, const QStringList &files)
+{
+    QStringList result;
+    for (const QString &file : files) {
+        if (!link.inputs.bitcodeArchives.contains(file) || m_runner.isDry()) {
+            result += file;
+            continue;
+        }
+        const ByteImage archive = ByteImage::load(file);
+        const QString stem = intermediate(".lto-") + QFileInfo(file).completeBaseName();
+        QStringList objects;
+        int count = 0;
+        for (const std::span<const quint8> member : archiveMembers(archive.bytes())) {
+            const bool isModule = isBitcode(member);
+            const QString path = stem + u'-' + QString::number(++count) + (isModule ? u".bc"_s : u".o"_s);
+            writeOwnFile(path, QByteArray::fromRawData(reinterpret_cast<const char *>(member.data()),
+                                                       qsizetype(member.size())));
+            (isModule ? result : objects) += path;
+        }
+        if (objects.isEmpty())
+            continue;
+        QFile::remove(stem + u".a"_s);
+        m_runner.run(QStringList{link.tools.archiver(false), u"rcsD"_s, stem + u".a"_s} + objects);
+        result += stem + u".a"_s;
+    }
+    return result;
+}
+
 QStringList ToolDriver::optimizeBitcode(const Link &link, const QStringList &files)
 {
     const QString library = link.tools.ltoLibrary();
     if (library.isEmpty())
-        throw HException(u"'%1' is bitcode, and LLVM's LTO library isn't beside clang"_s.arg(link.inputs.firstBitcode));
+        throw HException(u"'%1' is bitcode, and LLVM's LTO library isn't beside clang"_s.arg(
+            (link.inputs.bitcode + link.inputs.bitcodeArchives).first()));
     const QString inputList = intermediate(".lto-in"), linkerList = intermediate(".lto-out"),
                   object = intermediate(".lto.o");
     QByteArray lines;
-    for (const QString &file : files)
+    for (const QString &file : withoutBitcodeArchives(link, files))
         lines += '"' + QFile::encodeName(file) + "\"\n";
     writeOwnFile(inputList, lines);
 
     QStringList command = {installationDirectory() + u"/bin/ltollvm"_s, u"-fdata-sections"_s, u"-ffunction-sections"_s};
     QString level = u"-O2"_s;
-    QStringList attributes;
     for (const QString &option : link.userOptions + link.machine) {
-        if (option.startsWith(u"-O"_s))
+        if (option.startsWith(u"-O"_s)) // of sizes the functions tell, too
             level = option == u"-Os" || option == u"-Oz" ? u"-O2"_s : option;
         else if (option.startsWith(u"-mcpu="_s))
             command += option;
         else if (option == u"-mfloat-abi=hard")
             command += u"-float-abi=hard"_s;
-        else if (option.startsWith(u"-march=rv32"_s))
-            for (const QChar extension : option.section(u'_', 0, 0).sliced(11))
-                attributes += u'+' + QString(extension);
+        else if (option.startsWith(u"-march=rv"_s) && option.section(u'_', 0, 0).endsWith(u'c'))
+            // The functions know their extensions; the object's flags are made from this. The library takes one.
+            command << u"-opts"_s << u"--mattr=+c"_s;
     }
-    attributes.removeAll(u"+i"_s);
     command += level;
-    if (!attributes.isEmpty())
-        command << u"-opts"_s << u"--mattr="_s + attributes.join(u',');
     command << library << inputList << linkerList << object << link.entry << m_options.keepSymbols;
     for (const char *name : libraryCallbacks)
         command += QString::fromLatin1(name);
