@@ -121,8 +121,10 @@ void JsonReport::diagnostic(const BuildPlace &place, const BuildLogItem &item, b
     print(json);
 }
 
-void JsonReport::note(const BuildPlace &place, NoteKind, const QString &text)
+void JsonReport::note(const BuildPlace &place, NoteKind kind, const QString &text)
 {
+    if (kind == NoteKind::UpToDate && !m_tellsAll)
+        return;
     JsonWriter json;
     begin(json, "note"_L1, place, text);
     print(json);

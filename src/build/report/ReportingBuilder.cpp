@@ -96,9 +96,9 @@ void ReportingBuilder::reportInfo(const QString &text)
     m_report.note(place(), BuildReport::NoteKind::Information, text);
 }
 
+// Not for the log: a build that has nothing to do would write thousands of rows that nobody sees.
 void ReportingBuilder::reportNote(const QString &text)
 {
-    StudioBuilder::reportNote(text);
     m_report.note(place(), BuildReport::NoteKind::UpToDate, text);
 }
 
