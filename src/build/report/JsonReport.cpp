@@ -101,11 +101,11 @@ void JsonReport::commandStarted(const BuildPlace &place, const QString &director
     print(json);
 }
 
-void JsonReport::output(const BuildPlace &place, const QString &line, bool isError)
+void JsonReport::output(const BuildPlace &place, const QString &line, Stream stream)
 {
     JsonWriter json;
     begin(json, "output"_L1, place, line);
-    json.field("stream", isError ? u"stderr" : u"stdout");
+    json.field("stream", stream == Stream::Error ? u"stderr" : u"stdout");
     print(json);
 }
 
