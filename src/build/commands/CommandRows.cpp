@@ -96,7 +96,7 @@ ArgumentRows::ArgumentRows(ToolCommands &tools, const StandardProjectSystem &sys
 
 void ArgumentRows::add(const CommandRow &row)
 {
-    const QString raw = value(row.property);
+    const QString raw = row.property == ProjectProperty() ? QString() : value(row.property);
     switch (row.form) {
     case Text: return addText(row);
     case Program: return addPair({}, expand(QString::fromLatin1(row.text)));

@@ -231,18 +231,29 @@ const ToolCommands::Template &ToolCommands::templateOf(const ToolRequest &reques
             continue;
         all.add(row);
         if (all.isOwn)
-            made.pieces.push_back({{}, &row});
+            made.pieces.push_back({{}, {}, &row});
         else if (!made.pieces.empty() && !made.pieces.back().row)
             made.pieces.back().arguments += all.arguments;
         else
-            made.pieces.push_back({all.arguments, nullptr});
+            made.pieces.push_back({all.arguments, {}, nullptr});
         if (!all.isOwn && made.error.isEmpty())
             made.error = all.error;
         all.arguments.clear();
         all.error.clear();
         all.isOwn = false;
     }
+    for (Template::Piece &piece : made.pieces)
+        piece.hash.add(piece.arguments);
     return made;
+}
+
+QStringList ToolCommands::inputsOf(const ToolRequest &request) const
+{
+    QStringList inputs;
+    if (!isCompile(request.kind))
+        for (const QString &input : request.inputs)
+            inputs += m_system.expand(request.element, request.configuration, input);
+    return inputs;
 }
 
 ToolCommand ToolCommands::command(const ToolRequest &request)
@@ -257,11 +268,32 @@ ToolCommand ToolCommands::command(const ToolRequest &request)
         else
             all.arguments += piece.arguments;
     }
-    ToolCommand command{m_system.projectDirectory(request.element), all.arguments, {}, all.error};
-    if (!isCompile(request.kind))
-        for (const QString &input : request.inputs)
-            command.inputs += m_system.expand(request.element, request.configuration, input);
-    return command;
+    return {m_system.projectDirectory(request.element), all.arguments, inputsOf(request), all.error};
+}
+
+quint64 ToolCommands::hash(const ToolRequest &request, const QStringList &more, QString &error)
+{
+    loadGenericOptions(request.element, request.configuration);
+    const Template &made = templateOf(request);
+    CommandArguments own(*this, m_system, m_genericOptions, request);
+    own.error = made.error;
+    CommandHash hash;
+    hash.add(m_system.projectDirectory(request.element));
+    for (const Template::Piece &piece : made.pieces) {
+        if (piece.row) {
+            own.arguments.clear();
+            own.add(*piece.row);
+            hash.add(own.arguments);
+        } else {
+            hash.add(piece.hash);
+        }
+    }
+    hash.addMark();
+    hash.add(inputsOf(request));
+    hash.add(more);
+    if (!own.error.isEmpty())
+        error = own.error;
+    return hash.value();
 }
 
 QString ToolCommands::inputsFileName(const ToolRequest &request) const
