@@ -88,7 +88,8 @@ BuildOutcome runBuild(LoadedSolution &loaded, const BuildRequest &request, Build
     if (outcome.isDone() && !(request.flags & BuildFlag::noRun)) {
         for (const auto &[project, configuration] : plan.programs) {
             QString problem;
-            if (auto size = programSize(loaded.system(), project, configuration, problem))
+            const QString file = tools.outputName(ToolKind::Link, project, configuration, true);
+            if (auto size = programSize(loaded.system(), project, configuration, file, problem))
                 outcome.sizes.push_back(std::move(*size));
             if (!problem.isEmpty())
                 report.note({project, configuration}, BuildReport::NoteKind::Information, problem);

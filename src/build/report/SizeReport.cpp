@@ -93,13 +93,12 @@ QString grouped(quint64 number)
 } // namespace
 
 std::optional<ProgramSize> programSize(const StandardProjectSystem &system, const ProjectElement *project,
-                                       const QString &configuration, QString &problem)
+                                       const QString &configuration, const QString &file, QString &problem)
 {
     ProgramSize size;
     size.project = project->displayName();
     size.configuration = configuration;
-    size.file =
-        system.absolutePath(project, system.value(project, ProjectProperty::build_output_file_name, configuration));
+    size.file = file;
     ElfFile elf;
     try {
         if (!ElfFile::isElfFile(size.file))
