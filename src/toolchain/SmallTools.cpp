@@ -114,10 +114,12 @@ void copyFile(const QString &source, const QString &target)
 // Links are copied as links.
 void copyFolder(const QString &source, const QString &target)
 {
-    const QString from = QFileInfo(source).canonicalFilePath();
-    makeDirectory(target);
-    if ((QFileInfo(target).canonicalFilePath() + u'/').startsWith(from + u'/'))
+    const auto cleanPath = [](const QString &path) {
+        return QDir::cleanPath(QFileInfo(path).absoluteFilePath()) + u'/';
+    };
+    if (cleanPath(target).startsWith(cleanPath(source)))
         throw HException(u"cannot copy '%1' into itself"_s.arg(source));
+    makeDirectory(target);
     QDirIterator entry(source, QDir::AllEntries | QDir::Hidden | QDir::System | QDir::NoDotAndDotDot,
                        QDirIterator::Subdirectories);
     while (entry.hasNext()) {
