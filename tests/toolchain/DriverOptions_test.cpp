@@ -20,10 +20,10 @@ QString optionError(const QString &line)
 
 TEST(DriverOptions, ReadsTheLineOfACompilation)
 {
-    const DriverOptions options = DriverOptions::parse(
-        {u"-v"_s, u"-we"_s, u"-c"_s, u"-xc++"_s, u"src/a b.cpp"_s, u"-exceptions"_s, u"-rtti"_s, u"-g"_s,
-         u"-Iinclude"_s, u"-DX=1;2"_s, u"-UY"_s, u"-depend"_s, u"Obj/a.d"_s, u"-Rc,.fast"_s, u"-Wc,-Os"_s,
-         u"-Wc,-mcpu=cortex-m3"_s, u"-o"_s, u"Obj/a.o"_s});
+    const DriverOptions options =
+        DriverOptions::parse({u"-v"_s, u"-we"_s, u"-c"_s, u"-xc++"_s, u"src/a b.cpp"_s, u"-exceptions"_s, u"-rtti"_s,
+                              u"-g"_s, u"-Iinclude"_s, u"-DX=1;2"_s, u"-UY"_s, u"-depend"_s, u"Obj/a.d"_s,
+                              u"-Rc,.fast"_s, u"-Wc,-Os"_s, u"-Wc,-mcpu=cortex-m3"_s, u"-o"_s, u"Obj/a.o"_s});
     EXPECT_TRUE(options.verbose && options.warningsAsErrors && options.exceptions && options.rtti && options.debug);
     EXPECT_FALSE(options.suppressWarnings);
     EXPECT_EQ(options.action, DriverOptions::Action::Compile);
@@ -38,11 +38,32 @@ TEST(DriverOptions, ReadsTheLineOfACompilation)
 
 TEST(DriverOptions, ReadsTheLineOfALink)
 {
-    const DriverOptions options = DriverOptions::parse(
-        {u"-w"_s, u"-inputfiles"_s, u"a.ind"_s, u"-Tmy.ld"_s, u"-memorymap"_s, u"m.xml"_s, u"-memorymapmacros"_s,
-         u"A=1;B=2"_s, u"-placementsegments"_s, u"RAM RWX 0 0x100"_s, u"-placement"_s, u"p.xml"_s,
-         u"-placementmacros"_s, u"C=3"_s, u"-printf=llpw"_s, u"-scanf=dc"_s, u"-Fhex"_s, u"-l-"_s, u"-M"_s,
-         u"-dstart=0x10"_s, u"-Kvectors"_s, u"-Wl,-e,main"_s, u"-patch"_s, u"sign x"_s, u"-o"_s, u"a.elf"_s});
+    const DriverOptions options = DriverOptions::parse({u"-w"_s,
+                                                        u"-inputfiles"_s,
+                                                        u"a.ind"_s,
+                                                        u"-Tmy.ld"_s,
+                                                        u"-memorymap"_s,
+                                                        u"m.xml"_s,
+                                                        u"-memorymapmacros"_s,
+                                                        u"A=1;B=2"_s,
+                                                        u"-placementsegments"_s,
+                                                        u"RAM RWX 0 0x100"_s,
+                                                        u"-placement"_s,
+                                                        u"p.xml"_s,
+                                                        u"-placementmacros"_s,
+                                                        u"C=3"_s,
+                                                        u"-printf=llpw"_s,
+                                                        u"-scanf=dc"_s,
+                                                        u"-Fhex"_s,
+                                                        u"-l-"_s,
+                                                        u"-M"_s,
+                                                        u"-dstart=0x10"_s,
+                                                        u"-Kvectors"_s,
+                                                        u"-Wl,-e,main"_s,
+                                                        u"-patch"_s,
+                                                        u"sign x"_s,
+                                                        u"-o"_s,
+                                                        u"a.elf"_s});
     EXPECT_EQ(options.action, DriverOptions::Action::Link);
     EXPECT_EQ(options.inputsFile, u"a.ind"_s);
     EXPECT_EQ(options.linkerScript, u"my.ld"_s);

@@ -101,7 +101,8 @@ TEST_F(Placement, TakesTheFirstSegmentThatTheTargetHas)
 
 TEST_F(Placement, ImportsAndIncludes)
 {
-    folder.write("base.xml", "<root><MemorySegment name=\"FLASH\"><ProgramSection name=\".$(P)\"/></MemorySegment></root>");
+    folder.write("base.xml",
+                 "<root><MemorySegment name=\"FLASH\"><ProgramSection name=\".$(P)\"/></MemorySegment></root>");
     folder.write("more.xml", "<envelope><ProgramSection name=\".more\"/>\n<ProgramSection name=\"b ad\"/></envelope>");
     const SectionPlacement placement =
         read("<root><Import filename=\"base.xml\"/><MemorySegment name=\"RAM\">"
@@ -136,13 +137,14 @@ const BadPlacement badPlacements[] = {
 TEST_F(Placement, TellsWhereADocumentIsBroken)
 {
     for (const BadPlacement &row : badPlacements)
-        EXPECT_TRUE(error(row.text).startsWith(QString::fromLatin1(row.message))) << row.what << ": "
-                                                                                  << qPrintable(error(row.text));
+        EXPECT_TRUE(error(row.text).startsWith(QString::fromLatin1(row.message)))
+            << row.what << ": " << qPrintable(error(row.text));
     EXPECT_THROW(SectionPlacement::readMemoryMap(folder.path("none.xml"), {}), HException);
     EXPECT_THROW(SectionPlacement::readMemoryMap(folder.write("empty.xml", "<root/>"), {}), HException);
-    EXPECT_THROW(SectionPlacement::readMemoryMap(
-                     folder.write("m.xml", "<root><MemorySegment name=\"A\" start=\"0xFFFFFFFF\" size=\"2\"/></root>"), {}),
-                 HException);
+    EXPECT_THROW(
+        SectionPlacement::readMemoryMap(
+            folder.write("m.xml", "<root><MemorySegment name=\"A\" start=\"0xFFFFFFFF\" size=\"2\"/></root>"), {}),
+        HException);
 }
 
 TEST_F(Placement, TellsWhatIsWrongWithASection)
@@ -158,20 +160,18 @@ TEST_F(Placement, TellsWhatIsWrongWithASection)
         {"name=\".a\" size=\"some\"", "size 'some' is no number of 32 bits"},
         {"name=\".a\" size=\"0x100000000\"", "size '0x100000000' is no number of 32 bits"},
         {"name=\".a\" size=\"$(SIZE)\"", "macro 'SIZE' is not defined"},
-        {"name=\".a\" inputsections=\"*(.a\"",
-         "inputsections '*(.a' is no list of patterns like \"*(.text .text.*)\""},
+        {"name=\".a\" inputsections=\"*(.a\"", "inputsections '*(.a' is no list of patterns like \"*(.text .text.*)\""},
         {"name=\".a\" inputsections=\"*(.a)} x {\"",
          "inputsections '*(.a)} x {' is no list of patterns like \"*(.text .text.*)\""},
         {"name=\".a\" end_symbol=\"a b\"", "end_symbol 'a b' is no symbol name"},
         {"name=\".a\" fill=\"1\"", "a section that isn't loaded can only be filled with 0"},
         {"name=\".a\" load=\"Yes\" runin=\".b\"", "section '.a' runs in '.b', which isn't placed"},
         {"name=\".a\" runin=\".c\"/><ProgramSection name=\".c\"", "section '.a' must be loaded and '.c' must not"},
-        {"name=\".a\" runoffset=\"4\"",
-         "'runoffset' can't be placed; 'runin' names the section that this one runs in"},
+        {"name=\".a\" runoffset=\"4\"", "'runoffset' can't be placed; 'runin' names the section that this one runs in"},
     };
     for (const Row &row : rows)
-        EXPECT_EQ(error("<root><MemorySegment name=\"RAM\">\n<ProgramSection " + QByteArray(row.attributes)
-                        + "/></MemorySegment></root>"),
+        EXPECT_EQ(error("<root><MemorySegment name=\"RAM\">\n<ProgramSection " + QByteArray(row.attributes) +
+                        "/></MemorySegment></root>"),
                   u"place.xml:2: error: "_s + QString::fromLatin1(row.message));
     EXPECT_EQ(error("<root><MemorySegment name=\"RAM\"><ProgramSection name=\".a\"/>\n"
                     "<ProgramSection name=\".a\"/></MemorySegment></root>"),
@@ -205,7 +205,8 @@ TEST_F(Placement, WritesAScript)
     };
     for (const char *line : lines)
         EXPECT_TRUE(text.contains(QString::fromLatin1(line))) << line;
-    EXPECT_EQ(outputSections(text), (QStringList{u".vectors"_s, u".text"_s, u".rodata"_s, u".data"_s, u".bss"_s, u".stack"_s}));
+    EXPECT_EQ(outputSections(text),
+              (QStringList{u".vectors"_s, u".text"_s, u".rodata"_s, u".data"_s, u".bss"_s, u".stack"_s}));
 }
 
 // The order of each segment holds, wherever the other place of a section is.
@@ -217,7 +218,10 @@ TEST_F(Placement, OrdersSectionsByBothPlaces)
         QStringList order;
     };
     const Row rows[] = {
-        {"a load image between others", ".a .d>.d_run .b", ".x .d_run .y", {u".a"_s, u".x"_s, u".d"_s, u".y"_s, u".b"_s}},
+        {"a load image between others",
+         ".a .d>.d_run .b",
+         ".x .d_run .y",
+         {u".a"_s, u".x"_s, u".d"_s, u".y"_s, u".b"_s}},
         {"RAM first", ".d>.r .e>.s .z", ".w .r .s", {u".w"_s, u".d"_s, u".e"_s, u".z"_s}},
         {"opposite orders", ".d>.r .e>.s", ".s .r", {}},
     };
@@ -227,8 +231,8 @@ TEST_F(Placement, OrdersSectionsByBothPlaces)
             document += QByteArray("<MemorySegment name=\"") + (isFlash ? "FLASH" : "RAM") + "\">";
             for (const QByteArray &place : QByteArray(isFlash ? row.flash : row.ram).split(' ')) {
                 const QList<QByteArray> names = place.split('>');
-                document += "<ProgramSection name=\"" + names[0] + "\" load=\"" + (isFlash ? "Yes" : "No") + '"'
-                            + (names.size() > 1 ? " runin=\"" + names[1] + '"' : QByteArray()) + "/>";
+                document += "<ProgramSection name=\"" + names[0] + "\" load=\"" + (isFlash ? "Yes" : "No") + '"' +
+                            (names.size() > 1 ? " runin=\"" + names[1] + '"' : QByteArray()) + "/>";
             }
             document += "</MemorySegment>";
         }
@@ -242,12 +246,13 @@ TEST_F(Placement, OrdersSectionsByBothPlaces)
 
 TEST_F(Placement, FillsTheTablesOfStartUpCode)
 {
-    const QString text = script("<root><MemorySegment name=\"FLASH\"><ProgramSection name=\".copy_table\" load=\"Yes\"/>"
-                                "<ProgramSection name=\".zero_table\" load=\"Yes\"/>"
-                                "<ProgramSection name=\".d\" load=\"Yes\" runin=\".r\"/></MemorySegment>"
-                                "<MemorySegment name=\"RAM\"><ProgramSection name=\".r\"/>"
-                                "<ProgramSection name=\".z\" fill=\"0\"/><ProgramSection name=\".n\"/>"
-                                "</MemorySegment></root>");
+    const QString text =
+        script("<root><MemorySegment name=\"FLASH\"><ProgramSection name=\".copy_table\" load=\"Yes\"/>"
+               "<ProgramSection name=\".zero_table\" load=\"Yes\"/>"
+               "<ProgramSection name=\".d\" load=\"Yes\" runin=\".r\"/></MemorySegment>"
+               "<MemorySegment name=\"RAM\"><ProgramSection name=\".r\"/>"
+               "<ProgramSection name=\".z\" fill=\"0\"/><ProgramSection name=\".n\"/>"
+               "</MemorySegment></root>");
     EXPECT_TRUE(text.contains(u"    LONG(LOADADDR(.d)) LONG(ADDR(.d)) LONG(SIZEOF(.d))\n"_s));
     EXPECT_EQ(text.count(u"    LONG(ADDR("_s), 1) << "only what is filled with 0 is in the table";
     EXPECT_TRUE(text.contains(u"    LONG(ADDR(.z)) LONG(SIZEOF(.z))\n"_s));

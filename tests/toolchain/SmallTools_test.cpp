@@ -60,7 +60,8 @@ TEST_F(SmallTools, CopyFilesAndFolders)
 TEST_F(SmallTools, CopyDescriptions)
 {
     folder.write("part.xml", "<part n=\"$(N)\"/>");
-    folder.write("in.xml", "<!DOCTYPE Thing><root><if A=\"1\"><b v=\"$(A)$(B)\"/></if><include filename=\"part.xml\"/></root>");
+    folder.write("in.xml",
+                 "<!DOCTYPE Thing><root><if A=\"1\"><b v=\"$(A)$(B)\"/></if><include filename=\"part.xml\"/></root>");
     ASSERT_EQ(run("xmlcp @in.xml @out/out.xml -macros A=1;B=2 -D N=x;y").status, 0);
     EXPECT_EQ(folder.read("out/out.xml").simplified(),
               "<!DOCTYPE Thing> <root> <b v=\"12\" /> <part n=\"x;y\" /> </root>");
@@ -72,7 +73,8 @@ TEST_F(SmallTools, CopyDescriptions)
 TEST_F(SmallTools, MakeHeaders)
 {
     folder.write("a-b.bin", QByteArray("\x00\x7F\xFF", 3));
-    folder.write("text", "say \"hi\\\"\n??=\n\xC3\xA4" "1");
+    folder.write("text", "say \"hi\\\"\n?\?=\n\xC3\xA4"
+                         "1");
     ASSERT_EQ(run("mkhdr @a-b.bin @bin.h").status, 0);
     ASSERT_EQ(run("mkhdr -text -name words @text @text.h").status, 0);
     EXPECT_TRUE(folder.read("bin.h").contains("static const unsigned char a_b_bin[] = {\n    0x00, 0x7f, 0xff,\n};"));
@@ -80,8 +82,9 @@ TEST_F(SmallTools, MakeHeaders)
                             "_Static_assert(sizeof a_b_bin == A_B_BIN_SIZE && sizeof words == WORDS_SIZE + 1, \"\");\n"
                             "_Static_assert(WORDS_SIZE == 17, \"\");\n");
     NEEDS_PROGRAM("cc");
-    const ProgramResult result = runProgram(QStandardPaths::findExecutable(u"cc"_s),
-                                            {u"-std=c11"_s, u"-trigraphs"_s, u"-fsyntax-only"_s, folder.path("check.c")});
+    const ProgramResult result =
+        runProgram(QStandardPaths::findExecutable(u"cc"_s),
+                   {u"-std=c11"_s, u"-trigraphs"_s, u"-fsyntax-only"_s, folder.path("check.c")});
     EXPECT_EQ(result.status, 0) << result.error.constData();
     folder.write("empty", "");
     EXPECT_EQ(error("mkhdr @empty @e.h"), u"mkhdr: error: '@empty' is empty, and C has no empty array"_s);
@@ -91,7 +94,9 @@ TEST_F(SmallTools, MakeHeaders)
 TEST_F(SmallTools, ChangeModes)
 {
     const QString path = folder.write("a", "");
-    const auto mode = [&] { return QFileInfo(path).permissions() & ~(QFile::ReadUser | QFile::WriteUser | QFile::ExeUser); };
+    const auto mode = [&] {
+        return QFileInfo(path).permissions() & ~(QFile::ReadUser | QFile::WriteUser | QFile::ExeUser);
+    };
     ASSERT_EQ(run("chmod 640 @a").status, 0);
     EXPECT_EQ(mode(), QFile::ReadOwner | QFile::WriteOwner | QFile::ReadGroup);
     ASSERT_EQ(run("chmod -w @a").status, 0);

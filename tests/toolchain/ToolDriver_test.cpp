@@ -13,8 +13,9 @@ namespace {
 const char *const vectorsSource = "extern int __stack_end__; void Reset_Handler(void);\n"
                                   "__attribute__((section(\".vectors\"), used)) void *const vectors[2] = "
                                   "{&__stack_end__, (void *)Reset_Handler};\n";
-const char *const mainSource = "volatile int counter = 5; volatile int zero[3]; const char text[] = \"hello\"; int unused(void) { return 7; }\n"
-                               "void Reset_Handler(void) { for (;;) zero[counter % 3] = text[counter % 5]; }\n";
+const char *const mainSource =
+    "volatile int counter = 5; volatile int zero[3]; const char text[] = \"hello\"; int unused(void) { return 7; }\n"
+    "void Reset_Handler(void) { for (;;) zero[counter % 3] = text[counter % 5]; }\n";
 
 class Driver : public testing::Test
 {
@@ -49,8 +50,8 @@ protected:
             folder.write("place.xml", smallPlacement);
         folder.write("app.ind", (objects.join(u'\n') + u'\n').toUtf8());
         return cc(QStringList{u"-inputfiles"_s, path("app.ind"), u"-memorymap"_s, path("map.xml"), u"-placement"_s,
-                              path("place.xml"), u"-o"_s, path("app.elf")}
-                  + options);
+                              path("place.xml"), u"-o"_s, path("app.elf")} +
+                  options);
     }
     void buildSmall(const QStringList &compilerOptions, const QStringList &linkOptions)
     {
@@ -127,8 +128,10 @@ TEST_F(Driver, ShowsTheCommandsOfCompilations)
     for (const ShownRow &row : shownCompilations)
         EXPECT_EQ(shown(QString::fromLatin1(row.arguments)), QString::fromLatin1(row.command)) << row.what;
     EXPECT_FALSE(QFile::exists(path("a.o")));
-    EXPECT_TRUE(shown(u"-c -xc @a.c -o @a.o"_s, {u"VELDANE_TOOLCHAIN=clang"_s}).startsWith(u"clang --target=arm-none-eabi"_s));
-    EXPECT_TRUE(shown(u"-c -xc @a.c -Wc,-toolchain=gcc -o @a.o"_s, {u"VELDANE_TOOLCHAIN=clang"_s}).startsWith(u"arm-"_s))
+    EXPECT_TRUE(
+        shown(u"-c -xc @a.c -o @a.o"_s, {u"VELDANE_TOOLCHAIN=clang"_s}).startsWith(u"clang --target=arm-none-eabi"_s));
+    EXPECT_TRUE(
+        shown(u"-c -xc @a.c -Wc,-toolchain=gcc -o @a.o"_s, {u"VELDANE_TOOLCHAIN=clang"_s}).startsWith(u"arm-"_s))
         << "options weigh more than the environment";
 }
 
@@ -213,9 +216,9 @@ TEST_F(Driver, LinksByASegmentList)
     folder.write("main.c", mainSource);
     folder.write("place.xml", smallPlacement);
     compile("main.c", {u"-Wc,-mcpu=cortex-m0"_s, u"-Wc,-mthumb"_s});
-    const ProgramResult result = cc({objectOf("main.c"), u"-placementsegments"_s,
-                                     u"FLASH RX 0x100 0x1000;RAM RWX 0x20000000 0x1000"_s, u"-placement"_s,
-                                     path("place.xml"), u"-o"_s, path("app.elf")});
+    const ProgramResult result =
+        cc({objectOf("main.c"), u"-placementsegments"_s, u"FLASH RX 0x100 0x1000;RAM RWX 0x20000000 0x1000"_s,
+            u"-placement"_s, path("place.xml"), u"-o"_s, path("app.elf")});
     ASSERT_EQ(result.status, 0) << result.error.constData();
     elf.load(path("app.elf"));
     EXPECT_EQ(symbol("__FLASH_segment_start__"), 0x100u);
@@ -226,7 +229,8 @@ TEST_F(Driver, LinksByASegmentList)
 TEST_F(Driver, FailsWhenASegmentOverflows)
 {
     NEEDS_PROGRAM("arm-none-eabi-gcc");
-    folder.write("main.c", "volatile const char big[0x4000] = {1}; volatile char ram[0x2000]; void Reset_Handler(void) { ram[0] = big[1]; }");
+    folder.write("main.c", "volatile const char big[0x4000] = {1}; volatile char ram[0x2000]; void Reset_Handler(void) "
+                           "{ ram[0] = big[1]; }");
     compile("main.c", {u"-Wc,-mcpu=cortex-m3"_s, u"-Wc,-mthumb"_s});
     folder.write("app.elf", "old");
     const ProgramResult result = link({objectOf("main.c")}, {u"-Khole"_s});
@@ -275,7 +279,8 @@ TEST_F(Driver, LeavesNothingOfAFailedCompilation)
     folder.write("a.c", "#include \"missing.h\"\n");
     folder.write("a.o", "old");
     folder.write("a.d", "old");
-    const ProgramResult result = cc({u"-v"_s, u"-c"_s, u"-xc"_s, path("a.c"), u"-depend"_s, path("a.d"), u"-o"_s, path("a.o")});
+    const ProgramResult result =
+        cc({u"-v"_s, u"-c"_s, u"-xc"_s, path("a.c"), u"-depend"_s, path("a.d"), u"-o"_s, path("a.o")});
     EXPECT_EQ(result.status, 1);
     EXPECT_TRUE(result.out.startsWith("arm-none-eabi-gcc -c -x c "));
     EXPECT_TRUE(result.error.contains(path("a.c").toUtf8() + ":1:10: fatal error: missing.h"));
@@ -290,8 +295,8 @@ TEST_F(Driver, PassesSignalsOn)
                                                            "echo ready\nwhile :; do sleep 0.05; done\n");
     QFile::setPermissions(tool, QFile::ReadOwner | QFile::ExeOwner);
     QProcess process;
-    process.start(QString::fromLatin1(VN_BIN "/cc"), {u"-c"_s, u"-xc"_s, path("a.c"), u"-Wc,-toolchain="_s + folder.root(),
-                                                      u"-o"_s, path("a.o")});
+    process.start(QString::fromLatin1(VN_BIN "/cc"),
+                  {u"-c"_s, u"-xc"_s, path("a.c"), u"-Wc,-toolchain="_s + folder.root(), u"-o"_s, path("a.o")});
     ASSERT_TRUE(process.waitForReadyRead(20000));
     EXPECT_TRUE(QFile::exists(path("a.o")));
     kill(pid_t(process.processId()), SIGTERM);
@@ -321,12 +326,13 @@ TEST_F(Driver, NamesSections)
     compile("main.c", {u"-Rc,.fast"_s, u"-Rd,.mydata"_s, u"-Rz,.mybss"_s, u"-Rk,.constants"_s, u"-g"_s});
     ElfFile object;
     object.load(objectOf("main.c"));
-    for (const char *name : {".fast", ".fast.Reset_Handler", ".rel.fast.Reset_Handler", ".mydata.counter", ".mybss.zero",
-                             ".constants.text", ".debug_info", ".symtab"})
+    for (const char *name : {".fast", ".fast.Reset_Handler", ".rel.fast.Reset_Handler", ".mydata.counter",
+                             ".mybss.zero", ".constants.text", ".debug_info", ".symtab"})
         EXPECT_TRUE(object.sectionNamed(QString::fromLatin1(name))) << name;
     EXPECT_FALSE(object.sectionNamed(u".text.Reset_Handler"_s));
     if (!QStandardPaths::findExecutable(u"readelf"_s).isEmpty()) {
-        const ProgramResult result = runProgram(QStandardPaths::findExecutable(u"readelf"_s), {u"-aW"_s, objectOf("main.c")});
+        const ProgramResult result =
+            runProgram(QStandardPaths::findExecutable(u"readelf"_s), {u"-aW"_s, objectOf("main.c")});
         EXPECT_EQ(result.error.toStdString(), "");
         EXPECT_TRUE(result.out.contains(" .mybss.zero "));
     }
@@ -359,9 +365,14 @@ TEST_F(Driver, WritesLoadFiles)
     for (const char *format : {"hex", "srec", "bin"}) {
         buildSmall({u"-Wc,-mcpu=cortex-m3"_s, u"-Wc,-mthumb"_s}, {u"-F"_s + QString::fromLatin1(format)});
         const QString ours = path("app.") + QString::fromLatin1(format), theirs = path("theirs");
-        const QByteArray kind = format == QByteArrayView("bin") ? "binary" : format == QByteArrayView("hex") ? "ihex" : "srec";
+        const QByteArray kind = format == QByteArrayView("bin")   ? "binary"
+                                : format == QByteArrayView("hex") ? "ihex"
+                                                                  : "srec";
         const QString objcopy = QStandardPaths::findExecutable(u"arm-none-eabi-objcopy"_s);
-        ASSERT_EQ(runProgram(objcopy, {u"-O"_s, QString::fromLatin1(kind), u"--gap-fill"_s, u"0xFF"_s, path("app.elf"), theirs}).status, 0);
+        ASSERT_EQ(runProgram(objcopy,
+                             {u"-O"_s, QString::fromLatin1(kind), u"--gap-fill"_s, u"0xFF"_s, path("app.elf"), theirs})
+                      .status,
+                  0);
         if (kind == "binary") {
             EXPECT_EQ(folder.read("app.bin"), folder.read("theirs"));
             continue;
@@ -369,7 +380,10 @@ TEST_F(Driver, WritesLoadFiles)
         // Records may be cut differently; the bytes must be the same.
         for (const QString &file : {ours, theirs})
             ASSERT_EQ(runProgram(objcopy, {u"-I"_s, QString::fromLatin1(kind), u"-O"_s, u"binary"_s, u"--gap-fill"_s,
-                                           u"0xFF"_s, file, file + u".bin"_s}).status, 0) << qPrintable(file);
+                                           u"0xFF"_s, file, file + u".bin"_s})
+                          .status,
+                      0)
+                << qPrintable(file);
         QFile a(ours + u".bin"_s), b(theirs + u".bin"_s);
         ASSERT_TRUE(a.open(QFile::ReadOnly) && b.open(QFile::ReadOnly));
         EXPECT_EQ(a.readAll(), b.readAll()) << format;

@@ -7,8 +7,8 @@
 #include <QStandardPaths>
 
 // Skips a test, visibly, where a program that it needs isn't installed.
-#define NEEDS_PROGRAM(name)                                               \
-    if (QStandardPaths::findExecutable(QStringLiteral(name)).isEmpty())   \
+#define NEEDS_PROGRAM(name)                                             \
+    if (QStandardPaths::findExecutable(QStringLiteral(name)).isEmpty()) \
     GTEST_SKIP() << name << " is not installed"
 
 // Documents of a small device, for tests of placement and links.
