@@ -32,8 +32,9 @@ bool ElementBuild::run()
     if (m_element->type() == ProjectElement::Type::Configuration)
         return false;
     m_idler.idle(0);
-    m_isUnity = isUnityFolder(m_system, m_element, m_configuration, m_flags);
-    const ToolKind kind = toolKind(m_system, m_element, m_configuration, m_flags);
+    const BuildEngine::NodeFacts &facts = m_engine.facts(m_element, m_configuration, m_flags);
+    m_isUnity = facts.isUnity;
+    const ToolKind kind = facts.kind;
     if (m_isUnity)
         m_isForced |= buildUnityMembers();
     else if (!(m_flags & BuildFlag::noChildren) && kind != ToolKind::External)

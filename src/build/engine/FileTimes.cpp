@@ -1,7 +1,10 @@
 #include "build/engine/FileTimes.h"
 
 #include <QFile>
+#include <algorithm>
+#include <climits>
 #include <ctime>
+#include <fcntl.h>
 #include <sys/stat.h>
 
 namespace {
@@ -25,15 +28,34 @@ FileStamp FileTimes::stamp(Id id)
 {
     File &file = m_files[id];
     if (!file.isKnown) {
-        struct stat status;
-        const bool exists = ::stat(QFile::encodeName(file.path).constData(), &status) == 0;
-        file.stamp = exists ? FileStamp{status.st_mtim.tv_sec * nanoseconds + status.st_mtim.tv_nsec, status.st_size}
-                            : FileStamp{};
-        if (exists && !file.stamp.time)
-            file.stamp.time = 1; // 1970 to the nanosecond is a time too
+        file.stamp = ask(file.path);
         file.isKnown = true;
     }
     return file.stamp;
+}
+
+FileStamp FileTimes::ask(const QString &path) const
+{
+    const bool isBelow = m_baseDirectory.isOpen() && path.startsWith(m_base);
+    const QStringView name = QStringView(path).sliced(isBelow ? m_base.size() : 0);
+    const int directory = isBelow ? m_baseDirectory.number() : AT_FDCWD;
+    // Thousands of names are asked for, nearly all of them ASCII.
+    char ascii[PATH_MAX];
+    const bool isAscii = name.size() < PATH_MAX && !name.isEmpty() &&
+                         std::all_of(name.begin(), name.end(), [](QChar c) { return c.unicode() - 1u < 0x7F; });
+    struct stat status;
+    int result;
+    if (isAscii) {
+        std::transform(name.begin(), name.end(), ascii, [](QChar c) { return char(c.unicode()); });
+        ascii[name.size()] = 0;
+        result = ::fstatat(directory, ascii, &status, 0);
+    } else {
+        result = ::stat(QFile::encodeName(path).constData(), &status);
+    }
+    if (result != 0)
+        return {};
+    const qint64 time = status.st_mtim.tv_sec * nanoseconds + status.st_mtim.tv_nsec;
+    return {time ? time : 1, status.st_size}; // the first instant of 1970 is a time too
 }
 
 void FileTimes::forget(const QString &path)
@@ -54,8 +76,10 @@ void FileTimes::setWritten(const QString &path)
     file.isWritten = true;
 }
 
-void FileTimes::clear()
+void FileTimes::clear(const QString &base)
 {
+    m_base = base.endsWith(u'/') ? base : base + u'/';
+    m_baseDirectory = FileDescriptor(base.isEmpty() ? -1 : ::open(QFile::encodeName(base).constData(), O_PATH | O_CLOEXEC));
     m_ids.clear();
     m_files.clear();
     m_now = 0;

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "base/FileDescriptor.h"
 #include "build/commands/CommandRecord.h"
 
 #include <QHash>
@@ -25,8 +26,8 @@ public:
     void setWritten(const QString &path);
     bool isWritten(Id id) const { return m_files[id].isWritten; }
 
-    // For a new build.
-    void clear();
+    // For a new build. Files below the base are reached by a shorter way.
+    void clear(const QString &base = {});
     // Nanoseconds since 1970, at least as late as the last call.
     qint64 now();
     qint64 lastNow() const { return m_now; }
@@ -40,6 +41,10 @@ private:
         bool isWritten = false;
     };
 
+    FileStamp ask(const QString &path) const;
+
+    QString m_base; // with a "/"
+    FileDescriptor m_baseDirectory;
     QHash<QString, Id> m_ids;
     std::vector<File> m_files;
     qint64 m_now = 0;
