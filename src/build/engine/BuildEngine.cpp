@@ -28,7 +28,10 @@ struct BuildEngine::Record
 };
 
 BuildEngine::BuildEngine(StandardProjectSystem &system, ToolCommands &tools, BuildState &state, ProcessPoller *poller)
-    : m_system(system), m_tools(tools), m_state(state), m_poller(poller),
+    : m_system(system),
+      m_tools(tools),
+      m_state(state),
+      m_poller(poller),
       m_externalTemplates(std::make_unique<ExternalTemplates>())
 {}
 
@@ -251,9 +254,10 @@ CommandRecord &BuildEngine::record(const ProjectElement *element, const QString 
     return recordOf(element, configuration).commands;
 }
 
-std::optional<std::span<const FileTimes::Id>>
-BuildEngine::recordedDependencies(const ProjectElement *element, const QString &configuration, const QString &object,
-                                  const FileStamp &stamp)
+std::optional<std::span<const FileTimes::Id>> BuildEngine::recordedDependencies(const ProjectElement *element,
+                                                                                const QString &configuration,
+                                                                                const QString &object,
+                                                                                const FileStamp &stamp)
 {
     Record &record = recordOf(element, configuration);
     const auto indices = record.commands.dependencies(object, stamp);

@@ -172,8 +172,8 @@ quint64 ElementBuild::externalCompileHash(ToolKind kind, CompilePlan &plan, cons
         for (const char *own : ExternalTemplates::ownMacros)
             markers.insert(QString::fromLatin1(own), u'\1' + QString::fromLatin1(own));
         QStringList words = externalCompileWords(kind, plan, &made.isOwn, made.error, markers);
-        words << dependencyFile << m_system.expandedValue(m_element, build_intermediate_directory, m_configuration,
-                                                          &made.isOwn);
+        words << dependencyFile
+              << m_system.expandedValue(m_element, build_intermediate_directory, m_configuration, &made.isOwn);
         made.key = QString::number(commandHash(m_directory, words));
     }
     plan.error = made.error;
@@ -190,8 +190,7 @@ bool ElementBuild::isCompileUpToDate(const CompilePlan &plan)
     FileTimes &times = m_engine.times();
     if (!test.inputOlder(times.id(plan.source), plan.source))
         return false;
-    auto dependencies =
-        m_engine.recordedDependencies(m_element, m_configuration, plan.absoluteTarget, test.stamp());
+    auto dependencies = m_engine.recordedDependencies(m_element, m_configuration, plan.absoluteTarget, test.stamp());
     if (!dependencies) {
         m_engine.record(m_element, m_configuration)
             .setDependencies(plan.absoluteTarget, test.stamp(),

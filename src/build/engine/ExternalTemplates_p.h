@@ -21,7 +21,7 @@ public:
     // What a command may hold of its source. A template has a mark in the place of each; the source's path and name
     // and its object's name, which they all come from, tell the commands of a template apart.
     static constexpr const char *ownMacros[] = {
-        "ProjectNodeName", "InputDir",    "InputName",   "InputFileName",  "InputExt",         "InputPath",
+        "ProjectNodeName", "InputDir",    "InputName",  "InputFileName", "InputExt",       "InputPath",
         "RelInputPath",    "RelInputDir", "TargetPath", "RelTargetPath", "DependencyPath", "RelDependencyPath",
     };
 

@@ -79,7 +79,8 @@ void FileTimes::setWritten(const QString &path)
 void FileTimes::clear(const QString &base)
 {
     m_base = base.endsWith(u'/') ? base : base + u'/';
-    m_baseDirectory = FileDescriptor(base.isEmpty() ? -1 : ::open(QFile::encodeName(base).constData(), O_PATH | O_CLOEXEC));
+    m_baseDirectory =
+        FileDescriptor(base.isEmpty() ? -1 : ::open(QFile::encodeName(base).constData(), O_PATH | O_CLOEXEC));
     m_ids.clear();
     m_files.clear();
     m_now = 0;
