@@ -236,7 +236,7 @@ const ToolCommands::Template &ToolCommands::templateOf(const ToolRequest &reques
     made.directory = m_system.projectDirectory(request.element);
     made.error = m_genericOptionsError;
     const BuildTools tool = BuildTools(1) << int(request.kind);
-    ArgumentRows all(*this, m_system, m_genericOptions, request);
+    CommandArguments all(*this, m_system, m_genericOptions, request);
     for (const CommandRow &row : commandRows()) {
         if (!(row.tools & tool))
             continue;
@@ -270,7 +270,7 @@ QStringList ToolCommands::inputsOf(const ToolRequest &request) const
 ToolCommand ToolCommands::command(const ToolRequest &request)
 {
     const Template &made = templateOf(request);
-    ArgumentRows all(*this, m_system, m_genericOptions, request);
+    CommandArguments all(*this, m_system, m_genericOptions, request);
     all.error = made.error;
     for (const Template::Piece &piece : made.pieces) {
         if (piece.row)
