@@ -100,13 +100,7 @@ void FileTimes::setWritten(const QString &path)
 
 void FileTimes::clear()
 {
-<<<<<<< HEAD
     m_directories.clear();
-=======
-    m_base = base.endsWith(u'/') ? base : base + u'/';
-    m_baseDirectory =
-        FileDescriptor(base.isEmpty() ? -1 : ::open(QFile::encodeName(base).constData(), O_PATH | O_CLOEXEC));
->>>>>>> cc
     m_ids.clear();
     m_files.clear();
     m_now = 0;
