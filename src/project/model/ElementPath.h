@@ -5,9 +5,9 @@
 // Where a node of the project tree lies, see ProjectSystem::resolve.
 struct ElementPath
 {
-    QString path;      // absolute and normalised: of the file, or of a project the directory
-    QString directory; // against which the name is resolved; empty for solutions and configurations
-    QString fileName;  // "file_name" with its macros expanded
+    QString path;             // absolute and normalised: of the file, or of a project the directory
+    QString directory;        // against which the name is resolved; empty for solutions and configurations
+    QString fileName;         // "file_name" with its macros expanded
     bool isExternal = false;  // not below the project's directory
     bool hasMacros = false;   // "file_name" has a "$", so that the path depends on the configuration
     bool wasRelative = false; // fileName is

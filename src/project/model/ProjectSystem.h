@@ -47,7 +47,7 @@ public:
 
     // ---- The tree -----------------------------------------------------------------------------------------
 
-    ProjectElement *solution() const { return m_solution.get(); } // null while none is open
+    ProjectElement *solution() const { return m_solution.get(); }    // null while none is open
     const QStringList &loadedFiles() const { return m_loadedFiles; } // absolute, those of imports too
     const QString &templatesFile() const { return m_templatesFile; }
     // By display name, in the open solution and over its imports; null when there is none.
@@ -84,7 +84,8 @@ public:
 
     // A file of that name below the folder, or below the first folder of the project whose filter has its ending.
     ProjectElement *addFile(ProjectElement *parent, const QString &fileName);
-    ProjectElement *addFolder(ProjectElement *parent, const QString &name, const QString &filter = {}); // or the one there is
+    ProjectElement *addFolder(ProjectElement *parent, const QString &name,
+                              const QString &filter = {}); // or the one there is
     ProjectElement *addDynamicFolder(ProjectElement *parent, const QString &name, const QString &path,
                                      const QString &filter, bool recurse, const QString &exclude);
     // Scans the folder's directories anew.
@@ -199,8 +200,7 @@ class StandardProjectSystem : public ProjectSystem
     Q_OBJECT
 
 public:
-    explicit StandardProjectSystem(QObject *parent = nullptr)
-        : ProjectSystem(PropertySchema::Extent::Standard, parent)
+    explicit StandardProjectSystem(QObject *parent = nullptr) : ProjectSystem(PropertySchema::Extent::Standard, parent)
     {}
 
     QString objectFileExtension(const ProjectElement *, const QString &) const override;
