@@ -1,4 +1,5 @@
 #include "base/CommandLine.h"
+#include "debug/verbs/DisassembleVerb.h"
 #include "debug/verbs/LookupVerbs.h"
 #include "debug/verbs/TypeVerbs.h"
 #include "elf/dump/ElfListing.h"
@@ -19,6 +20,12 @@ constexpr CommandOption frameOptions[] = {
     {"stack-usage", nullptr, "the stack that functions need, in bytes; without addresses of all functions"},
     {"json", nullptr, "print one JSON document"},
 };
+constexpr CommandOption disassembleOptions[] = {
+    {"function", "NAME", "the code of this function"},
+    {"range", "A-B", "the code from address A to address B, both included"},
+    {"source", nullptr, "source lines between the instructions"},
+    {"json", nullptr, "print one JSON document"},
+};
 
 constexpr CommandVerb verbs[] = {
     {"elf", "FILE", "lists the tables of an ELF file", 1, 1, elfOptions, dumpElf},
@@ -32,6 +39,8 @@ constexpr CommandVerb verbs[] = {
      listing, dumpVariables},
     {"frame", "FILE ADDRESS...", "rules for the canonical frame address and the registers", 1, -1, frameOptions,
      dumpFrames},
+    {"disassemble", "FILE", "code as instructions; without options that of all executable sections", 1, 1,
+     disassembleOptions, dumpCode},
 };
 
 } // namespace
