@@ -212,8 +212,8 @@ TEST(VnScriptForth, EditsLinesOnATerminal)
         [[maybe_unused]] const ssize_t typed = write(terminal, "\x04", 1); // fails once the program is gone
         pollfd output = {terminal, POLLIN, 0};
         char bytes[512];
-        if (poll(&output, 1, 100) > 0)
-            [[maybe_unused]] const ssize_t shown = read(terminal, bytes, sizeof bytes);
+        if (poll(&output, 1, 100) > 0) [[maybe_unused]]
+            const ssize_t shown = read(terminal, bytes, sizeof bytes);
         ended = waitpid(child, &status, WNOHANG);
     }
     if (ended == 0) {
