@@ -18,7 +18,7 @@ class TemplateNotFoundErrorHandler
 {
 public:
     virtual ~TemplateNotFoundErrorHandler() = default;
-    // The key of the template to take for that one; an empty text: none.
+    // The key of the template to take in place of that one, which isn't there; an empty text: none.
     virtual QString templateNotFound(const ProjectElement *, const QString &) { return {}; }
 };
 
@@ -36,7 +36,7 @@ public:
     enum Kind { Detail = 0, Status = 2 };
 
     virtual ~ProjectLoadProgressInterface() = default;
-    virtual void message(const QString &, int /*kind*/) {} // nests; ends with endMessage()
+    virtual void message(const QString &, int /*kind*/ = Detail) {} // nests; ends with endMessage()
     virtual void endMessage() {}
     virtual void warning(const QString &) {}
     virtual bool isCancelled() { return false; }

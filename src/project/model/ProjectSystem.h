@@ -15,7 +15,9 @@
 #include <QStringList>
 
 class NodeMacros;
+struct ElementCache;
 struct NodeContext;
+struct ValueLayer;
 
 // A property that somebody set, for undoing it and for the build, which makes anew what depends on it.
 struct PropertyChange
@@ -25,7 +27,7 @@ struct PropertyChange
     QString configuration; // empty: on the node itself
     QDateTime time;
     QString oldValue;
-    bool hadValue, elementWasModified, solutionWasModified;
+    bool hadConfiguration, hadValue, elementWasModified, solutionWasModified;
 };
 
 // The solution that is open, and what can be asked of it and done to it: loading and saving, the values of
@@ -120,12 +122,12 @@ public:
     // ---- Values -------------------------------------------------------------------------------------------
 
     // The raw text, as propertyValue() of PropertyLookup.h finds it, but kept. A null element has the defaults.
-    const QString &value(const ProjectElement *element, ProjectProperty property, const QString &configuration) const;
+    QString value(const ProjectElement *element, ProjectProperty property, const QString &configuration) const;
     QString value(const ProjectElement *element, const PropertyClass &propertyClass,
                   const QString &configuration) const;
     bool isYes(const ProjectElement *element, ProjectProperty property, const QString &configuration) const;
     // What the configuration inherits from, at the nearest solution that says something.
-    const QStringList &inheritedConfigurations(const ProjectElement *element, const QString &configuration) const;
+    QStringList inheritedConfigurations(const ProjectElement *element, const QString &configuration) const;
 
     // Text with the node's macros, the global and the system macros expanded. Macros in `extra` come first.
     // `isOwn`, if given, is set to true when the result may differ between nodes of one context, or with time;
@@ -147,6 +149,11 @@ public:
     std::vector<const PropertyValueGroupClass::Contribution *> groupContributions(const ProjectElement *element,
                                                                                   const QString &configuration) const;
 
+    // The propertyGroups.xml in each folder below that one, whose groups all projects have.
+    void gatherPackageGroups(const QString &packagesDirectory);
+    // Looks at the files of property groups again; a build begins with it.
+    void refresh();
+
     // Nodes with the same context (a pointer to compare, valid while changeCount() stays) have the same values,
     // and the same expansions but those that are their own. Files without configurations share their parent's.
     const void *contextOf(const ProjectElement *element, const QString &configuration) const;
@@ -156,10 +163,10 @@ public:
     // ---- Paths and types ----------------------------------------------------------------------------------
 
     const ElementPath &resolve(const ProjectElement *element, const QString &configuration) const;
-    const QString &path(const ProjectElement *element, const QString &configuration) const;
+    QString path(const ProjectElement *element, const QString &configuration) const;
     // Of the project around the node, or of its solution when it is in none.
-    const QString &projectDirectory(const ProjectElement *element) const;
-    const QString &solutionDirectory(const ProjectElement *element) const; // of the nearest solution's file
+    QString projectDirectory(const ProjectElement *element) const;
+    QString solutionDirectory(const ProjectElement *element) const; // of the nearest solution's file
     // The expanded path against the project's directory.
     QString absolutePath(const ProjectElement *element, const QString &path) const;
     QString relativePath(const ProjectElement *element, const QString &path) const;
@@ -174,17 +181,41 @@ public:
     virtual QString assemblyFileExtension(const ProjectElement *, const QString &) const { return {}; } // a further one
     // Macros of the target. They may depend on the node's values, but not on the node itself.
     virtual void addExtraMacros(const ProjectElement *, const QString &, MacroMap &) const {}
+    // Makes the project from the template of that key; false when there is none. What it throws ends the load.
+    virtual bool expandTemplate(ProjectElement *, const QString & /*key*/, const QStringList & /*configurations*/)
+    {
+        return false;
+    }
     // What a configuration's "Platform" is compared with.
     virtual QString platformOf(const ProjectElement *element) const;
 
 Q_SIGNALS:
-    void solutionLoaded();
+    void solutionLoaded(); // by the window, when it shows the solution
     void fileSaved(const QString &path);
     void configurationsChanged(ProjectElement *element);
     void projectChanged(ProjectElement *element);
     void propertyChanged(ProjectElement *element, const QString &configuration, const PropertyClass *propertyClass);
 
 private:
+    friend class NodeMacros;
+
+    const ValueLayer *layer(const ProjectElement *element, const QString &configuration) const; // null: defaults
+    NodeContext &context(const ProjectElement *element, const QString &configuration) const;
+    QStringList listItems(const ProjectElement *element, const QString &text, const QString &configuration, int options,
+                          bool *isOwn) const;
+    std::vector<const PropertyValueGroupClass *> groupsOf(const ProjectElement *element,
+                                                          const QString &configuration) const;
+    bool holds(const PropertyValueGroupClass::Contribution &contribution, const ProjectElement *element,
+               const QString &configuration) const;
+    void resolveProject(const ProjectElement &project, ElementPath &path) const;
+    void resolveFile(const ProjectElement &file, const QString &configuration, ElementPath &path) const;
+    void prepare(ProjectElement &root, const SolutionLoadHandlers &handlers);
+    void populate(ProjectElement &root, const SolutionLoadHandlers &handlers);
+    void fillDynamicFolder(ProjectElement &folder);
+    void noteChange(ProjectElement *element, const PropertyClass *propertyClass, const QString &configuration);
+    void noteValue(ProjectElement *element, const PropertyClass *propertyClass, const QString &configuration);
+    void setConfigurations(ProjectElement *solution, const QStringList &names, bool isPrivate);
+
     PropertySchema m_schema;
     std::unique_ptr<ProjectElement> m_solution;
     QStringList m_loadedFiles;
@@ -192,6 +223,10 @@ private:
     QHash<QString, ProjectElement *> m_projectsByName, m_solutionsByName;
     QList<ProjectElement *> m_projects;
     std::vector<PropertyChange> m_changes;
+    QStringList m_packageGroupFiles;
+    mutable PropertyValueGroupFiles m_groupFiles;
+    const std::unique_ptr<ElementCache> m_noNode; // for what is asked of no node
+    quint64 m_outsideChanges = 0;
 };
 
 // The project system that builds: with the schema of build, linker and debugger, and ELF's file extensions.

@@ -60,6 +60,7 @@ void GenericOptions::addProperty(const XMLElement &element)
         if (known && element.hasAttribute("default")) {
             m_defaults.try_emplace(known, known->defaultValue);
             known->defaultValue = QString::fromUtf8(element.attribute("default"));
+            m_schema->noteChange();
         }
         return;
     }
@@ -81,8 +82,10 @@ void GenericOptions::addProperty(const XMLElement &element)
 
 void GenericOptions::forget()
 {
-    for (const auto &[known, text] : m_defaults)
+    for (const auto &[known, text] : m_defaults) {
         known->defaultValue = text;
+        m_schema->noteChange();
+    }
     m_defaults.clear();
     for (auto known = m_registered.rbegin(); known != m_registered.rend(); ++known)
         m_schema->unregisterPropertyClass(*known);

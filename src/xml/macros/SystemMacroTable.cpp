@@ -71,6 +71,12 @@ void addAll(SystemMacroTable &table, std::span<const FixedMacro> rows)
 
 } // namespace
 
+void SystemMacroTable::Changes::note()
+{
+    static quint64 all = 0;
+    count = ++all;
+}
+
 SystemMacroTable::SystemMacroTable()
 {
     for (const TimeMacro &row : timeMacros)
@@ -89,6 +95,7 @@ void SystemMacroTable::addSystemMacro(const QString &name, const QString &value,
     if (!description.isEmpty())
         m_descriptions.append({name, description});
     m_system.insert(name, value);
+    m_changes.note();
 }
 
 void SystemMacroTable::addSystemMacro(const QString &name, const QDir &path, const QString &description)
@@ -123,6 +130,7 @@ void SystemMacroTable::setGlobalMacros(const QStringList &entries)
     m_global.clear();
     for (const QString &entry : entries)
         m_global.insert(entry.section(u'=', 0, 0), entry.section(u'=', 1));
+    m_changes.note();
 }
 
 std::optional<QString> SystemMacroTable::currentTime(const QString &name) const

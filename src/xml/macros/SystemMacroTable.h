@@ -46,10 +46,29 @@ public:
     using Clock = QDateTime (*)();
     void setClock(Clock clock) { m_clock = clock; }
 
+    // Another number whenever a macro may have another value, or the table is another one.
+    quint64 changeCount() const { return m_changes.count; }
+
 private:
+    // Counts on also where one table is assigned to another.
+    struct Changes
+    {
+        Changes() { note(); }
+        Changes(const Changes &) { note(); }
+        Changes &operator=(const Changes &)
+        {
+            note();
+            return *this;
+        }
+        void note();
+
+        quint64 count = 0;
+    };
+
     MacroMap m_system, m_global;
     QList<Description> m_descriptions;
     Clock m_clock = QDateTime::currentDateTime;
+    Changes m_changes;
 };
 
 // The version as one number: the major digit, two digits of the minor text, and two for the place in the
