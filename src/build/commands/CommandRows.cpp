@@ -96,7 +96,7 @@ CommandArguments::CommandArguments(ToolCommands &tools, const StandardProjectSys
 
 void CommandArguments::add(const CommandRow &row)
 {
-    const QString &raw = value(row.property);
+    const QString raw = value(row.property);
     switch (row.form) {
     case Text: return addText(row);
     case Program: return addPair({}, expand(QString::fromLatin1(row.text)));
@@ -137,7 +137,7 @@ void CommandArguments::add(const CommandRow &row)
     }
 }
 
-const QString &CommandArguments::value(ProjectProperty property) const
+QString CommandArguments::value(ProjectProperty property) const
 {
     return m_system.value(m_request.element, property, m_request.configuration);
 }
@@ -240,7 +240,7 @@ void CommandArguments::addToolOptions(const CommandRow &row)
 // point brings along; w: wide characters.
 QString CommandArguments::printfCode() const
 {
-    const QString &level = value(linker_printf_fmt_level), &floating = value(linker_printf_fp_enabled);
+    const QString level = value(linker_printf_fmt_level), floating = value(linker_printf_fp_enabled);
     QString code;
     if (floating == "No"_L1)
         code = level == "int"_L1 ? u"i"_s : u"l"_s;
@@ -258,7 +258,7 @@ QString CommandArguments::printfCode() const
 // As of printf, c: groups of characters.
 QString CommandArguments::scanfCode() const
 {
-    const QString &level = value(linker_scanf_fmt_level);
+    const QString level = value(linker_scanf_fmt_level);
     QString code = level == "int"_L1 ? u"i"_s : level == "long long"_L1 ? u"ll"_s : u"l"_s;
     if (value(linker_scanf_fp_enabled) == "Yes"_L1)
         code = level == "long long"_L1 ? u"dll"_s : u"d"_s;

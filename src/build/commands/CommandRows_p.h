@@ -58,7 +58,7 @@ public:
     QString error;      // the first
 
 private:
-    const QString &value(ProjectProperty property) const;
+    QString value(ProjectProperty property) const;
     QString expand(const QString &text);
     QString expandedValue(ProjectProperty property) { return expand(value(property)); }
     QString normalizedInclude(const QString &directory) const;

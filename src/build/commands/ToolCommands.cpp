@@ -7,26 +7,10 @@
 
 #include <QDir>
 #include <QFileInfo>
-#include <algorithm>
 
 using namespace Qt::StringLiterals;
 
 using enum ToolKind;
-
-struct ToolCommands::Template
-{
-    struct Piece
-    {
-        QStringList arguments; // of all nodes,
-        const CommandRow *row; // or null, and what makes those of the node
-    };
-
-    const void *context;
-    ToolKind kind;
-    BuildFlags flags;
-    std::vector<Piece> pieces;
-    QString error;
-};
 
 ToolCommands::ToolCommands(StandardProjectSystem &system, BuildState &state)
     : m_system(system), m_state(state), m_genericOptions(&system.schema())
@@ -234,17 +218,12 @@ const ToolCommands::Template &ToolCommands::templateOf(const ToolRequest &reques
         m_templates.clear();
         m_changeCount = m_system.changeCount();
     }
-    const void *context = m_system.contextOf(request.element, request.configuration);
-    const BuildFlags flags = request.flags & BuildFlag::noDepend;
-    const auto fits = [&](const std::unique_ptr<Template> &made) {
-        return made->context == context && made->kind == request.kind && made->flags == flags;
-    };
-    const auto found = std::find_if(m_templates.begin(), m_templates.end(), fits);
-    if (found != m_templates.end()) {
-        std::swap(*found, m_templates.front());
-        return *m_templates.front();
-    }
-    auto made = std::make_unique<Template>(Template{context, request.kind, flags, {}, m_genericOptionsError});
+    const auto [at, isNew] = m_templates.try_emplace({m_system.contextOf(request.element, request.configuration),
+                                                      request.kind, request.flags & BuildFlag::noDepend});
+    Template &made = at->second;
+    if (!isNew)
+        return made;
+    made.error = m_genericOptionsError;
     const BuildTools tool = BuildTools(1) << int(request.kind);
     CommandArguments all(*this, m_system, m_genericOptions, request);
     for (const CommandRow &row : commandRows()) {
@@ -252,18 +231,18 @@ const ToolCommands::Template &ToolCommands::templateOf(const ToolRequest &reques
             continue;
         all.add(row);
         if (all.isOwn)
-            made->pieces.push_back({{}, &row});
-        else if (!made->pieces.empty() && !made->pieces.back().row)
-            made->pieces.back().arguments += all.arguments;
+            made.pieces.push_back({{}, &row});
+        else if (!made.pieces.empty() && !made.pieces.back().row)
+            made.pieces.back().arguments += all.arguments;
         else
-            made->pieces.push_back({all.arguments, nullptr});
-        if (!all.isOwn && made->error.isEmpty())
-            made->error = all.error;
+            made.pieces.push_back({all.arguments, nullptr});
+        if (!all.isOwn && made.error.isEmpty())
+            made.error = all.error;
         all.arguments.clear();
         all.error.clear();
         all.isOwn = false;
     }
-    return *m_templates.insert(m_templates.begin(), std::move(made))->get();
+    return made;
 }
 
 ToolCommand ToolCommands::command(const ToolRequest &request)
@@ -424,19 +403,22 @@ void ToolCommands::takeOverOptions(const ProjectElement *project, const QString 
     for (const Row &row : rows) {
         const QString key = schema[row.options].name, before = values->property(key);
         QStringList items = before.split(u';', Qt::SkipEmptyParts);
+        bool isShorter = false;
         for (const GenericPropertyClass *known : m_genericOptions.classesOf(row.tool)) {
-            for (const QString &choice : known->enumerates())
-                if (items.removeAll(known->optionsOf(choice).value(0)) > 0)
-                    values->setProperty(known->name, choice);
+            for (const QString &choice : known->enumerates()) {
+                if (items.removeAll(known->optionsOf(choice).value(0)) == 0)
+                    continue;
+                values->setProperty(known->name, choice);
+                isShorter = true;
+            }
         }
-        const QString after = items.join(u';');
-        if (after.size() >= before.size())
+        if (!isShorter)
             continue;
         if (!values->hasProperty(schema[row.backup].name))
             values->setProperty(schema[row.backup].name, before);
         if (items.isEmpty())
             values->removeProperty(key);
         else
-            values->setProperty(key, after);
+            values->setProperty(key, items.join(u';'));
     }
 }

@@ -6,9 +6,11 @@
 
 #include <QSet>
 #include <QStringList>
-#include <memory>
+#include <map>
+#include <tuple>
 
 class Builder;
+struct CommandRow;
 
 // One use of the tool-chain driver. Its output is `target` as the command names it, which is relative to the
 // project's directory or absolute, and `absoluteTarget`.
@@ -105,8 +107,17 @@ protected:
     BuildState &m_state;
 
 private:
-    // What the commands of one tool have in common for all nodes with the same values.
-    struct Template;
+    // The commands of one tool for all nodes with the same values.
+    struct Template
+    {
+        struct Piece
+        {
+            QStringList arguments; // in common
+            const CommandRow *row; // or what makes those of each; null if they are in common
+        };
+        std::vector<Piece> pieces;
+        QString error;
+    };
 
     const Template &templateOf(const ToolRequest &request);
     void takeOverOptions(const ProjectElement *project, const QString &configuration);
@@ -121,7 +132,8 @@ private:
 
     GenericOptions m_genericOptions;
     QString m_genericOptionsPath, m_genericOptionsError;
-    std::vector<std::unique_ptr<Template>> m_templates; // the last used ones first
-    quint64 m_changeCount = 0;                          // of the system, when they were made
-    QSet<QString> m_directories;                        // that were made
+    using TemplateKey = std::tuple<const void *, ToolKind, BuildFlags>; // the context, see ProjectSystem
+    std::map<TemplateKey, Template> m_templates;
+    quint64 m_changeCount = 0;   // of the system, when they were made
+    QSet<QString> m_directories; // that were made
 };

@@ -48,7 +48,7 @@ constexpr FileTypeRow fileTypes[] = {
 const ProjectTypeRow *projectTypeOf(const StandardProjectSystem &system, const ProjectElement *project,
                                     const QString &configuration)
 {
-    const QString &type = system.value(project, ProjectProperty::project_type, configuration);
+    const QString type = system.value(project, ProjectProperty::project_type, configuration);
     for (const ProjectTypeRow &row : projectTypes)
         if (type == row.name)
             return &row;
@@ -161,19 +161,23 @@ static void addUnityFiles(const StandardProjectSystem &system, const ProjectElem
         if (child->type() != ProjectElement::Type::File ||
             system.isYes(child, ProjectProperty::build_exclude_from_build, configuration))
             continue;
+        const ToolKind kind = compileKind(system, child, configuration, false);
+        if (!isCompile(kind))
+            continue;
         const QString path = system.path(child, configuration);
         const QString names[] = {path, system.relativePath(child, path), QFileInfo(path).fileName()};
         const auto matches = [&](const QRegularExpression &pattern) {
             return matchesWholly(pattern, names[0]) || matchesWholly(pattern, names[1]) ||
                    matchesWholly(pattern, names[2]);
         };
-        (std::any_of(filter.begin(), filter.end(), matches) ? files.excluded : files.members) += child;
+        const bool isAlone = kind == Assemble || std::any_of(filter.begin(), filter.end(), matches);
+        (isAlone ? files.excluded : files.members) += child;
     }
 }
 
 UnityFiles unityFiles(const StandardProjectSystem &system, const ProjectElement *folder, const QString &configuration)
 {
-    const QString &texts = system.value(folder, ProjectProperty::unity_build_exclude_filter, configuration);
+    const QString texts = system.value(folder, ProjectProperty::unity_build_exclude_filter, configuration);
     QList<QRegularExpression> filter;
     for (const QString &text : texts.split(u';', Qt::SkipEmptyParts))
         filter += wildcardPattern(text);

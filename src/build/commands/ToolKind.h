@@ -49,8 +49,8 @@ bool isUnityFolder(const StandardProjectSystem &system, const ProjectElement *el
                    BuildFlags flags = 0);
 // That file, absolute.
 QString unityFileName(const StandardProjectSystem &system, const ProjectElement *folder, const QString &configuration);
-// The folder's sources, those in plain folders within it too: what the file includes, and what the folder's filter
-// has compiled by itself. Files that are excluded from the build are in neither.
+// The folder's sources, those in folders within it too: what the file includes, and what is compiled by itself,
+// because the folder's filter says so or it is assembly. Files that are excluded from the build are in neither.
 struct UnityFiles
 {
     QList<const ProjectElement *> members, excluded;

@@ -115,10 +115,9 @@ TEST(GenericOptions, ExtendTheSchemaUntilTheyAreForgotten)
     EXPECT_EQ(cpu->group, u"C/C++"_s);
     EXPECT_EQ(cpu->enumerates(), QStringList({u"m0"_s, u"m3"_s}));
     EXPECT_EQ(schema.toolsOf(cpu), 0b1'1100u);
-    ASSERT_EQ(options.classesOf(GenericOptions::Assembler).size(), 1);
-    EXPECT_EQ(options.classesOf(GenericOptions::Assembler)[0], cpu);
-    ASSERT_EQ(options.classesOf(GenericOptions::Compiler).size(), 1);
-    EXPECT_EQ(options.classesOf(GenericOptions::Compiler)[0], cpu);
+    const GenericOptions::Classes theCpu{static_cast<const GenericPropertyClass *>(cpu)};
+    EXPECT_EQ(options.classesOf(GenericOptions::Assembler), theCpu);
+    EXPECT_EQ(options.classesOf(GenericOptions::Compiler), theCpu);
     EXPECT_TRUE(options.classesOf(GenericOptions::CCompiler).isEmpty());
     EXPECT_EQ(schema.propertyClassNamed(u"macros"_s)->group, u"Linker"_s);
     EXPECT_EQ(schema[ProjectProperty::linker_map_file].defaultValue, u"Maybe"_s);
