@@ -13,11 +13,12 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
     BuildLogItem *group = log.beginGroup(QStringLiteral("Linking x"), 0);
     const QStringList lines = QString::fromUtf8(reinterpret_cast<const char *>(data), qsizetype(size)).split(u'\n');
     for (const QString &line : lines)
-        for (DiagnosticParser *parser : std::initializer_list<DiagnosticParser *>{&standard, &compiler, &stapl, &regexp}) {
+        for (DiagnosticParser *parser :
+             std::initializer_list<DiagnosticParser *>{&standard, &compiler, &stapl, &regexp}) {
             Bookmark bookmark;
-            if (parser->parse(line, bookmark, true)
-                && (bookmark.line < -1 || bookmark.column < -1 || bookmark.severity > Severity::Fatal
-                    || (!bookmark.file.isEmpty() && !bookmark.file.startsWith(u'/'))))
+            if (parser->parse(line, bookmark, true) &&
+                (bookmark.line < -1 || bookmark.column < -1 || bookmark.severity > Severity::Fatal ||
+                 (!bookmark.file.isEmpty() && !bookmark.file.startsWith(u'/'))))
                 std::abort();
         }
     for (const QString &line : lines)

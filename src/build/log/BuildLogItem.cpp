@@ -3,12 +3,15 @@
 using namespace Qt::StringLiterals;
 
 BuildLogItem::BuildLogItem(BuildLogItem *parent, const QString &text, quint32 flags, qint64 now)
-    : m_parent(parent), m_text(text), m_flags(flags),
+    : m_parent(parent),
+      m_text(text),
+      m_flags(flags),
       m_severity(Severity(qMin<quint32>(flags & logSeverityMask, quint32(Severity::Fatal)))),
       m_gradient(flags & logFailed      ? Gradient::Failure
                  : flags & logSucceeded ? Gradient::Success
                                         : Gradient::None),
-      m_isOpen(flags & logOpen), m_start(now)
+      m_isOpen(flags & logOpen),
+      m_start(now)
 {
     if (flags & logComplete)
         complete(now);

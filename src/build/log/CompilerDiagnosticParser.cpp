@@ -97,8 +97,8 @@ bool isLinkTool(QStringView path)
     while (!name.isEmpty() && (isDigit(name.back()) || name.back() == u'.' || name.back() == u'-'))
         name.chop(1);
     return std::any_of(std::begin(linkTools), std::end(linkTools), [name](QLatin1StringView tool) {
-        return name == tool
-               || (name.endsWith(tool) && name.size() > tool.size() && name[name.size() - tool.size() - 1] == u'-');
+        return name == tool ||
+               (name.endsWith(tool) && name.size() > tool.size() && name[name.size() - tool.size() - 1] == u'-');
     });
 }
 
@@ -122,7 +122,8 @@ struct Place
 };
 
 // The first place in the text that `stop` accepts the rest of.
-template <typename Stop> Place findPlace(QStringView text, Stop stop)
+template <typename Stop>
+Place findPlace(QStringView text, Stop stop)
 {
     for (qsizetype colon = text.indexOf(u':'); colon >= 0; colon = text.indexOf(u':', colon + 1)) {
         Place place{text.first(colon), -1, -1, colon + 1};
@@ -172,9 +173,8 @@ bool isContext(QStringView line)
 {
     static constexpr QLatin1StringView starts[] = {": In "_L1, ": At "_L1, ": Assembler messages"_L1,
                                                    ": in function "_L1};
-    return line.endsWith(u':') && std::any_of(std::begin(starts), std::end(starts), [line](QLatin1StringView start) {
-               return line.contains(start);
-           });
+    return line.endsWith(u':') && std::any_of(std::begin(starts), std::end(starts),
+                                              [line](QLatin1StringView start) { return line.contains(start); });
 }
 
 // Whether a line without a place reads as a tool's message and not as some source text with a tag in it.
@@ -326,8 +326,8 @@ bool CompilerDiagnosticParser::parse(const QString &rawLine, Bookmark &out, bool
     result.category = buildCategory;
     bool isRecord = isReference ? parseReference(line, result) : parseInclusion(line, result);
     if (!isReference && !isRecord && !isDrawing)
-        isRecord = parseMessage(line, result)
-                   && (!mayBeSource || !result.file.isEmpty() || beginsAsMessage(line) || line.startsWith(u'<'));
+        isRecord = parseMessage(line, result) &&
+                   (!mayBeSource || !result.file.isEmpty() || beginsAsMessage(line) || line.startsWith(u'<'));
     if (isRecord) {
         result.context = std::exchange(m_context, {});
         m_isBehindRecord = true;
@@ -335,7 +335,8 @@ bool CompilerDiagnosticParser::parse(const QString &rawLine, Bookmark &out, bool
         return true;
     }
     m_mayBeSource = false;
-    if (m_isBehindRecord && (mayBeSource || isDrawing || isReference || line.startsWith(u' ') || line.startsWith(u'\t'))) {
+    if (m_isBehindRecord &&
+        (mayBeSource || isDrawing || isReference || line.startsWith(u' ') || line.startsWith(u'\t'))) {
         m_isContinuation = true;
         return false;
     }

@@ -15,7 +15,8 @@ struct Tag
     QLatin1StringView text;
     Severity severity;
 };
-constexpr Tag tags[] = { // the first that a line holds decides
+constexpr Tag tags[] = {
+    // the first that a line holds decides
     {"error: "_L1, Severity::Error},     {"Error: "_L1, Severity::Error}, {"warning: "_L1, Severity::Warning},
     {"Warning: "_L1, Severity::Warning}, {"note: "_L1, Severity::Note},   {"Info: "_L1, Severity::Note},
 };

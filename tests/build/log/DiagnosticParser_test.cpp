@@ -149,7 +149,8 @@ TEST(CompilerDiagnosticParser, ReadsRecordedOutput)
     for (const Row &row : rows) {
         Bookmark bookmark;
         const QString line = QString::fromLatin1(row.line).replace(u'$', folder.root());
-        ASSERT_EQ(parser.parse(line, bookmark, true), row.record != nullptr) << row.line << shown(bookmark).toStdString();
+        ASSERT_EQ(parser.parse(line, bookmark, true), row.record != nullptr)
+            << row.line << shown(bookmark).toStdString();
         if (row.record) {
             EXPECT_EQ(shown(bookmark), QString::fromLatin1(row.record).replace(u'$', folder.root())) << row.line;
         }
@@ -259,7 +260,8 @@ TEST_P(RealTools, LinkersNameTheSource)
 
     m_folder.write("u.c", "extern int gg(void);\nint v = 1;\nint main(void)\n{\n    return gg();\n}\n");
     m_folder.write("d.c", "\nint v = 3;\n");
-    m_folder.write("small.ld", "MEMORY { FLASH : ORIGIN = 0, LENGTH = 4 }\nSECTIONS { .text : { *(.text*) } > FLASH }\n");
+    m_folder.write("small.ld",
+                   "MEMORY { FLASH : ORIGIN = 0, LENGTH = 4 }\nSECTIONS { .text : { *(.text*) } > FLASH }\n");
     m_folder.write("bad.ld", "\nMEMORY { FLASH : = }\n");
     const QString target = isClang ? u" --target=armv7m-none-eabi"_s : QString();
     ASSERT_TRUE(recordsOf(u"%1%2 -g -c u.c && %1%2 -g -c d.c"_s.arg(tool, target)).isEmpty()) << m_output.toStdString();
