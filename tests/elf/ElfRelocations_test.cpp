@@ -1,3 +1,4 @@
+#include "base/ByteOrder.h"
 #include "elf/ElfFile.h"
 #include "elf/ElfRelocations.h"
 #include "support/ElfBuilder.h"
@@ -30,7 +31,7 @@ const RelocationRow relocationRows[] = {
     {"the same, big-endian", EM_ARM, true, false, "00000004", {{0, R_ARM_ABS32, 0x1000}}, "00001004"},
     {"a word, its addend in the table", EM_ARM, false, true, "04000000", {{0, R_ARM_ABS32, 0x1000}}, "00100000"},
     {"not at a word's place", EM_ARM, false, false, "ff00000000ff", {{1, R_ARM_ABS32, 0x12345678}}, "ff78563412ff"},
-    {"a call in data", EM_ARM, false, false, "00000000", {{0, R_ARM_THM_CALL, 0x1000}}, "00000000", 1},
+    {"a call in data", EM_ARM, false, false, "00000000", {{0, R_ARM_THM_PC22, 0x1000}}, "00000000", 1},
     {"behind the end", EM_ARM, false, false, "000000", {{0, R_ARM_ABS32, 1}, {9, R_ARM_ABS8, 1}}, "000000", 2},
     {"a difference", machineRiscV, false, true, "00000000", {{0, 35, 0x1010}, {0, 39, 0x1000}}, "10000000"},
     {"one of halfwords that wraps", machineRiscV, false, true, "0000", {{0, 34, 0x10}, {0, 38, 0x20}}, "f0ff"},
