@@ -43,8 +43,7 @@ std::string disassembled(Disassembler &disassembler, const InstructionRow &row, 
     const QByteArray bytes = QByteArray::fromHex(row.bytes);
     std::string text;
     for (quint32 offset = 0; offset < quint32(bytes.size());) {
-        const auto instruction =
-            disassembler.disassembleAt(row.address + offset, spanOf(bytes).subspan(offset), set);
+        const auto instruction = disassembler.disassembleAt(row.address + offset, spanOf(bytes).subspan(offset), set);
         EXPECT_NE(instruction.length, 0u) << row.what;
         if (instruction.length == 0)
             break;
@@ -147,9 +146,8 @@ TEST(RiscVDisassembler, TellsWhatAnInstructionMeans)
 
 TEST(SourceInterleaver, ShowsTheLinesThatAreDue)
 {
-    SourceInterleaver source([](const QString &path, int line) {
-        return path == u"/x/gone.c"_s ? QString() : u"  line\t%1 "_s.arg(line);
-    });
+    SourceInterleaver source(
+        [](const QString &path, int line) { return path == u"/x/gone.c"_s ? QString() : u"  line\t%1 "_s.arg(line); });
     const auto headed = [](const char *head, const QStringList &lines) {
         return QStringList{QString::fromLatin1(head).leftJustified(60, u'-')} + lines;
     };

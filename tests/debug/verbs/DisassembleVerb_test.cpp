@@ -167,7 +167,8 @@ TEST_P(DisassembleVerb, NamesTargetsLiteralsAndLines)
 {
     QSet<QString> targets, values;
     QSet<int> sourceLines;
-    for (const QJsonValue &value : json({u"disassemble"_s, u"--json"_s, u"--source"_s, elf, u"--function"_s, u"main"_s})) {
+    for (const QJsonValue &value :
+         json({u"disassemble"_s, u"--json"_s, u"--source"_s, elf, u"--function"_s, u"main"_s})) {
         const QJsonObject row = value.toObject();
         EXPECT_EQ(row[u"symbol"].toString(), u"main"_s);
         targets.insert(row[u"targetSymbol"].toString());
@@ -226,8 +227,8 @@ TEST(DisassembleVerbText, ShowsSectionsSymbolsSourceAndData)
     const QString elf = folder.path("main.elf");
     const ProgramResult built =
         runProgram(compiler, {u"-mcpu=cortex-m3"_s, u"-mthumb"_s, u"-nostdlib"_s, u"-Wl,-e,main"_s,
-                              u"-Wl,-Ttext=0x8000"_s, u"-Wl,-Tbss=0x20000000"_s, u"-fdebug-prefix-map="_s + folder.root() + u"=."_s,
-                              assembly, u"-o"_s, elf});
+                              u"-Wl,-Ttext=0x8000"_s, u"-Wl,-Tbss=0x20000000"_s,
+                              u"-fdebug-prefix-map="_s + folder.root() + u"=."_s, assembly, u"-o"_s, elf});
     ASSERT_EQ(built.status, 0) << built.error.toStdString();
     const ProgramResult result = runProgram(u"vnDump"_s, {u"disassemble"_s, elf});
     EXPECT_EQ(result.out.toStdString(), R"(section .text
@@ -253,7 +254,8 @@ TEST(DisassembleVerbText, ShowsSectionsSymbolsSourceAndData)
 
 )");
     // The row of an instruction is shown with the lines up to it; the assembler gives the file by its relative path.
-    const ProgramResult sourced = runProgram(u"vnDump"_s, {u"disassemble"_s, elf, u"--source"_s, u"--range"_s, u"0x8000-0x8003"_s});
+    const ProgramResult sourced =
+        runProgram(u"vnDump"_s, {u"disassemble"_s, elf, u"--source"_s, u"--range"_s, u"0x8000-0x8003"_s});
     EXPECT_EQ(sourced.out.toStdString(), R"(section .text
 --- main.c -- 3 --------------------------------------------
 <main>

@@ -67,10 +67,9 @@ protected:
         if (compiler.isEmpty())
             GTEST_SKIP() << GetParam().command.first().toStdString() << " isn't installed";
         object = m_folder.path("main.o");
-        const ProgramResult result =
-            runProgram(compiler, GetParam().command.mid(1) + QStringList{u"-O0"_s, u"-fno-exceptions"_s, u"-c"_s,
-                                                                         m_folder.write("main.cpp", objectText),
-                                                                         u"-o"_s, object});
+        const ProgramResult result = runProgram(
+            compiler, GetParam().command.mid(1) + QStringList{u"-O0"_s, u"-fno-exceptions"_s, u"-c"_s,
+                                                              m_folder.write("main.cpp", objectText), u"-o"_s, object});
         ASSERT_EQ(result.status, 0) << result.error.toStdString();
     }
 
