@@ -34,17 +34,33 @@ struct RelocationRow
     quint8 bits;
 };
 
-constexpr RelocationRow armRows[] = { // ELF for the Arm Architecture, section 5.6
-    {R_ARM_NONE, Nothing, 0}, {R_ARM_ABS32, Set, 32}, {R_ARM_ABS16, Set, 16},
+constexpr RelocationRow armRows[] = {
+    // ELF for the Arm Architecture, section 5.6
+    {R_ARM_NONE, Nothing, 0}, {R_ARM_ABS32, Set, 32},   {R_ARM_ABS16, Set, 16},
     {R_ARM_ABS8, Set, 8},     {R_ARM_SBREL32, Set, 32}, {R_ARM_TLS_LDO32, Set, 32},
 };
 
 constexpr RelocationRow riscVRows[] = {
-    {RiscVNone, Nothing, 0}, {RiscVRelax, Nothing, 0}, {RiscVAlign, Nothing, 0}, {RiscV32, Set, 32},
-    {RiscV64, Set, 64},      {33, Add, 8},             {34, Add, 16},            {35, Add, 32},
-    {36, Add, 64},           {37, Subtract, 8},        {38, Subtract, 16},       {39, Subtract, 32},
-    {40, Subtract, 64},      {52, Subtract, 6},        {53, Set, 6},             {54, Set, 8},
-    {55, Set, 16},           {56, Set, 32},            {60, SetUleb128, 0},      {61, SubtractUleb128, 0},
+    {RiscVNone, Nothing, 0},
+    {RiscVRelax, Nothing, 0},
+    {RiscVAlign, Nothing, 0},
+    {RiscV32, Set, 32},
+    {RiscV64, Set, 64},
+    {33, Add, 8},
+    {34, Add, 16},
+    {35, Add, 32},
+    {36, Add, 64},
+    {37, Subtract, 8},
+    {38, Subtract, 16},
+    {39, Subtract, 32},
+    {40, Subtract, 64},
+    {52, Subtract, 6},
+    {53, Set, 6},
+    {54, Set, 8},
+    {55, Set, 16},
+    {56, Set, 32},
+    {60, SetUleb128, 0},
+    {61, SubtractUleb128, 0},
 };
 
 // A number stays within the bytes that it has; a difference is right in the end, whatever SET leaves there first.
@@ -107,8 +123,8 @@ std::vector<ElfRelocation> relocationsOf(const ElfFile &file, const ElfSection &
             const quint32 info = cursor.readU32();
             const qint32 addend = hasAddend ? qint32(cursor.readU32()) : 0;
             const quint32 symbol = ELF32_R_SYM(info);
-            relocations.push_back({offset, ELF32_R_TYPE(info),
-                                   symbol ? file.symbolAtIndex(symbol) : nullptr, addend, hasAddend});
+            relocations.push_back(
+                {offset, ELF32_R_TYPE(info), symbol ? file.symbolAtIndex(symbol) : nullptr, addend, hasAddend});
         }
     }
     std::ranges::stable_sort(relocations, {}, &ElfRelocation::offset);
@@ -124,8 +140,7 @@ int applyRelocations(const ElfFile &file, const std::vector<ElfRelocation> &relo
     for (const ElfRelocation &relocation : relocations) {
         const auto row = std::ranges::find(rows, relocation.type, &RelocationRow::type);
         const quint32 symbol = relocation.symbol ? valueOf(*relocation.symbol) : 0;
-        if (row == rows.end() ||
-            !apply(*row, symbol + quint32(relocation.addend), relocation, bytes, file.bigEndian()))
+        if (row == rows.end() || !apply(*row, symbol + quint32(relocation.addend), relocation, bytes, file.bigEndian()))
             ++unknown;
     }
     return unknown;

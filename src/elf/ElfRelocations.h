@@ -11,8 +11,8 @@ class ElfSymbol;
 
 struct ElfRelocation
 {
-    quint32 offset; // in its section
-    quint32 type;   // R_ARM_... or R_RISCV_...
+    quint32 offset;          // in its section
+    quint32 type;            // R_ARM_... or R_RISCV_...
     const ElfSymbol *symbol; // null for symbol 0
     qint32 addend;
     bool hasAddend; // SHT_RELA; else the addend stands in the section's bytes

@@ -25,7 +25,9 @@ constexpr BitPattern armLoads[] = {{0x0F7F0000, 0x051F0000}, {0x0F3F0F00, 0x0D1F
 } // namespace
 
 ArmDisassembler::ArmDisassembler(bool isMicrocontroller, bool codeBigEndian)
-    : m_usualSet(isMicrocontroller ? InstructionSet::Thumb : InstructionSet::Arm), m_codeBigEndian(codeBigEndian), m_arm("armv8-none-eabi", applicationFeatures),
+    : m_usualSet(isMicrocontroller ? InstructionSet::Thumb : InstructionSet::Arm),
+      m_codeBigEndian(codeBigEndian),
+      m_arm("armv8-none-eabi", applicationFeatures),
       m_thumb(isMicrocontroller ? microcontrollerTriple : "thumbv8-none-eabi",
               isMicrocontroller ? microcontrollerFeatures : applicationFeatures)
 {}

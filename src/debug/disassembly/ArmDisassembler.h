@@ -24,6 +24,6 @@ private:
     const InstructionSet m_usualSet;
     const bool m_codeBigEndian;
     LlvmDecoder m_arm, m_thumb;
-    quint32 m_next = 0; // behind the instruction that came last
+    quint32 m_next = 0;                                 // behind the instruction that came last
     std::array<std::optional<quint16>, 16> m_lowHalves; // by register: what the last MOVW put there
 };

@@ -18,13 +18,13 @@ struct CodeRow
     quint32 address = 0;
     std::span<const quint8> bytes; // as they stand in the file
     Kind kind = Data;
-    DisassembledInstruction instruction;         // of data: ".word" and its number
-    const CodeSymbols::Place *symbol = nullptr;  // at the address or before it in the section
-    const SourceLineRow *sourceRow = nullptr;    // that begins here
-    QByteArray targetName, referenceName;        // of the instruction's target and reference
-    std::optional<quint32> value;                // a literal that the instruction loads, or a word of data
-    QByteArray valueName;                        // if the value is an address
-    QByteArray relocation;                       // in an object: what the linker puts here, "printf" or "table+0x4"
+    DisassembledInstruction instruction;        // of data: ".word" and its number
+    const CodeSymbols::Place *symbol = nullptr; // at the address or before it in the section
+    const SourceLineRow *sourceRow = nullptr;   // that begins here
+    QByteArray targetName, referenceName;       // of the instruction's target and reference
+    std::optional<quint32> value;               // a literal that the instruction loads, or a word of data
+    QByteArray valueName;                       // if the value is an address
+    QByteArray relocation;                      // in an object: what the linker puts here, "printf" or "table+0x4"
 };
 
 // The code of a file, row by row. Code and data between it are told apart by the file's mapping symbols.

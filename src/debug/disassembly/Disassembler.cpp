@@ -54,8 +54,8 @@ DisassembledInstruction Disassembler::noInstruction(const char *directive, quint
     return data;
 }
 
-// "A", then for each vendor: length 4 bytes, name, then subsections: tag ULEB128 (1: of the file), length 4 bytes, pairs
-// of tag and value. Odd tags above 32 and the vendor's text tags have a text as value, the others a number.
+// "A", then for each vendor: length 4 bytes, name, then subsections: tag ULEB128 (1: of the file), length 4 bytes,
+// pairs of tag and value. Odd tags above 32 and the vendor's text tags have a text as value, the others a number.
 std::optional<QByteArray> buildAttribute(const ElfFile &file, quint32 tag)
 {
     const bool isArm = file.isArm();

@@ -10,7 +10,7 @@ namespace {
 // The names under which the loader finds the library, the version that the tests run with first. Later versions call
 // it libLLVM.so.<version>.
 constexpr const char *libraryNames[] = {
-    "libLLVM-14.so.1", "libLLVM-15.so.1", "libLLVM-16.so.1",  "libLLVM-17.so.1",
+    "libLLVM-14.so.1", "libLLVM-15.so.1", "libLLVM-16.so.1", "libLLVM-17.so.1",
     "libLLVM.so.18.1", "libLLVM.so.19.1", "libLLVM.so.20.1", "libLLVM-13.so.1",
 };
 
@@ -37,7 +37,8 @@ struct Library
                 error = library.errorString();
         }
         if (!library.isLoaded())
-            throw HException(u"LLVM's library, which disassembles, can't be loaded (Debian: libllvm14): %1"_s.arg(error));
+            throw HException(
+                u"LLVM's library, which disassembles, can't be loaded (Debian: libllvm14): %1"_s.arg(error));
         create = library.function<CreateDisasmCPUFeatures>("LLVMCreateDisasmCPUFeatures");
         decode = library.function<DisasmInstruction>("LLVMDisasmInstruction");
         dispose = library.function<DisasmDispose>("LLVMDisasmDispose");
@@ -96,8 +97,8 @@ quint32 LlvmDecoder::decode(quint32 address, std::span<const quint8> bytes)
 {
     m_branchTarget.reset();
     m_mnemonic = m_operands = {};
-    const size_t length = llvm().decode(m_context, const_cast<quint8 *>(bytes.data()), bytes.size(), address, m_text,
-                                        sizeof m_text);
+    const size_t length =
+        llvm().decode(m_context, const_cast<quint8 *>(bytes.data()), bytes.size(), address, m_text, sizeof m_text);
     if (length == 0)
         return 0;
     const QByteArrayView text = QByteArrayView(m_text).trimmed();

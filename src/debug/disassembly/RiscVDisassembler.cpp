@@ -64,8 +64,8 @@ quint32 gather(quint32 code, const Piece (&pieces)[size])
 constexpr Piece jalPieces[] = {{21, 10, 1}, {20, 1, 11}, {12, 8, 12}, {31, 1, 20}};
 constexpr Piece branchPieces[] = {{8, 4, 1}, {25, 6, 5}, {7, 1, 11}, {31, 1, 12}};
 constexpr Piece storePieces[] = {{7, 5, 0}, {25, 7, 5}};
-constexpr Piece compressedJumpPieces[] = {{3, 3, 1}, {11, 1, 4}, {2, 1, 5}, {7, 1, 6},
-                                          {6, 1, 7}, {9, 2, 8}, {8, 1, 10}, {12, 1, 11}};
+constexpr Piece compressedJumpPieces[] = {{3, 3, 1}, {11, 1, 4}, {2, 1, 5},  {7, 1, 6},
+                                          {6, 1, 7}, {9, 2, 8},  {8, 1, 10}, {12, 1, 11}};
 constexpr Piece compressedBranchPieces[] = {{3, 2, 1}, {10, 2, 3}, {2, 1, 5}, {5, 2, 6}, {12, 1, 8}};
 constexpr Piece compressedImmediatePieces[] = {{2, 5, 0}, {12, 1, 5}};
 constexpr Piece compressedWordPieces[] = {{6, 1, 2}, {10, 3, 3}, {5, 1, 6}};
@@ -153,7 +153,7 @@ void RiscVDisassembler::follow(DisassembledInstruction &result, quint32 address,
 
 void RiscVDisassembler::followCompressed(DisassembledInstruction &result, quint32 address, quint32 code)
 {
-    const quint32 destination = code >> 7 & 31;                             // of the long formats
+    const quint32 destination = code >> 7 & 31;                                    // of the long formats
     const quint32 shortLow = 8 + (code >> 2 & 7), shortHigh = 8 + (code >> 7 & 7); // of the short ones
     const qint32 immediate = signExtended(gather(code, compressedImmediatePieces), 6);
     std::optional<quint32> known;

@@ -22,6 +22,6 @@ private:
 
     LlvmDecoder m_decoder;
     const std::optional<quint32> m_globalPointer;
-    quint32 m_next = 0;                               // behind the instruction that came last
+    quint32 m_next = 0;                             // behind the instruction that came last
     std::array<std::optional<quint32>, 32> m_known; // values of registers, as LUI and AUIPC make them
 };

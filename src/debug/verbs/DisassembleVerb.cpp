@@ -90,7 +90,8 @@ class TextListing
 {
 public:
     TextListing(CodeListing &code, const ElfFile &elf, bool source)
-        : m_code(code), m_source(source),
+        : m_code(code),
+          m_source(source),
           m_interleaver([this](const QString &path, int line) { return m_texts.line(path, line); }),
           m_codeBigEndian(elf.bigEndian() && elf.isArm() && !(elf.header().e_flags & EF_ARM_BE8)),
           m_dataBigEndian(elf.bigEndian())
@@ -171,9 +172,9 @@ void writeJson(JsonWriter &json, CodeListing &code, const CodeRow &row)
     else
         json.nullField("offset");
     json.field("kind", QLatin1StringView(kindName(row.kind)));
-    json.field("bytes", QLatin1StringView(
-                            QByteArray(reinterpret_cast<const char *>(row.bytes.data()), qsizetype(row.bytes.size()))
-                                .toHex()));
+    json.field("bytes",
+               QLatin1StringView(
+                   QByteArray(reinterpret_cast<const char *>(row.bytes.data()), qsizetype(row.bytes.size())).toHex()));
     json.field("mnemonic", QLatin1StringView(instruction.mnemonic));
     json.field("operands", QLatin1StringView(instruction.operands));
     address("target", instruction.target);
@@ -211,8 +212,7 @@ std::vector<CodeRange> piecesOf(ReportingFile &file, CodeListing &code, const QS
     const ElfSection *section = symbol ? file.elf().sectionOfSymbol(symbol) : nullptr;
     if (!section || std::ranges::find(code.sections(), section) == code.sections().end())
         return {};
-    const quint32 start =
-        file.dwarf().sections().addressIn(*section, symbol->value() - section->header().sh_addr);
+    const quint32 start = file.dwarf().sections().addressIn(*section, symbol->value() - section->header().sh_addr);
     if (const auto function = file.dwarf().subprogramAt(start); function && function.ranges().size() > 1) {
         std::vector<CodeRange> pieces;
         for (const DwarfAddressRange &range : function.ranges())
