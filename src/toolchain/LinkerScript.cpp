@@ -280,8 +280,8 @@ QString LinkerScript::linkerSections() const
         if (section.isLoaded)
             return u"  .linker_stubs : { *(.glue_7 .glue_7t .vfp11_veneer .v4_bx .iplt .igot.plt .got .got.plt) } > %1 "
                    u"AT> %1\n"
-                   "  .rel.dyn : { *(.rel.iplt .rel.dyn) } > %1 AT> %1\n"
-                   "  .rela.dyn : { *(.rela.iplt .rela.dyn) } > %1 AT> %1\n"_s.arg(
+                   "  .rel.dyn : { *(.rel.*) } > %1 AT> %1\n"
+                   "  .rela.dyn : { *(.rela.*) } > %1 AT> %1\n"_s.arg(
                        identifier(m_placement.segments()[section.segment].name));
     return QString();
 }

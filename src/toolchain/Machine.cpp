@@ -104,8 +104,9 @@ Machine armMachine(const Attributes &attributes)
     return machine;
 }
 
-// "rv32i2p1_m2p0_zicsr2p0" becomes "rv32im_zicsr": versions differ between assembler and compiler.
-QString withoutVersions(const QString &architecture)
+// "rv32i2p1_m2p0_zicsr2p0" becomes "rv32im": libraries are chosen by the extensions of one letter, and compilers
+// don't know each other's newer ones.
+QString baseExtensions(const QString &architecture)
 {
     QString text;
     for (const QString &extension : architecture.split(u'_', Qt::SkipEmptyParts)) {
@@ -113,11 +114,8 @@ QString withoutVersions(const QString &architecture)
         const auto isVersion = [&](qsizetype i) { return extension[i].isDigit() || extension[i] == u'p'; };
         while (end > 0 && isVersion(end - 1))
             --end;
-        const QString name = extension.first(end);
-        if (text.isEmpty() || name.size() == 1)
-            text += name;
-        else
-            text += u'_' + name;
+        if (text.isEmpty() || end == 1)
+            text += extension.first(end);
     }
     return text;
 }
@@ -126,14 +124,14 @@ Machine riscVMachine(const Attributes &attributes, quint32 flags)
 {
     constexpr quint64 tagArch = 5;
     constexpr const char *floatAbis[] = {"", "f", "d", "q"};
-    Machine machine{Machine::RiscV, {}, 0};
+    // Flags of the ELF header: compressed instructions 1, calling convention for floating point 6, RV32E 8.
+    const QString abi = u"-mabi=ilp32"_s + (flags & 8 ? u"e"_s : QString::fromLatin1(floatAbis[(flags >> 1) & 3]));
     const QString architecture = attributes.texts.value(tagArch);
-    if (!architecture.isEmpty()) {
-        machine.options += u"-march="_s + withoutVersions(architecture);
-        // EF_RISCV_FLOAT_ABI is bits 1 and 2, EF_RISCV_RVE bit 3.
-        machine.options += u"-mabi=ilp32"_s + (flags & 8 ? u"e"_s : QString::fromLatin1(floatAbis[(flags >> 1) & 3]));
-        machine.rank = quint64(architecture.size());
-    }
+    Machine machine{Machine::RiscV, {}, quint64(architecture.size())};
+    if (!architecture.isEmpty())
+        machine.options << u"-march="_s + baseExtensions(architecture) << abi;
+    else if ((flags & 0xE) == 0) // without attributes, as clang's assembler leaves it
+        machine.options << (flags & 1 ? u"-march=rv32imac"_s : u"-march=rv32i"_s) << abi;
     return machine;
 }
 

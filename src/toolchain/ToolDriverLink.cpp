@@ -276,22 +276,18 @@ QStringList ToolDriver::optimizeBitcode(const Link &link, const QStringList &fil
 
     QStringList command = {installationDirectory() + u"/bin/ltollvm"_s, u"-fdata-sections"_s, u"-ffunction-sections"_s};
     QString level = u"-O2"_s;
-    QStringList attributes;
     for (const QString &option : link.userOptions + link.machine) {
-        if (option.startsWith(u"-O"_s))
+        if (option.startsWith(u"-O"_s)) // of sizes the functions tell, too
             level = option == u"-Os" || option == u"-Oz" ? u"-O2"_s : option;
         else if (option.startsWith(u"-mcpu="_s))
             command += option;
         else if (option == u"-mfloat-abi=hard")
             command += u"-float-abi=hard"_s;
-        else if (option.startsWith(u"-march=rv32"_s))
-            for (const QChar extension : option.section(u'_', 0, 0).sliced(11))
-                attributes += u'+' + QString(extension);
+        else if (option.startsWith(u"-march=rv"_s) && option.section(u'_', 0, 0).endsWith(u'c'))
+            // The functions know their extensions; the object's flags are made from this. The library takes one.
+            command << u"-opts"_s << u"--mattr=+c"_s;
     }
-    attributes.removeAll(u"+i"_s);
     command += level;
-    if (!attributes.isEmpty())
-        command << u"-opts"_s << u"--mattr="_s + attributes.join(u',');
     command << library << inputList << linkerList << object << link.entry << m_options.keepSymbols;
     for (const char *name : libraryCallbacks)
         command += QString::fromLatin1(name);

@@ -1,4 +1,5 @@
-/* Start-up of a Cortex-M3: the vector table and what runs before main. */
+/* Start-up of a Cortex-M: the vector table of the system exceptions and what runs before main. A program that uses
+   interrupts of its device places their vectors behind these, in the section ".vectors.device". */
 
 #include "section_init.h"
 
@@ -36,7 +37,7 @@ void SysTick_Handler(void) UNLESS_DEFINED;
 
 typedef void (*vector)(void);
 
-/* ARMv7-M: the initial stack pointer, then the handlers of exceptions 1 to 15. */
+/* ARMv6-M, ARMv7-M and ARMv8-M: the initial stack pointer, then the handlers of exceptions 1 to 15. */
 __attribute__((section(".vectors"), used)) const vector vectors[16] = {
     (vector)&__stack_end__,
     Reset_Handler,
