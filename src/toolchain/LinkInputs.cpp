@@ -2,6 +2,7 @@
 
 #include "base/HException.h"
 #include "elf/ElfArchive.h"
+#include "toolchain/ArchiveMembers.h"
 
 using namespace Qt::StringLiterals;
 
@@ -13,12 +14,6 @@ constexpr const char *entryNames[] = {"Reset_Handler", "_start", "reset_handler"
 QByteArrayView viewOf(std::span<const quint8> bytes)
 {
     return {bytes.data(), qsizetype(bytes.size())};
-}
-
-// LLVM's bitstream: "BC" and 0xC0DE, or the wrapper that some targets put before it.
-bool isBitcode(QByteArrayView bytes)
-{
-    return bytes.startsWith(QByteArrayView("BC\xC0\xDE", 4)) || bytes.startsWith(QByteArrayView("\xDE\xC0\x17\x0B", 4));
 }
 
 void readObject(ByteImage image, LinkInputs &inputs)
@@ -46,23 +41,17 @@ void readObject(ByteImage image, LinkInputs &inputs)
     }
 }
 
-// Member headers end in "`\n"; the content follows.
-void readArchive(std::span<quint8> archive, const QString &path, LinkInputs &inputs)
+// One object of an archive tells the machine as well as all of them.
+void readArchive(std::span<const quint8> archive, const QString &path, LinkInputs &inputs)
 {
-    const QByteArrayView bytes = viewOf(archive);
-    const QByteArray bitcodeMember("`\nBC\xC0\xDE", 6), elfMember("`\n\x7F"
-                                                                  "ELF",
-                                                                  6);
-    if (inputs.firstBitcode.isEmpty() && bytes.contains(bitcodeMember))
-        inputs.firstBitcode = path;
-    const qsizetype header = inputs.machine ? -1 : bytes.indexOf(elfMember);
-    if (header < 0)
-        return;
-    // The size of the content is 10 decimal digits before the header's end.
-    const qsizetype start = header + 2;
-    const qsizetype size = header < 10 ? 0 : bytes.sliced(header - 10, 10).trimmed().toLongLong();
-    if (size > 0 && size <= bytes.size() - start)
-        readObject(ByteImage::view(archive.subspan(size_t(start), size_t(size))), inputs);
+    for (const std::span<const quint8> member : archiveMembers(archive)) {
+        if (isBitcode(member)) {
+            inputs.bitcodeArchives += path;
+            return;
+        }
+        if (!inputs.machine && ElfFile::isElf(member))
+            readObject(ByteImage::fromBytes(viewOf(member).toByteArray()), inputs);
+    }
 }
 
 } // namespace
@@ -75,10 +64,9 @@ LinkInputs LinkInputs::read(const QStringList &paths)
             ByteImage image = ByteImage::load(path);
             const QByteArrayView bytes = viewOf(image.bytes());
             inputs.hasCpp = inputs.hasCpp || bytes.contains(QByteArrayView("\0_Z", 3));
-            if (isBitcode(bytes)) {
+            if (isBitcode(image.bytes())) {
                 inputs.hasCpp = inputs.hasCpp || bytes.contains("_ZN");
-                if (inputs.firstBitcode.isEmpty())
-                    inputs.firstBitcode = path;
+                inputs.bitcode += path;
             } else if (ElfArchive::isArchive(image.bytes())) {
                 readArchive(image.bytes(), path, inputs);
             } else if (ElfFile::isElf(image.bytes())) {

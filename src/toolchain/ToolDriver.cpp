@@ -101,8 +101,8 @@ void ToolDriver::compile()
         command << u"-MD"_s << u"-MF"_s << m_options.dependencyFile;
     command += ToolSet::withoutChoice(own);
     if (tools.isClang() && language != Language::Assembly && m_options.standardLibraries)
-        if (const QString headers = tools.libraryHeaders(); !headers.isEmpty())
-            command << u"-isystem"_s << headers;
+        for (const QString &folder : tools.libraryHeaders(language == Language::Cpp))
+            command << u"-isystem"_s << folder;
     command << u"-o"_s << object;
 
     m_runner.addOutput(object);
@@ -176,7 +176,7 @@ void ToolDriver::archive()
     if (!m_runner.isDry())
         QFile::remove(fresh);
     // D: no times and owners in it, so that equal objects make equal archives.
-    m_runner.run(QStringList{tools.archiver(!inputs.firstBitcode.isEmpty()), u"rcsD"_s, fresh} +
+    m_runner.run(QStringList{tools.archiver(inputs.hasBitcode()), u"rcsD"_s, fresh} +
                  filesAsWords(files, ".ar-inputs"));
     if (!m_runner.isDry() &&
         rename(QFile::encodeName(fresh).constData(), QFile::encodeName(m_options.output).constData()) != 0)

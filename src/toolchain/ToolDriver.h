@@ -48,6 +48,7 @@ private:
     QStringList clangLibraries(const Link &link, bool isFull);
     // Compiles the bitcode among the files into one object and gives what the linker has to read in their place.
     QStringList optimizeBitcode(const Link &link, const QStringList &files);
+    QStringList withoutBitcodeArchives(const Link &link, const QStringList &files);
     void runPatch();
     void writeLoadFile();
     // A warning of ours, by the rules of -w and -we.

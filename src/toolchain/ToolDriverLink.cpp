@@ -5,6 +5,7 @@
 #include "base/SharedLibrary.h"
 #include "target/loadfile/ElfLoadFile.h"
 #include "target/memory/CodeBuffer.h"
+#include "toolchain/ArchiveMembers.h"
 #include "toolchain/CLibrary.h"
 #include "toolchain/ElfEdits.h"
 #include "toolchain/LinkerScript.h"
@@ -111,9 +112,9 @@ Machine machineOfTriple(const QString &triple)
 ToolDriver::Link ToolDriver::planLink(const QStringList &files) const
 {
     LinkInputs inputs = LinkInputs::read(files);
-    if (!inputs.machine && !inputs.firstBitcode.isEmpty()) {
+    if (!inputs.machine && !inputs.bitcode.isEmpty()) {
         const QString library = ToolSet(m_options.linkerOptions, std::nullopt).ltoLibrary();
-        inputs.machine = machineOfTriple(bitcodeTriple(library, inputs.firstBitcode));
+        inputs.machine = machineOfTriple(bitcodeTriple(library, inputs.bitcode.first()));
     }
     Link link{inputs, ToolSet(m_options.linkerOptions, inputs.machine), {}, {}, inputs.entry};
     link.userOptions = ToolSet::withoutChoice(m_options.linkerOptions);
@@ -135,7 +136,7 @@ void ToolDriver::link()
     m_runner.addOutput(m_options.output);
 
     const QStringList script = linkScript(link);
-    const QStringList objects = link.inputs.firstBitcode.isEmpty() ? files : optimizeBitcode(link, files);
+    const QStringList objects = link.inputs.hasBitcode() ? optimizeBitcode(link, files) : files;
     const QStringList afterObjects = libraries(link);
     QStringList command = link.tools.compiler();
     if (link.tools.isClang())
@@ -262,15 +263,47 @@ QStringList ToolDriver::clangLibraries(const Link &link, bool isFull)
     return words << u"-Wl,--end-group"_s;
 }
 
+
+// ltollvm takes bitcode from files, not from archives: each module of an archive becomes a file, and what else it
+// holds an archive of its own. A module that nothing needs goes away again when all are compiled.
+QStringList ToolDriver::withoutBitcodeArchives(const Link &link, const QStringList &files)
+{
+    QStringList result;
+    for (const QString &file : files) {
+        if (!link.inputs.bitcodeArchives.contains(file) || m_runner.isDry()) {
+            result += file;
+            continue;
+        }
+        const ByteImage archive = ByteImage::load(file);
+        const QString stem = intermediate(".lto-") + QFileInfo(file).completeBaseName();
+        QStringList objects;
+        int count = 0;
+        for (const std::span<const quint8> member : archiveMembers(archive.bytes())) {
+            const bool isModule = isBitcode(member);
+            const QString path = stem + u'-' + QString::number(++count) + (isModule ? u".bc"_s : u".o"_s);
+            writeOwnFile(path, QByteArray::fromRawData(reinterpret_cast<const char *>(member.data()),
+                                                       qsizetype(member.size())));
+            (isModule ? result : objects) += path;
+        }
+        if (objects.isEmpty())
+            continue;
+        QFile::remove(stem + u".a"_s);
+        m_runner.run(QStringList{link.tools.archiver(false), u"rcsD"_s, stem + u".a"_s} + objects);
+        result += stem + u".a"_s;
+    }
+    return result;
+}
+
 QStringList ToolDriver::optimizeBitcode(const Link &link, const QStringList &files)
 {
     const QString library = link.tools.ltoLibrary();
     if (library.isEmpty())
-        throw HException(u"'%1' is bitcode, and LLVM's LTO library isn't beside clang"_s.arg(link.inputs.firstBitcode));
+        throw HException(u"'%1' is bitcode, and LLVM's LTO library isn't beside clang"_s.arg(
+            (link.inputs.bitcode + link.inputs.bitcodeArchives).first()));
     const QString inputList = intermediate(".lto-in"), linkerList = intermediate(".lto-out"),
                   object = intermediate(".lto.o");
     QByteArray lines;
-    for (const QString &file : files)
+    for (const QString &file : withoutBitcodeArchives(link, files))
         lines += '"' + QFile::encodeName(file) + "\"\n";
     writeOwnFile(inputList, lines);
 

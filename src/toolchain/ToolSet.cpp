@@ -112,16 +112,23 @@ QString ToolSet::archiver(bool hasBitcode) const
     return compiler.chopped(3) + u"ar"_s;
 }
 
-QString ToolSet::libraryHeaders() const
+QStringList ToolSet::libraryHeaders(bool cpp) const
 {
     const QString compiler = find(gcc());
     if (compiler.isEmpty() || isRiscV())
-        return QString();
+        return {};
     const QDir root(QFileInfo(QFileInfo(compiler).canonicalFilePath()).path() + u"/.."_s);
-    for (const QString &folder : {u"arm-none-eabi/include"_s, u"include/newlib"_s, u"lib/arm-none-eabi/include"_s})
-        if (root.exists(folder + u"/stdio.h"_s))
-            return QDir::cleanPath(root.filePath(folder));
-    return QString();
+    for (const QString &place : {u"arm-none-eabi/include"_s, u"include/newlib"_s, u"lib/arm-none-eabi/include"_s}) {
+        if (!root.exists(place + u"/stdio.h"_s))
+            continue;
+        const QString folder = QDir::cleanPath(root.filePath(place));
+        const QStringList versions = QDir(folder + u"/c++"_s).entryList(QDir::Dirs | QDir::NoDotAndDotDot, QDir::Name);
+        if (!cpp || versions.isEmpty())
+            return {folder};
+        const QString cppFolder = folder + u"/c++/"_s + versions.last();
+        return {cppFolder, cppFolder + u"/arm-none-eabi"_s, folder};
+    }
+    return {};
 }
 
 QString ToolSet::ltoLibrary() const

@@ -26,8 +26,8 @@ public:
     QString gcc() const;
     // The archiver; of bitcode it must be LLVM's, whose archives have an index of the symbols.
     QString archiver(bool hasBitcode) const;
-    // Folder of the C library's headers beside GCC; empty when there is none. GCC finds them itself.
-    QString libraryHeaders() const;
+    // Folders of the library headers beside GCC, for clang; GCC finds them itself. Empty when there are none.
+    QStringList libraryHeaders(bool cpp) const;
     // LLVM's LTO library; empty when there is none.
     QString ltoLibrary() const;
 

@@ -66,7 +66,7 @@ static void appendNames(QByteArrayView line, QStringList &names)
     const auto finish = [&] {
         if (!name.isEmpty())
             names += QFile::decodeName(name);
-        name.clear();
+        name.resize(0); // keeps its memory
     };
     for (qsizetype i = 0; i < line.size(); ++i) {
         const char c = line[i];

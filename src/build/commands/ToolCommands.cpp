@@ -225,7 +225,7 @@ const ToolCommands::Template &ToolCommands::templateOf(const ToolRequest &reques
         return made;
     made.error = m_genericOptionsError;
     const BuildTools tool = BuildTools(1) << int(request.kind);
-    CommandArguments all(*this, m_system, m_genericOptions, request);
+    ArgumentRows all(*this, m_system, m_genericOptions, request);
     for (const CommandRow &row : commandRows()) {
         if (!(row.tools & tool))
             continue;
@@ -249,7 +249,7 @@ ToolCommand ToolCommands::command(const ToolRequest &request)
 {
     loadGenericOptions(request.element, request.configuration);
     const Template &made = templateOf(request);
-    CommandArguments all(*this, m_system, m_genericOptions, request);
+    ArgumentRows all(*this, m_system, m_genericOptions, request);
     all.error = made.error;
     for (const Template::Piece &piece : made.pieces) {
         if (piece.row)

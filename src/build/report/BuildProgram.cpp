@@ -50,8 +50,8 @@ QByteArray oneOf(const CommandArguments &arguments, std::initializer_list<const 
         if (!arguments.has(name))
             continue;
         if (!given.isEmpty())
-            throw UsageError(u"--%1 and --%2 exclude each other"_s.arg(QLatin1StringView(given),
-                                                                      QLatin1StringView(name)));
+            throw UsageError(
+                u"--%1 and --%2 exclude each other"_s.arg(QLatin1StringView(given), QLatin1StringView(name)));
         given = name;
     }
     return given;

@@ -6,7 +6,8 @@ class JsonWriter;
 
 // Writes each event as one line of JSON to standard output, at once.
 //
-//     {"event": "diagnostic", "project": "app", "configuration": "Debug", "node": "app/main.c", "text": "'x' undeclared",
+//     {"event": "diagnostic", "project": "app", "configuration": "Debug", "node": "app/main.c", "text": "'x'
+//     undeclared",
 //      "file": "/x/main.c", "line": 3, "column": 5, "severity": "error"}
 class JsonReport : public BuildReport
 {

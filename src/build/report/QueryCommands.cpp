@@ -211,8 +211,9 @@ void getProperty(LoadedSolution &loaded, const PropertyQuery &query, const Proje
     PropertyTrace trace;
     QString value = propertyValue(&node, property ? *property : unlisted, configuration, &trace);
     const bool isFound = !trace.empty() && trace.front().element;
-    if (!isFound && node.hasProperty(query.key)) { // in no configuration, as names are
-        value = node.property(query.key);
+    const bool isName = query.key == "Name"_L1; // a configuration's own is no value of its node
+    if (isName || (!isFound && node.hasProperty(query.key))) {
+        value = isName ? node.displayName() : node.property(query.key);
         trace = {{value, QString(), &node}};
     } else if (!isFound && !property) {
         throw HException(u"no property '%1'; --list properties tells those that there are"_s.arg(query.key));

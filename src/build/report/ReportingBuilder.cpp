@@ -9,7 +9,9 @@ LastItem::LastItem(BuildLog &log)
 
 ReportingBuilder::ReportingBuilder(const Surroundings &surroundings, int slot, bool isAlone)
     : StudioBuilder(surroundings.state, surroundings.poller, surroundings.log, surroundings.idler, slot),
-      m_report(surroundings.report), m_lastItem(surroundings.lastItem), m_isAlone(isAlone)
+      m_report(surroundings.report),
+      m_lastItem(surroundings.lastItem),
+      m_isAlone(isAlone)
 {}
 
 void ReportingBuilder::beginStep(const ProjectElement *element, const QString &title, const QString &configuration,

@@ -10,7 +10,8 @@ class LastItem
 public:
     explicit LastItem(BuildLog &log);
     // The row that `work` adds; null if none.
-    template <typename Work> const BuildLogItem *addedBy(Work work)
+    template <typename Work>
+    const BuildLogItem *addedBy(Work work)
     {
         m_item = nullptr;
         work();

@@ -5,6 +5,7 @@
 #include "xml/macros/MacroExpansion.h"
 
 #include <QHash>
+#include <algorithm>
 #include <array>
 #include <memory>
 #include <vector>
@@ -38,6 +39,27 @@ struct ValueLayer
     const QString *findOther(const QString &key, bool isList) const;
 };
 
+// A map of at most some dozens of entries, which costs nothing while it is empty.
+template <typename Value>
+class SmallMap
+{
+public:
+    const Value *find(quint32 key) const
+    {
+        const auto found = std::find(m_keys.begin(), m_keys.end(), key);
+        return found == m_keys.end() ? nullptr : &m_values[size_t(found - m_keys.begin())];
+    }
+    void insert(quint32 key, const Value &value) // one that isn't there
+    {
+        m_keys.push_back(key);
+        m_values.push_back(value);
+    }
+
+private:
+    std::vector<quint32> m_keys;
+    std::vector<Value> m_values;
+};
+
 // What nodes have in common that have the same values: the macros but those of the node itself, and the
 // expansions that used none of these. A file without configurations has its parent's context for members;
 // every other node has its own.
@@ -50,13 +72,16 @@ struct NodeContext
         QString value;
     };
 
+    using Macro = std::pair<QString, QString>;
+
     QString configuration;
     quint64 generation = 0;
-    MacroMap macros;            // all but the directories
-    std::vector<QString> later; // names of the node's own macros that something later sets, too
-    std::array<DirectoryMacro, directoryCount> directories;
-    QHash<quint32, QString> values;    // expanded; by property
-    QHash<quint32, QStringList> lists; // by property and options
+    MacroMap userMacros;                                    // from the property "macros"
+    std::vector<Macro> macros;                              // what the surroundings give; before the user's
+    std::vector<Macro> later;                               // before the node's own, too
+    std::array<DirectoryMacro, directoryCount> directories; // before all
+    SmallMap<QString> values;                               // expanded; by property
+    SmallMap<QStringList> lists;                            // by property and options
 };
 
 struct ElementCache

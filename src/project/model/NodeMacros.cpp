@@ -12,11 +12,11 @@ namespace {
 // A node as its own macros see it.
 struct OwnNode
 {
+    const ProjectSystem &system;
     const ProjectElement &element;
     const ElementPath &path;
-    const QString &projectDirectory;
 
-    QString relative() const { return path.wasRelative ? relativePath(projectDirectory, path.path) : path.path; }
+    QString relative() const { return path.wasRelative ? system.relativePath(&element, path.path) : path.path; }
 };
 
 QString fileNameOf(const QString &path)
@@ -75,6 +75,19 @@ bool hasMacro(const ProjectElement &element, Nodes nodes)
 const QLatin1StringView directoryNames[NodeContext::directoryCount] = {"IntDir"_L1, "RootOutDir"_L1, "OutDir"_L1,
                                                                        "RootRelativeOutDir"_L1, "ToolChainDir"_L1};
 
+const QString *find(const std::vector<NodeContext::Macro> &macros, const QString &name)
+{
+    const auto found = std::find_if(macros.rbegin(), macros.rend(), // the last of a name counts
+                                    [&name](const NodeContext::Macro &macro) { return macro.first == name; });
+    return found == macros.rend() ? nullptr : &found->second;
+}
+
+const QString *find(const MacroMap &macros, const QString &name)
+{
+    const auto found = macros.constFind(name);
+    return found == macros.constEnd() ? nullptr : &*found;
+}
+
 // The display names of the folders from `folder` outwards, the outermost first.
 QString folderPath(const ProjectElement *folder)
 {
@@ -88,30 +101,30 @@ QString folderPath(const ProjectElement *folder)
 
 std::optional<QString> NodeMacros::value(const QString &name)
 {
-    const auto answer = [this, &name](const QString &found) {
+    for (int directory = 0; directory < m_directories; ++directory)
+        if (name == directoryNames[directory] && !(m_extra && m_extra->contains(name)))
+            if (const auto found = directoryValue(directory))
+                return found;
+    const auto answer = [this, &name](const QString *found) -> std::optional<QString> {
+        if (!found)
+            return std::nullopt;
         const std::optional<QString> now = SystemMacroTable::instance().currentTime(name);
         m_isOwn |= now.has_value();
-        return now.value_or(found);
+        return now.value_or(*found);
     };
-    if (m_extra) {
-        const auto found = m_extra->constFind(name);
-        if (found != m_extra->constEnd())
-            return answer(*found);
-    }
-    for (int directory = 0; directory < m_directories; ++directory)
-        if (name == directoryNames[directory])
-            if (const auto found = directoryValue(directory))
-                return *found;
+    if (const QString *found = m_extra ? find(*m_extra, name) : nullptr)
+        return answer(found);
+    if (const QString *found = find(m_context.later, name))
+        return answer(found);
     if (const auto found = ownValue(name))
-        return *found;
+        return found;
+    if (const QString *found = find(m_context.macros, name))
+        return answer(found);
     const SystemMacroTable &table = SystemMacroTable::instance();
-    const MacroMap *const maps[] = {&m_context.macros, &table.globalMacros(), &table.systemMacros()};
-    for (const MacroMap *map : maps) {
-        const auto found = map->constFind(name);
-        if (found != map->constEnd())
-            return answer(*found);
-    }
-    return std::nullopt;
+    const QString *found = find(m_context.userMacros, name);
+    if (!found)
+        found = find(table.globalMacros(), name);
+    return answer(found ? found : find(table.systemMacros(), name));
 }
 
 std::optional<QString> NodeMacros::ownValue(const QString &name)
@@ -120,15 +133,13 @@ std::optional<QString> NodeMacros::ownValue(const QString &name)
                                     [&name](const OwnMacro &macro) { return name == macro.name; });
     if (!m_element || known == std::end(ownMacros) || !hasMacro(*m_element, known->nodes))
         return std::nullopt;
-    if (std::find(m_context.later.begin(), m_context.later.end(), name) != m_context.later.end())
-        return std::nullopt;
     m_isOwn = true;
     // While the node's path is worked out, nothing that comes from it is there.
     if (known->nodes != AllNodes && m_element->cache().isResolving)
         return std::nullopt;
     static const ElementPath none;
     const ElementPath &path = known->nodes == AllNodes ? none : m_system.resolve(m_element, m_context.configuration);
-    return known->make({*m_element, path, m_system.projectDirectory(m_element)});
+    return known->make({m_system, *m_element, path});
 }
 
 // None where the directory isn't a macro.
@@ -182,61 +193,75 @@ QString NodeMacros::directoryText(ProjectProperty property, int directory, bool 
 
 void NodeMacros::fill(const ProjectSystem &system, const ProjectElement *element, NodeContext &context)
 {
-    MacroMap &macros = context.macros;
     const QString &configuration = context.configuration;
-    macros = readMacroString(expandSystem(system.value(element, ProjectProperty::macros, configuration)));
+    context.userMacros = system.userMacros(element, configuration);
+    const auto add = [&context](const QString &name, const QString &value) {
+        context.macros.emplace_back(name, value);
+    };
     if (element) {
+        context.macros.reserve(9);
         const ProjectElement *parent = element->parentElement();
         if (parent && parent->type() == ProjectElement::Type::Folder)
-            macros[u"FolderName"_s] = parent->displayName();
-        macros[u"FolderPath"_s] = folderPath(parent);
+            add(u"FolderName"_s, parent->displayName());
+        add(u"FolderPath"_s, folderPath(parent));
         if (const ProjectElement *project = element->enclosing(ProjectElement::Type::Project)) {
-            macros[u"ProjectDir"_s] = system.projectDirectory(project);
-            macros[u"ProjectName"_s] = project->displayName();
+            add(u"ProjectDir"_s, system.projectDirectory(project));
+            add(u"ProjectName"_s, project->displayName());
         }
         if (const ProjectElement *root = element->enclosing(ProjectElement::Type::Solution)) {
             const QString fileName = fileNameOf(root->filePath());
-            macros[u"SolutionDir"_s] = system.solutionDirectory(root);
-            macros[u"SolutionName"_s] = baseNameOf(fileName);
-            macros[u"SolutionFileName"_s] = fileName;
-            macros[u"SolutionPath"_s] = root->filePath();
-            macros[u"SolutionExt"_s] = endingOf(fileName);
+            add(u"SolutionDir"_s, system.solutionDirectory(root));
+            add(u"SolutionName"_s, baseNameOf(fileName));
+            add(u"SolutionFileName"_s, fileName);
+            add(u"SolutionPath"_s, root->filePath());
+            add(u"SolutionExt"_s, endingOf(fileName));
         }
     }
-    MacroMap later{
-        {u"Configuration"_s, configuration},
-        {u"OBJ"_s, system.objectFileExtension(element, configuration)},
-        {u"EXE"_s, system.executableFileExtension(element, configuration)},
-        {u"LIB"_s, system.libraryFileExtension(element, configuration)},
-        {u"PackageExt"_s, u"vnPackage"_s},
-    };
+    context.later = {{u"Configuration"_s, configuration},
+                     {u"OBJ"_s, system.objectFileExtension(element, configuration)},
+                     {u"EXE"_s, system.executableFileExtension(element, configuration)},
+                     {u"LIB"_s, system.libraryFileExtension(element, configuration)},
+                     {u"PackageExt"_s, u"vnPackage"_s}};
     for (const PropertyValueGroupClass *group : system.groupsOf(element, configuration))
-        later[group->name] = system.value(element, *group, configuration);
+        context.later.emplace_back(group->name, system.value(element, *group, configuration));
     for (const auto *contribution : system.groupContributions(element, configuration))
         if (contribution->kind == PropertyValueGroupClass::Contribution::Macro)
-            later[contribution->name] = contribution->value;
-    system.addExtraMacros(element, configuration, later);
-    for (const OwnMacro &macro : ownMacros)
-        if (later.contains(macro.name))
-            context.later.push_back(macro.name);
-    macros.insert(later);
+            context.later.emplace_back(contribution->name, contribution->value);
+    MacroMap extra;
+    system.addExtraMacros(element, configuration, extra);
+    for (auto macro = extra.begin(); macro != extra.end(); ++macro)
+        context.later.emplace_back(macro.key(), *macro);
 }
 
 MacroMap NodeMacros::all()
 {
-    MacroMap map = m_context.macros;
+    MacroMap map = m_context.userMacros;
+    for (const auto &[name, value] : m_context.macros)
+        map[name] = value;
     for (const OwnMacro &macro : ownMacros)
         if (const auto found = ownValue(macro.name))
             map[macro.name] = *found;
+    for (const auto &[name, value] : m_context.later)
+        map[name] = value;
     for (int directory = 0; directory < m_directories; ++directory)
         if (const auto found = directoryValue(directory))
             map[directoryNames[directory]] = *found;
     return map;
 }
 
+const MacroMap &ProjectSystem::userMacros(const ProjectElement *element, const QString &configuration) const
+{
+    const QString text = value(element, ProjectProperty::macros, configuration);
+    if (m_lastMacros.text != text || m_lastMacros.generation != changeCount())
+        m_lastMacros = {text, changeCount(), readMacroString(expandSystem(text))};
+    return m_lastMacros.macros;
+}
+
 NodeContext &ProjectSystem::context(const ProjectElement *element, const QString &configuration) const
 {
     const quint64 generation = changeCount();
+    if (m_lastContext.isFor(element, configuration, generation))
+        return *m_lastContext.found;
     const bool isMember = element && element->type() == ProjectElement::Type::File &&
                           element->configurations().isEmpty() && element->parentElement();
     ElementCache &cache = !element ? *m_noNode : isMember ? element->parentElement()->cache() : element->cache();
@@ -245,6 +270,7 @@ NodeContext &ProjectSystem::context(const ProjectElement *element, const QString
         cachedEntry(isMember ? cache.memberContexts : cache.ownContexts, configuration, generation, isCurrent);
     if (!isCurrent)
         NodeMacros::fill(*this, element, found);
+    m_lastContext = {&found, element, configuration, generation};
     return found;
 }
 
@@ -272,8 +298,7 @@ QString ProjectSystem::expandedValue(const ProjectElement *element, ProjectPrope
     if (!raw.contains(u'$'))
         return raw;
     NodeContext &shared = context(element, configuration);
-    const auto known = shared.values.constFind(quint32(property));
-    if (known != shared.values.constEnd())
+    if (const QString *known = shared.values.find(quint32(property)))
         return *known;
     bool isItsOwn = false;
     const QString expanded = expand(element, configuration, raw, {}, &isItsOwn);
@@ -289,8 +314,7 @@ QStringList ProjectSystem::propertyList(const ProjectElement *element, ProjectPr
 {
     NodeContext &shared = context(element, configuration);
     const quint32 key = quint32(property) << 8 | quint32(options);
-    const auto known = shared.lists.constFind(key);
-    if (known != shared.lists.constEnd())
+    if (const QStringList *known = shared.lists.find(key))
         return *known;
     bool isItsOwn = false;
     const QStringList items =

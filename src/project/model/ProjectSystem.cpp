@@ -15,8 +15,7 @@ ProjectSystem::~ProjectSystem() = default;
 
 quint64 ProjectSystem::changeCount() const
 {
-    return ProjectElement::changeCount() + m_schema.changeCount() + SystemMacroTable::instance().changeCount() +
-           m_outsideChanges;
+    return ProjectElement::changeCount() + m_schema.changeCount() + SystemMacroTable::changeCount() + m_outsideChanges;
 }
 
 void ProjectSystem::gatherPackageGroups(const QString &packagesDirectory)

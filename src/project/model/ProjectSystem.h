@@ -199,7 +199,25 @@ Q_SIGNALS:
 private:
     friend class NodeMacros;
 
+    // What was asked for last; the same node is asked many times in a row.
+    template <typename Found>
+    struct Last
+    {
+        bool isFor(const ProjectElement *node, const QString &name, quint64 count) const
+        {
+            return found && element == node && generation == count &&
+                   (configuration.constData() == name.constData() || configuration == name);
+        }
+
+        Found *found = nullptr;
+        const ProjectElement *element = nullptr;
+        QString configuration;
+        quint64 generation = 0;
+    };
+
     const ValueLayer *layer(const ProjectElement *element, const QString &configuration) const; // null: defaults
+    const ValueLayer *findLayer(const ProjectElement *element, const QString &configuration) const;
+    const MacroMap &userMacros(const ProjectElement *element, const QString &configuration) const;
     NodeContext &context(const ProjectElement *element, const QString &configuration) const;
     QStringList listItems(const ProjectElement *element, const QString &text, const QString &configuration, int options,
                           bool *isOwn) const;
@@ -226,6 +244,14 @@ private:
     QStringList m_packageGroupFiles;
     mutable PropertyValueGroupFiles m_groupFiles;
     const std::unique_ptr<ElementCache> m_noNode; // for what is asked of no node
+    mutable Last<const ValueLayer> m_lastLayer;
+    mutable Last<NodeContext> m_lastContext;
+    struct
+    {
+        QString text;
+        quint64 generation = 0;
+        MacroMap macros;
+    } mutable m_lastMacros; // of the property "macros", which many nodes share
     quint64 m_outsideChanges = 0;
 };
 

@@ -109,6 +109,13 @@ private:
 
 const ValueLayer *ProjectSystem::layer(const ProjectElement *element, const QString &configuration) const
 {
+    if (!m_lastLayer.isFor(element, configuration, changeCount()))
+        m_lastLayer = {findLayer(element, configuration), element, configuration, changeCount()};
+    return m_lastLayer.found;
+}
+
+const ValueLayer *ProjectSystem::findLayer(const ProjectElement *element, const QString &configuration) const
+{
     const quint64 generation = changeCount();
     std::vector<std::pair<const ProjectElement *, ValueLayer *>> unfinished; // the inner ones first
     const ValueLayer *outer = nullptr;

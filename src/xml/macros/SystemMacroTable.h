@@ -46,29 +46,27 @@ public:
     using Clock = QDateTime (*)();
     void setClock(Clock clock) { m_clock = clock; }
 
-    // Another number whenever a macro may have another value, or the table is another one.
-    quint64 changeCount() const { return m_changes.count; }
+    // Counts whatever may give a macro another value, in all tables there are.
+    static quint64 changeCount() { return s_changeCount; }
 
 private:
-    // Counts on also where one table is assigned to another.
-    struct Changes
+    // Notices that one table is assigned to another.
+    struct Assignments
     {
-        Changes() { note(); }
-        Changes(const Changes &) { note(); }
-        Changes &operator=(const Changes &)
+        Assignments() = default;
+        Assignments(const Assignments &) { ++s_changeCount; }
+        Assignments &operator=(const Assignments &)
         {
-            note();
+            ++s_changeCount;
             return *this;
         }
-        void note();
-
-        quint64 count = 0;
     };
+    static quint64 s_changeCount;
 
     MacroMap m_system, m_global;
     QList<Description> m_descriptions;
     Clock m_clock = QDateTime::currentDateTime;
-    Changes m_changes;
+    Assignments m_assignments;
 };
 
 // The version as one number: the major digit, two digits of the minor text, and two for the place in the

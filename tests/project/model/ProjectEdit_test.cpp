@@ -49,7 +49,8 @@ TEST_F(ProjectEdit, DynamicFoldersShowWhatIsThere)
 {
     makeFiles({u"src/b.c"_s, u"src/A.c"_s, u"src/a.h"_s, u"src/sub/c.c"_s, u"src/sub/skip_d.c"_s, u"src/empty/x.txt"_s,
                u"src/old/e.c"_s, u"more/sub/f.c"_s, u"src/.hidden.c"_s});
-    load(R"xml(<solution><project Name="p"><folder Name="d" path="src;none;$(SolutionDir)/more" filter="*.c" recurse="Yes"
+    load(
+        R"xml(<solution><project Name="p"><folder Name="d" path="src;none;$(SolutionDir)/more" filter="*.c" recurse="Yes"
         exclude="old;skip*"><configuration Name="Common" x="y"/><file file_name="gone.c"/></folder></project></solution>)xml");
     ProjectElement *dynamic = node("d");
     EXPECT_EQ(shape(dynamic).replace(folder.root(), u"FOLDER"_s),
@@ -107,8 +108,11 @@ TEST_F(ProjectEdit, ConfigurationsAreRenamedEverywhere)
 
 TEST_F(ProjectEdit, ListsConfigurations)
 {
-    enum { Common = ProjectSystem::CommonConfiguration, Private = ProjectSystem::PrivateConfigurations,
-           Public = ProjectSystem::PublicConfigurations };
+    enum {
+        Common = ProjectSystem::CommonConfiguration,
+        Private = ProjectSystem::PrivateConfigurations,
+        Public = ProjectSystem::PublicConfigurations
+    };
     SystemMacroTable::instance().addSystemMacro(u"Platform"_s, u"arm"_s, QString());
     writeSolution("lib.vnProject", "<solution Name='lib'><configuration Name='Lib'/></solution>");
     load(R"(<solution><import file_name="lib.vnProject"/><configuration Name="Release"/><configuration Name="Debug"

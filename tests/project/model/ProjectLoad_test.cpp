@@ -46,10 +46,10 @@ TEST_F(ProjectLoad, TellsItsSteps)
         <project Name="app"><folder Name="Sources" path="src"/></project></solution>)");
     Progress progress;
     system.loadSolution(folder.root(), u"app.vnProject"_s, {nullptr, nullptr, &progress});
-    EXPECT_EQ(progress.lines, QStringList({u"Loading solution app.vnProject"_s, u" Loading solution lib.vnProject"_s,
-                                           u"Mapping project information"_s, u" Mapping project app"_s,
-                                           u"Populating dynamic folders"_s,
-                                           u" Populating folder Sources in project app"_s}));
+    EXPECT_EQ(progress.lines,
+              QStringList({u"Loading solution app.vnProject"_s, u" Loading solution lib.vnProject"_s,
+                           u"Mapping project information"_s, u" Mapping project app"_s, u"Populating dynamic folders"_s,
+                           u" Populating folder Sources in project app"_s}));
     EXPECT_EQ(progress.depth, 0);
     EXPECT_EQ(progress.lastStep, u"1 of 2"_s);
     EXPECT_EQ(system.loadedFiles(), QStringList({folder.path("app.vnProject"), folder.path("lib.vnProject")}));
@@ -78,9 +78,10 @@ TEST_F(ProjectLoad, AsksForAFileThatIsMissing)
 
 TEST_F(ProjectLoad, RunsCommandsUntilOneFails)
 {
-    EXPECT_EQ(loadError(R"xml(<solution load_command="sh -c &quot;pwd > $(HostOS).txt; echo $V >> linux.txt&quot; &amp;&amp;
+    EXPECT_EQ(
+        loadError(R"xml(<solution load_command="sh -c &quot;pwd > $(HostOS).txt; echo $V >> linux.txt&quot; &amp;&amp;
         touch 'b.txt'" load_command_environment="V=1 2;;W=3"/>)xml"),
-              u"no error"_s);
+        u"no error"_s);
     EXPECT_EQ(read("linux.txt"), folder.root() + "\n1 2\n"_L1);
     EXPECT_TRUE(QFile::exists(folder.path("'b.txt'"))) << "only double quotes hold words together";
     EXPECT_EQ(loadError("<solution load_command='sh -c \"exit 3\" &amp;&amp; touch never.txt'/>"),
@@ -121,7 +122,8 @@ TEST_F(ProjectLoad, ChecksTargetAndTemplates)
     {
         QString templateNotFound(const ProjectElement *, const QString &) override { return u"known"_s; }
     } handler;
-    writeSolution("t.vnProject", "<solution><project Name='p' template_name='t' template_configurations='A;B'/></solution>");
+    writeSolution("t.vnProject",
+                  "<solution><project Name='p' template_name='t' template_configurations='A;B'/></solution>");
     expanding.loadSolution(folder.root(), u"t.vnProject"_s, {nullptr, &handler, nullptr});
     const ProjectElement *project = expanding.project(u"p"_s);
     EXPECT_EQ(project->property(u"made"_s), u"knownA,B"_s);

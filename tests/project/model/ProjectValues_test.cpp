@@ -60,7 +60,7 @@ TEST_F(ProjectValues, AreThoseOfThePlainLookup)
             }
         }
     };
-    for (int round = 0; round < 20 && !HasFatalFailure(); ++round) {
+    for (int round = 0; round < 6 && !HasFatalFailure(); ++round) {
         writeSolution("lib.vnProject", "<solution>" + configurations(true) + project("lib") + "</solution>");
         load("<solution><import file_name='lib.vnProject'/>" + configurations(true) + project("app") + "</solution>");
         compareAll();
