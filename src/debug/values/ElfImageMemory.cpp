@@ -91,8 +91,8 @@ void ElfImageMemory::readMemory(quint32 address, quint32 length, void *dest)
 
 void ElfImageMemory::writeMemory(quint32 address, quint32, const void *)
 {
-    throw HException(u"memory at 0x%1 can't be written: a file isn't a running program"_s.arg(address, 8, 16,
-                                                                                             QChar(u'0')));
+    throw HException(
+        u"memory at 0x%1 can't be written: a file isn't a running program"_s.arg(address, 8, 16, QChar(u'0')));
 }
 
 bool ElfImageMemory::isInMemory(quint32 address, quint32 length) const

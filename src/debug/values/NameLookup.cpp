@@ -24,8 +24,7 @@ QStringList scopesOf(DwarfDebuggingInformationEntry entry)
         entry = declaration;
     for (int step = 0; step < maximumSteps; ++step) {
         entry = entry.parent();
-        if (entry.tag() != DW_TAG_namespace && !isDwarfClassKind(entry.tag()) &&
-            !DwarfTypes::isEnumeration(entry))
+        if (entry.tag() != DW_TAG_namespace && !isDwarfClassKind(entry.tag()) && !DwarfTypes::isEnumeration(entry))
             break;
         if (!entry.name().isEmpty()) // an unnamed namespace is part of the one around it
             scopes.prepend(entry.name());
