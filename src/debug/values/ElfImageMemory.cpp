@@ -89,6 +89,22 @@ void ElfImageMemory::readMemory(quint32 address, quint32 length, void *dest)
     }
 }
 
+QString ElfImageMemory::readCString(quint32 address, quint32 maximumLength, quint32, quint32)
+{
+    QByteArray text;
+    while (quint32(text.size()) < maximumLength) {
+        const quint32 place = address + quint32(text.size());
+        if (!text.isEmpty() && !pieceAt(place))
+            break;
+        char character = 0;
+        readMemory(place, 1, &character);
+        if (!character)
+            break;
+        text += character;
+    }
+    return QString::fromLatin1(text);
+}
+
 void ElfImageMemory::writeMemory(quint32 address, quint32, const void *)
 {
     throw HException(

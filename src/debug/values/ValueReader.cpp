@@ -120,8 +120,12 @@ void DwarfExpressionEvaluator::pushBlockOf(const VarInfo &place, bool lazy)
         pushBlock(
             std::make_unique<LazyMemoryBlock>(*this, bigEndian(), place.kind, quint32(place.address) + place.offset));
     } else if (length == 0 && place.kind == VarInfo::Memory) {
-        const QString text = readCString(place.kind, quint32(place.address) + place.offset, maximumText);
-        pushBlock(std::make_unique<MemoryBlock>(text.toLatin1() + '\0', bigEndian()));
+        QByteArray text;
+        try {
+            text = readCString(place.kind, quint32(place.address) + place.offset, maximumText).toLatin1();
+        } catch (const HException &) { // nothing need be there: an array of nothing, a function
+        }
+        pushBlock(std::make_unique<MemoryBlock>(text + '\0', bigEndian()));
     } else {
         auto block = std::make_unique<MemoryBlock>(quint32(length), bigEndian());
         readLocation(place.kind, quint32(place.address) + place.offset, quint32(length), block->data());

@@ -116,8 +116,10 @@ private:
             return toText(value, 16);
         if (m_options.isHexadecimal && value.isInteger())
             return toText(value, 16);
-        if (value.isInteger() && value.size() == 1 && !value.bitSize() && typeName.endsWith(u"char"))
+        if (value.isInteger() && (value.size() == 1 || value.bitSize()) && typeName.endsWith(u"char"))
             return characterText(value);
+        if (value.kind() == ExpressionValue::Unsigned)
+            return QString::number(value.asUnsigned()); // all 20 digits
         return toText(value, 10, false, false, value.size() == 4 ? "%.9g" : "%.17g");
     }
 
