@@ -127,7 +127,9 @@ void DescribedRows::applyExpr(const QString &name)
 void DescribedRows::applyTuple(const DisplayTree::Row &row, const VarInfo &place)
 {
     const PushedBlock pushed(m_evaluator, place, true);
-    const auto token = m_tree.beginStruct(row, m_evaluator.readEntry(m_bindings.type));
+    const ExpressionValue own = m_evaluator.readEntry(m_bindings.type);
+    const bool hasValue = own.kind() != ExpressionValue::None;
+    const auto token = m_tree.beginStruct(row, hasValue ? own : DisplayTree::summaryOf(m_bindings.type));
     for (const XMLAttribute &one : m_element->attributes()) {
         const QByteArray name = one.name().toByteArray();
         if (name == "Name" || m_tree.m_level > m_tree.m_maximumLevel)

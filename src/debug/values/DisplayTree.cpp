@@ -12,11 +12,6 @@ namespace {
 
 constexpr quint32 maximumText = 1024; // bytes
 
-QString classText(quint32 tag)
-{
-    return tag == DW_TAG_class_type ? u"<class>"_s : tag == DW_TAG_union_type ? u"<union>"_s : u"<struct>"_s;
-}
-
 // An expression to which members and indices can be added.
 QString asOperand(const QString &expression)
 {
@@ -27,6 +22,14 @@ QString asOperand(const QString &expression)
 } // namespace
 
 // Rows
+
+ExpressionValue DisplayTree::summaryOf(Entry type)
+{
+    const quint32 tag = type.tag();
+    return ExpressionValue::ofText(tag == DW_TAG_class_type   ? u"<class>"_s
+                                   : tag == DW_TAG_union_type ? u"<union>"_s
+                                                              : u"<struct>"_s);
+}
 
 bool DisplayTree::takeRow()
 {
@@ -243,7 +246,7 @@ void DisplayTree::expandStruct(const QString &name, const QString &expression, E
     } else {
         const ExpressionValue value =
             isPointer ? ExpressionValue::ofUnsigned(place.address + place.offset + start, DwarfTypes::wordSize)
-                      : ExpressionValue::ofText(classText(type.tag()));
+                      : summaryOf(type);
         const auto token = beginStruct(row, value);
         if (m_level <= m_maximumLevel)
             expandMembers(depth == 0 || isPointer ? asOperand(expression) : expression, type, place, separator, depth);
@@ -340,8 +343,8 @@ void DisplayTree::expandFunctions(const QString &expression, Entry type, const V
                 const quint32 table = m_evaluator.readWord(start);
                 address = m_evaluator.readWord(table + index * DwarfTypes::wordSize);
             } else {
-                for (const Entry &function : m_evaluator.file()->dwarf().publicEntries(
-                         type.qualifiedName() + u"::"_s + child.name())) {
+                for (const Entry &function :
+                     m_evaluator.file()->dwarf().publicEntries(type.qualifiedName() + u"::"_s + child.name())) {
                     if (!function.isDeclaration() && function.tag() == DW_TAG_subprogram)
                         address = function.lowPc() + m_evaluator.file()->dwarf().loadOffset();
                 }

@@ -43,6 +43,7 @@ private:
     };
 
     MemoryBlockInterface &block() { return m_evaluator.block(); }
+    static ExpressionValue summaryOf(Entry type); // the value of a structure's row
     bool takeRow();
     bool isBelowLimit() const { return m_level < m_maximumLevel; }
     QString typeName(Entry type);

@@ -213,8 +213,7 @@ VarInfo *DwarfExpressionEvaluator::addressOf(MarkerType *marker)
     const VarInfo place = placeOf(marker);
     const bool isFunction = place.kind == VarInfo::Constant && place.type.tag() == DW_TAG_subprogram;
     const quint32 address = isFunction ? quint32(place.address) : addressIn(place);
-    return keep(
-        makePlace(VarInfo::Constant, address, m_synthetic->pointerTo(place.type), DwarfTypes::wordSize));
+    return keep(makePlace(VarInfo::Constant, address, m_synthetic->pointerTo(place.type), DwarfTypes::wordSize));
 }
 
 ExpressionValue DwarfExpressionEvaluator::sizeOf(MarkerType *marker)
@@ -303,8 +302,8 @@ VarInfo *DwarfExpressionEvaluator::cast(const BaseType &written, const Expressio
     if (DwarfTypes::isArray(from) && isPointerLike(plain))
         return keep(makePlace(VarInfo::Constant, addressIn(place), type, size));
     if (isScalar(from) && isScalar(plain)) {
-        const bool isSame = size == place.size && !place.isBitField() &&
-                            DwarfTypes::isFloat(from) == DwarfTypes::isFloat(plain);
+        const bool isSame =
+            size == place.size && !place.isBitField() && DwarfTypes::isFloat(from) == DwarfTypes::isFloat(plain);
         if (!isSame || dynamic_cast<const SimpleType *>(&written))
             return convert(readNumber(place), type);
     }

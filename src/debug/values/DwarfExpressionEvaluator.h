@@ -184,6 +184,7 @@ private:
     std::optional<VarInfo *> lookupQualified(const QString &name);
     VarInfo *lookupThroughThis(Entry function, const QString &name);
     VarInfo *lookupSymbol(const QString &name);
+    VarInfo *lookupInFunctionNamed(const QStringList &names);
     VarInfo *lookupInTypes(const QStringList &names);
     VarInfo *lookupEnumerator(const QStringList &names);
     VarInfo *placeOfStack(const std::vector<DwarfStackValue> &stack, Entry type);

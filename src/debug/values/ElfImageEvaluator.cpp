@@ -6,8 +6,8 @@ using namespace Qt::StringLiterals;
 
 quint32 ElfImageEvaluator::readRegister(quint32 number)
 {
-    throw ParserException(u"it is in register %1 or depends on it, and a file has no registers"_s.arg(
-        registerName(number)));
+    throw ParserException(
+        u"it is in register %1 or depends on it, and a file has no registers"_s.arg(registerName(number)));
 }
 
 quint32 ElfImageEvaluator::canonicalFrameAddress()

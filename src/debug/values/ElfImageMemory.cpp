@@ -89,10 +89,26 @@ void ElfImageMemory::readMemory(quint32 address, quint32 length, void *dest)
     }
 }
 
+QString ElfImageMemory::readCString(quint32 address, quint32 maximumLength, quint32, quint32)
+{
+    QByteArray text;
+    while (quint32(text.size()) < maximumLength) {
+        const quint32 place = address + quint32(text.size());
+        if (!text.isEmpty() && !pieceAt(place))
+            break;
+        char character = 0;
+        readMemory(place, 1, &character);
+        if (!character)
+            break;
+        text += character;
+    }
+    return QString::fromLatin1(text);
+}
+
 void ElfImageMemory::writeMemory(quint32 address, quint32, const void *)
 {
-    throw HException(u"memory at 0x%1 can't be written: a file isn't a running program"_s.arg(address, 8, 16,
-                                                                                             QChar(u'0')));
+    throw HException(
+        u"memory at 0x%1 can't be written: a file isn't a running program"_s.arg(address, 8, 16, QChar(u'0')));
 }
 
 bool ElfImageMemory::isInMemory(quint32 address, quint32 length) const

@@ -18,6 +18,8 @@ public:
 
     // Throws "memory at 0x... can't be read: it is not in the file".
     void readMemory(quint32 address, quint32 length, void *dest) override;
+    // Ends where the memory does, too.
+    QString readCString(quint32 address, quint32 maximumLength, quint32 blockSize, quint32 alignment) override;
     // Throws: the image isn't changed.
     void writeMemory(quint32 address, quint32 length, const void *data) override;
     bool isInMemory(quint32 address, quint32 length) const override;

@@ -84,7 +84,8 @@ std::optional<quint64> DwarfLocationExpressionEvaluator::registerSetOf(std::span
         return {};
     quint64 numbers = 0;
     for (auto piece = pieces.rbegin(); piece != pieces.rend(); ++piece) {
-        if (piece->kind != DwarfStackValue::Register || piece->pieceSize != registerSize || piece->value > maximumNumber)
+        if (piece->kind != DwarfStackValue::Register || piece->pieceSize != registerSize ||
+            piece->value > maximumNumber)
             return {};
         numbers = numbers << 8 | piece->value;
     }

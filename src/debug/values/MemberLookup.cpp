@@ -43,7 +43,7 @@ const std::vector<TypeMember> &DwarfExpressionEvaluator::membersOf(Entry type)
 // A field in whole bytes that hold it: the declared unit where it is within the class, as compilers access it, else
 // as few as there can be.
 DwarfExpressionEvaluator::BitPlace DwarfExpressionEvaluator::bitPlaceOf(const TypeMember &member,
-                                                                       quint32 classSize) const
+                                                                        quint32 classSize) const
 {
     const quint64 bit = quint64(*member.offset) * 8 + *member.bitOffset; // in the order of storage
     quint32 size = member.size, offset = size ? *member.offset / size * size : 0;
@@ -80,7 +80,7 @@ VarInfo *DwarfExpressionEvaluator::memberPlace(const VarInfo &object, Entry clas
         place.bitSize = member.bitSize;
         return keep(place);
     }
-    const auto offset = member.offset         ? member.offset
+    const auto offset = member.offset       ? member.offset
                         : object.isMemory() ? dynamicOffset(member, addressIn(object))
                                             : std::nullopt;
     return offset ? keep(partOf(object, member.type, *offset, member.size)) : nullptr;

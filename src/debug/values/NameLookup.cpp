@@ -20,12 +20,10 @@ QStringList scopesOf(DwarfDebuggingInformationEntry entry)
 {
     constexpr int maximumSteps = 100;
     QStringList scopes;
-    if (const auto declaration = entry.origin())
-        entry = declaration;
     for (int step = 0; step < maximumSteps; ++step) {
-        entry = entry.parent();
-        if (entry.tag() != DW_TAG_namespace && !isDwarfClassKind(entry.tag()) &&
-            !DwarfTypes::isEnumeration(entry))
+        const auto declaration = entry.origin();
+        entry = (declaration ? declaration : entry).parent();
+        if (entry.tag() != DW_TAG_namespace && !isDwarfClassKind(entry.tag()) && !DwarfTypes::isEnumeration(entry))
             break;
         if (!entry.name().isEmpty()) // an unnamed namespace is part of the one around it
             scopes.prepend(entry.name());
@@ -196,6 +194,8 @@ VarInfo *DwarfExpressionEvaluator::lookupScoped(const QStringList &names)
         return member;
     if (VarInfo *constant = lookupEnumerator(names))
         return constant;
+    if (VarInfo *variable = lookupInFunctionNamed(names))
+        return variable;
     VarInfo *object = nullptr;
     try {
         object = lookup(names.front());
@@ -203,6 +203,21 @@ VarInfo *DwarfExpressionEvaluator::lookupScoped(const QStringList &names)
         return static_cast<VarInfo *>(ExpressionParser::lookupScoped(names)); // throws
     }
     return object ? fieldPath(object, names.mid(1)) : nullptr;
+}
+
+// A variable within a function that isn't running: only one that is always there has a place.
+VarInfo *DwarfExpressionEvaluator::lookupInFunctionNamed(const QStringList &names)
+{
+    const QByteArray wanted = names.back().toUtf8();
+    for (const Entry &function : dwarf().publicEntries(names.first(names.size() - 1).join(u"::"_s))) {
+        if (function.tag() != DW_TAG_subprogram)
+            continue;
+        for (Entry child = function.child(); child; child = child.sibling()) {
+            if (child.tag() == DW_TAG_variable && !child.isDeclaration() && child.nameBytes() == wanted)
+                return markerOf(child);
+        }
+    }
+    return nullptr;
 }
 
 // A static member or an enumerator of a type that the first names stand for.

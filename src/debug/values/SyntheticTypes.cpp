@@ -11,18 +11,12 @@ struct BaseRow
 };
 constexpr quint32 wordSize = DwarfTypes::wordSize;
 constexpr BaseRow baseRows[SyntheticTypes::baseCount] = {
-    {"char", DW_ATE_signed_char, 1},
-    {"unsigned char", DW_ATE_unsigned_char, 1},
-    {"short", DW_ATE_signed, 2},
-    {"unsigned short", DW_ATE_unsigned, 2},
-    {"int", DW_ATE_signed, wordSize},
-    {"unsigned int", DW_ATE_unsigned, wordSize},
-    {"long", DW_ATE_signed, 4},
-    {"uint32_t", DW_ATE_unsigned, 4},
-    {"long long", DW_ATE_signed, 8},
-    {"uint32_t long", DW_ATE_unsigned, 8},
-    {"void", DW_ATE_unsigned, wordSize},
-    {"double", DW_ATE_float, 8},
+    {"char", DW_ATE_signed_char, 1},     {"unsigned char", DW_ATE_unsigned_char, 1},
+    {"short", DW_ATE_signed, 2},         {"unsigned short", DW_ATE_unsigned, 2},
+    {"int", DW_ATE_signed, wordSize},    {"unsigned int", DW_ATE_unsigned, wordSize},
+    {"long", DW_ATE_signed, 4},          {"uint32_t", DW_ATE_unsigned, 4},
+    {"long long", DW_ATE_signed, 8},     {"uint32_t long", DW_ATE_unsigned, 8},
+    {"void", DW_ATE_unsigned, wordSize}, {"double", DW_ATE_float, 8},
     {"float", DW_ATE_float, 4},
 };
 
@@ -123,13 +117,12 @@ DwarfDebuggingInformationEntry SyntheticTypes::registerLayout(const RegisterType
     std::vector<Entry> members;
     for (const RegisterType::Field &field : type.fields) {
         const qint64 fromTop = qint64(size) * 8 - field.bitOffset - field.bitSize;
-        members.push_back(m_file.makeEntry(
-            DW_TAG_member, {DwarfAttribute::ofText(DW_AT_name, keep(field.name)),
-                            DwarfAttribute::ofEntry(DW_AT_type, base(UnsignedInt)),
-                            DwarfAttribute::ofNumber(DW_AT_data_member_location, 0),
-                            DwarfAttribute::ofNumber(DW_AT_byte_size, size),
-                            DwarfAttribute::ofNumber(DW_AT_bit_offset, quint64(fromTop)),
-                            DwarfAttribute::ofNumber(DW_AT_bit_size, field.bitSize)}));
+        members.push_back(m_file.makeEntry(DW_TAG_member, {DwarfAttribute::ofText(DW_AT_name, keep(field.name)),
+                                                           DwarfAttribute::ofEntry(DW_AT_type, base(UnsignedInt)),
+                                                           DwarfAttribute::ofNumber(DW_AT_data_member_location, 0),
+                                                           DwarfAttribute::ofNumber(DW_AT_byte_size, size),
+                                                           DwarfAttribute::ofNumber(DW_AT_bit_offset, quint64(fromTop)),
+                                                           DwarfAttribute::ofNumber(DW_AT_bit_size, field.bitSize)}));
     }
     return m_file.makeEntry(DW_TAG_structure_type, {DwarfAttribute::ofNumber(DW_AT_byte_size, size)}, members);
 }

@@ -78,34 +78,46 @@ DwarfDebuggingInformationEntry templateArgument(DwarfDebuggingInformationEntry p
     return {};
 }
 
-// The number in "T12", -1 for a name that is no such argument.
-int argumentNumber(QStringView name)
+// The number in "T12" for the letter T, -1 for another name.
+int numberBehind(char16_t letter, QStringView name)
 {
     bool ok = false;
-    const int n = name.startsWith(u'T') ? name.sliced(1).toInt(&ok) : -1;
+    const int n = name.startsWith(letter) ? name.sliced(1).toInt(&ok) : -1;
     return ok ? n : -1;
+}
+
+DwarfDebuggingInformationEntry memberType(DwarfExpressionEvaluator &evaluator, DwarfDebuggingInformationEntry type,
+                                          const QString &name)
+{
+    for (const TypeMember &member : evaluator.membersOf(type)) {
+        if (member.name == name)
+            return member.type;
+    }
+    return {};
 }
 
 } // namespace
 
-QString TypeBindings::valueOf(DwarfExpressionEvaluator &evaluator, const QString &name) const
+QString TypeBindings::valueOf(DwarfExpressionEvaluator &evaluator, const QString &path) const
 {
-    if (name == u"E")
+    if (path == u"E")
         return expression;
-    const QStringList steps = name.split(u'.');
     DwarfDebuggingInformationEntry at = type;
+    QStringList steps = path.split(u'.');
+    if (steps.front() == u"T")
+        steps.removeFirst();
     for (const QString &step : steps) {
-        if (step == u"T" && at == type)
-            continue;
-        int n = argumentNumber(step);
-        if (n < 0)
+        const auto plain = evaluator.plainType(at);
+        if (const int n = numberBehind(u'A', step); n >= 0) {
+            QStringList texts = at == type ? arguments : QStringList();
+            if (texts.isEmpty())
+                splitTemplateName(plain.name(), texts);
+            return texts.value(n);
+        }
+        int n = numberBehind(u'T', step);
+        at = n >= 0 ? templateArgument(plain, n).target(DW_AT_type) : memberType(evaluator, plain, step);
+        if (!at)
             return {};
-        const int number = n;
-        const auto argument = templateArgument(evaluator.plainType(at), n);
-        at = argument.target(DW_AT_type);
-        if (argument.tag() == DW_TAG_template_type_parameter && at)
-            continue;
-        return steps.size() == 1 ? arguments.value(number) : QString(); // a number, or unknown to the program
     }
     return evaluator.textOfType(at);
 }

@@ -15,8 +15,13 @@ class DwarfExpressionEvaluator;
 //
 // Each element stands for the types of its Name, a template's for all instances. Its tag is the way of showing it
 // (see DescribedRows), its attributes are expressions in which HEAD is the address of the object and CURRENT that of
-// the node visited. "$(T)" in an expression is the object's type, "$(T0)" and so on are its template's arguments
-// ("$(T1.T0)": the argument of an argument), "$(E)" is the expression that stands for the object.
+// the node visited. Before they are read "$(...)" is replaced:
+//
+//     $(T)             the type of the object
+//     $(T0) $(T1.T0)   an argument of its template, of an argument's template; both are types
+//     $(T.name.T0)     steps lead to the types of members too
+//     $(A0) $(T1.A0)   the same as the text in the type's name, which may be a number
+//     $(E)             the expression that stands for the object
 class TypeDescriptionFile
 {
 public:
@@ -47,5 +52,5 @@ struct TypeBindings
     QString substituted(DwarfExpressionEvaluator &evaluator, const QString &text) const;
 
 private:
-    QString valueOf(DwarfExpressionEvaluator &evaluator, const QString &name) const;
+    QString valueOf(DwarfExpressionEvaluator &evaluator, const QString &path) const;
 };

@@ -117,11 +117,15 @@ void DwarfExpressionEvaluator::pushBlockOf(const VarInfo &place, bool lazy)
     } else if (place.kind == VarInfo::Constant) {
         pushBlock(std::make_unique<MemoryBlock>(constantBytes(place), bigEndian()));
     } else if (length > maximumBlockAtOnce || lazy) {
-        pushBlock(std::make_unique<LazyMemoryBlock>(*this, bigEndian(), place.kind,
-                                                    quint32(place.address) + place.offset));
+        pushBlock(
+            std::make_unique<LazyMemoryBlock>(*this, bigEndian(), place.kind, quint32(place.address) + place.offset));
     } else if (length == 0 && place.kind == VarInfo::Memory) {
-        const QString text = readCString(place.kind, quint32(place.address) + place.offset, maximumText);
-        pushBlock(std::make_unique<MemoryBlock>(text.toLatin1() + '\0', bigEndian()));
+        QByteArray text;
+        try {
+            text = readCString(place.kind, quint32(place.address) + place.offset, maximumText).toLatin1();
+        } catch (const HException &) { // nothing need be there: an array of nothing, a function
+        }
+        pushBlock(std::make_unique<MemoryBlock>(text + '\0', bigEndian()));
     } else {
         auto block = std::make_unique<MemoryBlock>(quint32(length), bigEndian());
         readLocation(place.kind, quint32(place.address) + place.offset, quint32(length), block->data());
@@ -241,11 +245,10 @@ const DwarfExpressionEvaluator::Enumerators &DwarfExpressionEvaluator::enumerato
 ExpressionValue DwarfExpressionEvaluator::enumerationValue(Entry type, quint64 number, quint32 size, quint32 bitSize)
 {
     const Enumerators &enumerators = enumeratorsOf(type);
-    const auto found = bitSize
-                           ? std::ranges::find_if(enumerators, [&](const auto &row) {
-                                 return narrowed(row.first, bitSize) == number;
-                             })
-                           : std::ranges::lower_bound(enumerators, number, {}, &Enumerators::value_type::first);
+    const auto found =
+        bitSize
+            ? std::ranges::find_if(enumerators, [&](const auto &row) { return narrowed(row.first, bitSize) == number; })
+            : std::ranges::lower_bound(enumerators, number, {}, &Enumerators::value_type::first);
     if (found != enumerators.end() && (bitSize || found->first == number))
         return ExpressionValue::ofText(found->second, size, number);
     return ExpressionValue::ofUnsigned(number, size, bitSize);
@@ -259,9 +262,8 @@ ExpressionValue DwarfExpressionEvaluator::readNumber(const VarInfo &place)
         return readValue(place);
     const PushedBlock pushed(*this, place);
     const quint32 bits = place.isBitField() ? place.bitSize : 8 * enumerationSize(type);
-    const quint64 number = place.isBitField()
-                               ? block().readBitField(0, place.size, place.bitOffset, place.bitSize)
-                               : block().readInteger(enumerationSize(type));
+    const quint64 number = place.isBitField() ? block().readBitField(0, place.size, place.bitOffset, place.bitSize)
+                                              : block().readInteger(enumerationSize(type));
     const auto values = m_types->enumerators(type);
     const bool isSigned = std::ranges::any_of(values, [](const TypeEnumerator &row) { return row.value < 0; }) &&
                           !DwarfTypes::isUnsignedEnumeration(type);

@@ -12,8 +12,9 @@ QString VarInfo::toString(quint32 extraOffset) const
     if (kind == Register)
         text = registerName();
     else
-        text = u"0x"_s + QString::number(quint32(address) + offset + extraOffset, 16)
-                             .rightJustified(qsizetype(2 * wordSize), u'0');
+        text =
+            u"0x"_s +
+            QString::number(quint32(address) + offset + extraOffset, 16).rightJustified(qsizetype(2 * wordSize), u'0');
     if (const char *space = spaceName())
         text += u':' + QString::fromLatin1(space);
     if (isBitField()) {

@@ -37,8 +37,7 @@ public:
     // Sizes and offsets are bytes. `bitOffset` counts from the most significant bit of a container of `size` bytes.
     VarInfo(DwarfExpressionEvaluator *markerEvaluator, quint32 markerKind, quint64 markerAddress,
             DwarfDebuggingInformationEntry markerType, quint32 markerOffset, quint32 markerSize,
-            qint32 markerBitOffset = 0, quint32 markerBitSize = 0, bool isLittleEndian = true,
-            quint32 bytesOfWord = 4)
+            qint32 markerBitOffset = 0, quint32 markerBitSize = 0, bool isLittleEndian = true, quint32 bytesOfWord = 4)
         : kind(markerKind),
           littleEndian(isLittleEndian),
           wordSize(bytesOfWord),

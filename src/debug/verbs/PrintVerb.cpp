@@ -9,6 +9,7 @@
 #include "debug/verbs/Results.h"
 
 #include <QFile>
+#include <QSet>
 
 using namespace Qt::StringLiterals;
 
@@ -34,6 +35,24 @@ int numberOption(const CommandArguments &arguments, const char *name, int otherw
         throw UsageError(u"--%1 takes a number"_s.arg(QString::fromLatin1(name)));
     return number;
 }
+
+// Tells what is wrong with type descriptions, each once.
+class PrintEvaluator : public ElfImageEvaluator
+{
+public:
+    using ElfImageEvaluator::ElfImageEvaluator;
+    void report(const QString &text) override
+    {
+        constexpr qsizetype maximumReports = 20;
+        if (m_reports.size() < maximumReports && !m_reports.contains(text)) {
+            m_reports.insert(text);
+            std::fprintf(stderr, "vnDump: %s\n", qPrintable(text));
+        }
+    }
+
+private:
+    QSet<QString> m_reports;
+};
 
 // Rows as text or as JSON objects within each other.
 class PrintedRows : public VariableListBuilder
@@ -97,8 +116,10 @@ private:
             return toText(value, 16);
         if (m_options.isHexadecimal && value.isInteger())
             return toText(value, 16);
-        if (value.isInteger() && value.size() == 1 && !value.bitSize() && typeName.endsWith(u"char"))
+        if (value.isInteger() && (value.size() == 1 || value.bitSize()) && typeName.endsWith(u"char"))
             return characterText(value);
+        if (value.kind() == ExpressionValue::Unsigned)
+            return QString::number(value.asUnsigned()); // all 20 digits
         return toText(value, 10, false, false, value.size() == 4 ? "%.9g" : "%.17g");
     }
 
@@ -127,7 +148,8 @@ private:
         QString details = typeName;
         if (!location.isEmpty())
             details += u" at "_s + location;
-        const QString shown = !error.isNull() ? u'<' + error + u'>' : value;
+        const bool isText = typeName == u"char *"; // from behind a pointer
+        const QString shown = !error.isNull() ? u'<' + error + u'>' : isText ? u'"' + value + u'"' : value;
         m_results.line(QString(4 * (m_level - 1), u' ') + name + u" = "_s + shown + u"  ("_s + details + u')');
     }
     void endRow()
@@ -212,7 +234,7 @@ int dumpValues(const CommandArguments &arguments)
         pc = parseAddress(arguments.value("at"));
 
     ReportingFile file(arguments.positional().first());
-    ElfImageEvaluator evaluator(file);
+    PrintEvaluator evaluator(file);
     evaluator.setOverridePc(pc);
     for (const QString &memory : arguments.values("memory"))
         addMemory(evaluator.memory(), memory);

@@ -10,7 +10,7 @@ using namespace Qt::StringLiterals;
 
 namespace {
 
-constexpr quint32 pieceSize = 256;       // of fills and conversions
+constexpr quint32 pieceSize = 256; // of fills and conversions
 constexpr quint32 verifyPieceSize = 1024;
 constexpr quint32 maximumIntegerSize = 16;
 
