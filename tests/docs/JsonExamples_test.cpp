@@ -89,9 +89,9 @@ TEST(JsonPage, ExamplesHaveTheShapeOfWhatIsPrinted)
         GTEST_SKIP() << "arm-none-eabi-g++ is not installed";
     const TemporaryFolder folder;
     const QString elf = folder.path("main.elf");
-    ASSERT_EQ(runProgram(compiler, {u"-mcpu=cortex-m3"_s, u"-mthumb"_s, u"-g"_s, u"-O0"_s, u"-fno-exceptions"_s,
-                                    u"-nostdlib"_s, u"-Wl,-e,main"_s, u"-Wl,-Ttext=0x8000"_s,
-                                    folder.write("main.cpp", firmware), u"-o"_s, elf})
+    ASSERT_EQ(runProgram(compiler,
+                         {u"-mcpu=cortex-m3"_s, u"-mthumb"_s, u"-g"_s, u"-O0"_s, u"-fno-exceptions"_s, u"-nostdlib"_s,
+                          u"-Wl,-e,main"_s, u"-Wl,-Ttext=0x8000"_s, folder.write("main.cpp", firmware), u"-o"_s, elf})
                   .status,
               0);
     const QString other = folder.write("other.bin", "not the same");
@@ -114,8 +114,8 @@ TEST(JsonPage, ExamplesHaveTheShapeOfWhatIsPrinted)
         arguments.replaceInStrings(QRegularExpression(u"^@$"_s), elf);
         arguments.replaceInStrings(u"other.bin"_s, other);
         arguments.replaceInStrings(u"a.vnPackage"_s, package);
-        const ProgramResult result = runProgram(QString::fromLatin1(name.left(name.indexOf(' '))),
-                                                arguments + QStringList{u"--json"_s});
+        const ProgramResult result =
+            runProgram(QString::fromLatin1(name.left(name.indexOf(' '))), arguments + QStringList{u"--json"_s});
         EXPECT_EQ(result.status, row->status) << name.toStdString() << '\n' << result.error.toStdString();
 
         const QSet<QString> printed = pathsOf(result.out);
