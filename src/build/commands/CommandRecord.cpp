@@ -8,7 +8,7 @@
 
 using namespace Qt::StringLiterals;
 
-static constexpr char magic[] = {'V', 'N', 'C', 'R'};
+static constexpr quint32 magic = 0x52434E56; // "VNCR"
 static constexpr quint32 version = 1;
 static constexpr quint64 outputBytes = 4 + 8 + 8 + 8 + 4; // without dependencies
 static constexpr quint32 noIndex = ~0u;
@@ -159,8 +159,9 @@ QByteArray CommandRecord::toBytes() const
             append(outputs, newIndex[old], 4);
         }
     }
-    QByteArray bytes(magic, sizeof magic);
-    bytes.reserve(bytes.size() + paths.size() + outputs.size() + 20);
+    QByteArray bytes;
+    bytes.reserve(paths.size() + outputs.size() + 24);
+    append(bytes, magic, 4);
     append(bytes, version, 4);
     append(bytes, quint64(indices.size()), 4);
     bytes += paths;
@@ -184,7 +185,7 @@ bool CommandRecord::fromBytes(QByteArrayView bytes)
     ByteCursor in = whole.take(size);
     if (whole.readU64() != hashBytes(0, bytes.data(), size) || whole.failed())
         return false;
-    if (std::memcmp(in.readBytes(4).data(), magic, sizeof magic) != 0 || in.readU32() != version)
+    if (in.readU32() != magic || in.readU32() != version)
         return false;
     for (quint32 count = in.readU32(); count && !in.failed(); --count)
         m_paths += QString::fromUtf8(in.readString());

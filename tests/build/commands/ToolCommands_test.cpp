@@ -1,5 +1,7 @@
 #include "CommandsTest.h"
 
+#include "toolchain/DriverOptions.h"
+
 using namespace Qt::StringLiterals;
 
 namespace {
@@ -99,10 +101,47 @@ TEST_F(CommandsTest, PropertiesMakeArguments)
         EXPECT_EQ(line(made.arguments), QString::fromUtf8(row.command)) << row.what;
         EXPECT_EQ(made.directory, folder.root()) << row.what;
         EXPECT_EQ(made.error, QString()) << row.what;
+        EXPECT_NO_THROW(DriverOptions::parse(made.arguments.sliced(1))) << row.what; // the driver knows them all
     }
     load("");
     EXPECT_EQ(line(tools.command(request("main.c", BuildFlag::noDepend)).arguments),
               u"CC -v -c -xc P/main.c -g -o o/main.o"_s);
+}
+
+TEST_F(CommandsTest, TheDriverUnderstandsThem)
+{
+    for (const char *name : {"app.ld", "map.xml", "place.xml"})
+        folder.write(name, "");
+    load(R"x(build_treat_warnings_as_errors="Yes" build_suppress_warnings="Yes" cpp_enable_exceptions="Yes"
+        cpp_enable_rtti="Yes" c_user_include_directories="inc" c_preprocessor_definitions="A=1"
+        c_preprocessor_undefinitions="B" default_code_section=".c" default_data_section=".d" default_zeroed_section=".z"
+        default_const_section=".k" c_additional_options="-O2" asm_additional_options="-W" linker_additional_options="-n"
+        link_use_linker_script_file="Yes" link_linker_script_file="app.ld" linker_memory_map_file="map.xml"
+        linker_memory_map_macros="M=1" linker_section_placement_file="place.xml" linker_section_placement_macros="P=1"
+        linker_section_placements_segments="FLASH RX 0 10" linker_output_format="srec" link_symbol_definitions="s=1"
+        linker_keep_symbols="k" linker_patch_build_command="patch it" link_include_standard_libraries="No")x");
+    const DriverOptions compile = DriverOptions::parse(tools.command(request("util.cpp")).arguments.sliced(1));
+    EXPECT_EQ(compile.action, DriverOptions::Action::Compile);
+    EXPECT_EQ(compile.language, DriverOptions::Language::Cpp);
+    EXPECT_TRUE(compile.verbose && compile.warningsAsErrors && compile.suppressWarnings && compile.debug &&
+                compile.exceptions && compile.rtti);
+    EXPECT_EQ(line(compile.inputs), u"P/sub/util.cpp"_s);
+    EXPECT_EQ(line(compile.preprocessor), u"-Iinc -DA=1 -UB"_s);
+    EXPECT_EQ(line(compile.compilerOptions), u"-O2"_s);
+    EXPECT_EQ(line({compile.codeSection, compile.dataSection, compile.zeroedSection, compile.constSection,
+                    compile.dependencyFile, compile.output}),
+              u".c .d .z .k o/util.d o/util.o"_s);
+    EXPECT_EQ(line(DriverOptions::parse(tools.command(request("start.s")).arguments.sliced(1)).assemblerOptions),
+              u"-W"_s);
+
+    const DriverOptions link = DriverOptions::parse(tools.command(request("app")).arguments.sliced(1));
+    EXPECT_EQ(link.action, DriverOptions::Action::Link);
+    EXPECT_TRUE(link.map && !link.standardLibraries && link.exceptions && link.rtti);
+    EXPECT_EQ(line({link.inputsFile, link.linkerScript, link.memoryMap, link.memoryMapMacros, link.placement,
+                    link.placementMacros, link.placementSegments, link.printfCode, link.scanfCode, link.outputFormat,
+                    link.patchCommand, link.output}),
+              u"o/app.ind P/app.ld map.xml M=1 place.xml P=1 FLASH RX 0 10 l l srec patch it out/app.elf"_s);
+    EXPECT_EQ(line(link.symbolDefinitions + link.keepSymbols + link.linkerOptions), u"s=1 k -n"_s);
 }
 
 TEST_F(CommandsTest, PrintfAndScanfHaveCodes)
