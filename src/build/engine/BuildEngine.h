@@ -161,6 +161,7 @@ private:
     BuildFlags m_factsFlags = 0;
     quint64 m_factsChanges = 0;
     std::unique_ptr<ExternalTemplates> m_externalTemplates;
+    int m_listDepth = 0; // of dependencies
     bool m_isBuilding = false;
     bool m_runsTools = true;
     int m_failureCount = 0;

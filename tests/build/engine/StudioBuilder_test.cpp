@@ -4,6 +4,7 @@
 #include "build/engine/ProcessPoller.h"
 #include "build/engine/StudioBuilder.h"
 #include "build/engine/StudioIdler.h"
+#include "build/engine/ToolStudioBuilder.h"
 #include "build/log/BuildLog.h"
 
 #include "support/RunProgram.h"
@@ -120,6 +121,19 @@ TEST_F(RealBuild, AcceptsWhatIsNotEmptyAndNoBrokenElf)
     EXPECT_TRUE(isAcceptableOutput(folder.write("text", "x")));
     EXPECT_TRUE(isAcceptableOutput(folder.write("host", QByteArray("\x7f") + "ELF\2\1\1")));
     EXPECT_FALSE(isAcceptableOutput(folder.write("half", QByteArray("\x7f") + "ELF\1\1\1")));
+}
+
+TEST_F(RealBuild, AToolByItselfWritesToTheTranscript)
+{
+    ToolStudioBuilder builder(log, true);
+    builder.runCommand(folder.root(), {u"echo"_s, u"a b"_s}, {});
+    EXPECT_FALSE(builder.hasFailed());
+    EXPECT_EQ(log.transcript(), "Command line: echo \"a b\"\nWorking directory: "_L1 + folder.root() + "\na b\n"_L1);
+    builder.runCommand(folder.root(), {u"no-such-tool"_s}, {});
+    EXPECT_TRUE(builder.hasFailed());
+    EXPECT_EQ(log.items().back()->text(), u"Error starting process no-such-tool"_s);
+    builder.runCommand(folder.root(), {u"false"_s}, {});
+    EXPECT_TRUE(builder.hasFailed());
 }
 
 // ---- Exports -----------------------------------------------------------------------------------------------------
