@@ -115,6 +115,14 @@ void CommandRecord::setDependencies(const QString &output, const FileStamp &stam
     m_isChanged = true;
 }
 
+CommandRecord::Entry CommandRecord::entry(const QString &output) const
+{
+    const auto found = m_outputs.constFind(output);
+    if (found == m_outputs.cend())
+        return {};
+    return {found->command, found->stamp, found->dependencies};
+}
+
 void CommandRecord::forget(const QString &output)
 {
     m_isChanged |= m_outputs.remove(output);

@@ -62,6 +62,15 @@ public:
     // Everything that is mentioned: who asks often for files' times keeps them beside it.
     const QStringList &paths() const { return m_paths; }
 
+    // All of that in one look-up; hash 0 and time 0 for what isn't known.
+    struct Entry
+    {
+        quint64 command = 0;
+        FileStamp stamp;
+        std::span<const quint32> dependencies;
+    };
+    Entry entry(const QString &output) const;
+
     void forget(const QString &output);
 
     // Replaces the file, its directory being made, if there is something new; false when it can't be written.

@@ -237,6 +237,15 @@ const QString &BuildEngine::outputOf(const ProjectElement *element, const QStrin
     return known.output;
 }
 
+FileTimes::Id BuildEngine::outputId(const ProjectElement *element, const QString &configuration, BuildFlags flags)
+{
+    const QString output = outputOf(element, configuration, flags);
+    std::optional<FileTimes::Id> &known = factsOf(element, configuration, flags).outputId;
+    if (!known)
+        known = m_times.id(m_system.absolutePath(element, output));
+    return *known;
+}
+
 // ---- Records -----------------------------------------------------------------------------------------------------
 
 BuildEngine::Record &BuildEngine::recordOf(const ProjectElement *element, const QString &configuration)
@@ -264,20 +273,15 @@ CommandRecord &BuildEngine::record(const ProjectElement *element, const QString 
     return recordOf(element, configuration).commands;
 }
 
-std::optional<std::span<const FileTimes::Id>> BuildEngine::recordedDependencies(const ProjectElement *element,
-                                                                                const QString &configuration,
-                                                                                const QString &object,
-                                                                                const FileStamp &stamp)
+std::span<const FileTimes::Id> BuildEngine::dependencyIds(const ProjectElement *element, const QString &configuration,
+                                                          const CommandRecord::Entry &entry)
 {
     Record &record = recordOf(element, configuration);
-    const auto indices = record.commands.dependencies(object, stamp);
-    if (!indices)
-        return std::nullopt;
     const QStringList &paths = record.commands.paths();
     for (qsizetype index = qsizetype(record.ids.size()); index < paths.size(); ++index)
         record.ids.push_back(m_times.id(::absolutePath(record.directory, paths[index])));
     record.answer.clear();
-    for (const quint32 index : *indices)
+    for (const quint32 index : entry.dependencies)
         record.answer.push_back(record.ids[index]);
     return record.answer;
 }

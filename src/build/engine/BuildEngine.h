@@ -94,10 +94,9 @@ public:
     ProcessPoller *poller() { return m_poller; }
     // Of the project around the element.
     CommandRecord &record(const ProjectElement *element, const QString &configuration);
-    // What the compiler said the object was made from, if that is known; ids of times().
-    std::optional<std::span<const FileTimes::Id>> recordedDependencies(const ProjectElement *element,
-                                                                       const QString &configuration,
-                                                                       const QString &object, const FileStamp &stamp);
+    // Where the paths of an entry of the record are in times().
+    std::span<const FileTimes::Id> dependencyIds(const ProjectElement *element, const QString &configuration,
+                                                 const CommandRecord::Entry &entry);
     // What a node is, kept while nothing changes.
     struct NodeFacts
     {
@@ -105,9 +104,11 @@ public:
         bool isUnity = false;
         bool hasOutput = false;
         QString output; // relative to the project's directory or absolute
+        std::optional<FileTimes::Id> outputId;
     };
     const NodeFacts &facts(const ProjectElement *element, const QString &configuration, BuildFlags flags);
     const QString &outputOf(const ProjectElement *element, const QString &configuration, BuildFlags flags);
+    FileTimes::Id outputId(const ProjectElement *element, const QString &configuration, BuildFlags flags);
     ExternalTemplates &externalTemplates() { return *m_externalTemplates; }
 
     // The commands with that hash have made the output. An empty one: they may have written any file.

@@ -201,24 +201,24 @@ quint64 ElementBuild::externalCompileHash(ToolKind kind, CompilePlan &plan, cons
 bool ElementBuild::isCompileUpToDate(ToolKind kind, const CompilePlan &plan)
 {
     UpToDate test(m_engine, m_builder, isQuiet());
-    if (m_isForced || !test.targetTime(plan.absoluteTarget, plan.target) || !plan.error.isEmpty())
+    if (m_isForced || !test.targetTime(m_engine.outputId(m_element, m_configuration, m_flags), plan.target) ||
+        !plan.error.isEmpty())
         return false;
     FileTimes &times = m_engine.times();
     if (!test.inputOlder(times.id(plan.source), plan.source))
         return false;
-    auto dependencies = m_engine.recordedDependencies(m_element, m_configuration, plan.absoluteTarget, test.stamp());
-    if (!dependencies) {
-        m_engine.record(m_element, m_configuration)
-            .setDependencies(plan.absoluteTarget, test.stamp(),
-                             m_tools.readDependencies(m_element, m_configuration, plan.target));
-        dependencies = m_engine.recordedDependencies(m_element, m_configuration, plan.absoluteTarget, test.stamp());
+    CommandRecord &record = m_engine.record(m_element, m_configuration);
+    CommandRecord::Entry known = record.entry(plan.absoluteTarget);
+    if (known.stamp != test.stamp()) { // made by somebody else
+        record.setDependencies(plan.absoluteTarget, test.stamp(),
+                               m_tools.readDependencies(m_element, m_configuration, plan.target));
+        known = record.entry(plan.absoluteTarget);
     }
-    for (const FileTimes::Id dependency : *dependencies) {
+    for (const FileTimes::Id dependency : m_engine.dependencyIds(m_element, m_configuration, known)) {
         if (!test.inputOlder(dependency, times.path(dependency)))
             return false;
     }
-    return test.optionsUpToDate(m_element, m_configuration, kind) &&
-           test.commandUpToDate(m_element, m_configuration, plan.hash);
+    return test.optionsUpToDate(m_element, m_configuration, kind) && test.commandUpToDate(known.command, plan.hash);
 }
 
 void ElementBuild::runCompile(ToolKind kind, const CompilePlan &plan)

@@ -5,7 +5,6 @@
 #include "build/engine/UpToDate.h"
 #include "xml/macros/MacroExpansion.h"
 
-class BuildEngine;
 class Builder;
 class Idler;
 
@@ -56,7 +55,8 @@ private:
     bool linkOrArchive(ToolKind kind);
     bool planLink(LinkPlan &plan);
     void planExternalLink(LinkPlan &plan);
-    void gatherObjects(const ProjectElement *parent, bool isAbsolute, QStringList &objects);
+    void gatherObjects(const ProjectElement *parent, bool isAbsolute, QStringList &objects,
+                       std::vector<FileTimes::Id> *ids = nullptr);
     QStringList dependentOutputs();
     bool isLinkUpToDate(const LinkPlan &plan);
     bool runLinkCommand(const LinkPlan &plan);

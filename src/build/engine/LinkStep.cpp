@@ -19,7 +19,8 @@ struct ElementBuild::LinkPlan
 {
     ToolKind kind;
     QString target, absoluteTarget;
-    QStringList objects;         // the project's own
+    QStringList objects; // the project's own
+    std::vector<FileTimes::Id> objectIds;
     QStringList dependents;      // what the projects make that it depends on
     QStringList additionalFiles; // further ones to link, there or not
     QStringList inputs;          // of the command, in order
@@ -108,7 +109,7 @@ bool ElementBuild::planLink(LinkPlan &plan)
     const bool isLink = plan.kind == ToolKind::Link;
     plan.target = m_tools.outputName(plan.kind, m_element, m_configuration, false);
     plan.absoluteTarget = absolute(plan.target);
-    gatherObjects(m_element, false, plan.objects);
+    gatherObjects(m_element, false, plan.objects, &plan.objectIds);
     QStringList sorted = plan.objects;
     sorted.sort();
     const auto twice = std::adjacent_find(sorted.cbegin(), sorted.cend());
@@ -176,12 +177,16 @@ void ElementBuild::planExternalLink(LinkPlan &plan)
     plan.external = {{m_directory, splitWords(expand(text, macros)), plan.absoluteTarget}};
 }
 
-void ElementBuild::gatherObjects(const ProjectElement *parent, bool isAbsolute, QStringList &objects)
+void ElementBuild::gatherObjects(const ProjectElement *parent, bool isAbsolute, QStringList &objects,
+                                 std::vector<FileTimes::Id> *ids)
 {
     const auto add = [&](const ProjectElement *node) {
         const QString &name = m_engine.outputOf(node, m_configuration, m_flags);
-        if (!name.isEmpty())
-            objects += isAbsolute ? m_system.absolutePath(node, name) : name;
+        if (name.isEmpty())
+            return;
+        objects += isAbsolute ? m_system.absolutePath(node, name) : name;
+        if (ids)
+            ids->push_back(m_engine.outputId(node, m_configuration, m_flags));
     };
     for (const ProjectElement *child = parent->firstElement(); child; child = child->nextElement()) {
         if (child->type() == ProjectElement::Type::Configuration)
@@ -195,7 +200,7 @@ void ElementBuild::gatherObjects(const ProjectElement *parent, bool isAbsolute, 
         if (kind != ToolKind::None)
             add(child);
         if (!isUnity) {
-            gatherObjects(child, isAbsolute, objects);
+            gatherObjects(child, isAbsolute, objects, ids);
             continue;
         }
         for (const ProjectElement *file : unityFiles(m_system, child, m_configuration).excluded)
@@ -226,9 +231,12 @@ QStringList ElementBuild::dependentOutputs()
 bool ElementBuild::isLinkUpToDate(const LinkPlan &plan)
 {
     UpToDate test(m_engine, m_builder, isQuiet());
-    if (m_isForced || !test.targetTime(plan.absoluteTarget, plan.target) || !plan.error.isEmpty() ||
-        !test.inputsOlder(m_directory, plan.objects))
+    if (m_isForced || !test.targetTime(plan.absoluteTarget, plan.target) || !plan.error.isEmpty())
         return false;
+    for (qsizetype index = 0; index < plan.objects.size(); ++index) {
+        if (!test.inputOlder(plan.objectIds[size_t(index)], plan.objects[index]))
+            return false;
+    }
     if (plan.kind == ToolKind::Link) {
         QStringList inputs = plan.dependents;
         for (const QString &file : plan.additionalFiles) {

@@ -31,11 +31,11 @@ void UpToDate::tell(const QString &text)
         m_builder->reportDetail(text);
 }
 
-bool UpToDate::targetTime(const QString &path, const QString &name)
+bool UpToDate::targetTime(FileTimes::Id target, const QString &name)
 {
     m_name = name;
-    m_path = path;
-    m_target = m_engine.times().stamp(m_path);
+    m_id = target;
+    m_target = m_engine.times().stamp(target);
     if (!m_target.time)
         tell(name + " does not exist."_L1);
     return m_target.time != 0;
@@ -94,8 +94,12 @@ bool UpToDate::optionsUpToDate(const ProjectElement *element, const QString &con
 
 bool UpToDate::commandUpToDate(const ProjectElement *element, const QString &configuration, quint64 hash)
 {
-    const std::optional<quint64> known = m_engine.record(element, configuration).command(m_path);
-    if (!known || *known == hash)
+    return commandUpToDate(m_engine.record(element, configuration).entry(m_engine.times().path(m_id)).command, hash);
+}
+
+bool UpToDate::commandUpToDate(quint64 known, quint64 hash)
+{
+    if (!known || known == hash)
         return true;
     tell(m_name + " command line has changed."_L1);
     return false;
