@@ -2,7 +2,7 @@
 """vnBuild beside ninja and make on the same sources: a no-op build, a build after one source was touched, a full
 build with a compiler that does next to nothing.
 
-    bench/build_bench.py [--build build/release] [--sources 2000] [--jobs 2] [--rounds 10] [--keep FOLDER]
+    bench/build_bench.py [--build build/release] [--sources 2000] [--jobs 2] [--rounds 10] [--full-rounds 3]
 
 Each source includes 10 of 500 headers, objects have dependency files, one link is at the end. vnBuild runs twice:
 with the compiler as the solution's external command, and as the driver of a tool chain of its own ("vnBuild, cc").
@@ -149,21 +149,8 @@ def main():
                 path.unlink()
 
     touched = folder / sources[len(sources) // 2]
-    stamp = [time.time() + 3]
-
-    def touch(name):
-        stamp[0] += 0
-        now = time.time()
-        # A second behind all objects, without waiting for it.
-        for output in outputs[name]:
-            pass
-        os.utime(touched, (now + 2, now + 2))
-
-    def age():  # all sources and objects lie in the past
-        past = time.time() - 100
-        for path in folder.rglob("*"):
-            if path.is_file() and path.suffix in (".c", ".h"):
-                os.utime(path, (past - 100, past - 100))
+    for path in folder.rglob("*.[ch]"):  # sources lie in the past
+        os.utime(path, (time.time() - 100,) * 2)
 
     def report(title, rounds, prepare):
         best = {}
@@ -178,17 +165,9 @@ def main():
                                for peer in ("ninja", "make") if peer != name)
             print(f"  {name:12} wall {wall * 1000:8.1f} ms  CPU {cpu * 1000:8.1f} ms   {ratios}")
 
-    age()
     print(f"{options.sources} sources, 10 headers each, {jobs}; ratios are of wall and CPU time")
     report("full build", options.full_rounds, clean)
     report("no-op build", options.rounds, lambda name: None)
-
-    def touch_one(name):
-        # The object goes into the past instead of the source into the future.
-        for path in folder.rglob(f"{touched.name}.o"):
-            os.utime(path, (1, 1))
-        for path in folder.rglob(f"{touched.stem}.o"):
-            os.utime(path, (1, 1))
 
     def touch_source(name):
         time.sleep(1.01)  # whole seconds count
