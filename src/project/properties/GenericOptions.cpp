@@ -2,8 +2,6 @@
 
 #include "project/properties/PropertyGroups.h"
 
-#include <ranges>
-
 using namespace Qt::StringLiterals;
 
 namespace {
@@ -85,9 +83,8 @@ void GenericOptions::forget()
         m_schema->noteChange();
     }
     m_defaults.clear();
-    for (const PropertyClass *known : std::views::reverse(m_registered))
-        m_schema->unregisterPropertyClass(known);
-    m_registered.clear();
+    for (; !m_registered.empty(); m_registered.pop_back()) // the last first
+        m_schema->unregisterPropertyClass(m_registered.back());
     m_classes = {};
     m_extraElements.clear();
     m_document.reset();
