@@ -198,7 +198,7 @@ void DwarfFile::readRanges()
         return;
     m_hasReadRanges = true;
     std::vector<bool> isNamed(m_units.size(), false);
-    if (!m_ignoresAranges)
+    if (!m_ignoresAranges && m_isExecutable) // in an object code may be at 0, which ends a set
         readAddressRanges(isNamed);
     const size_t maximumRanges =
         m_units.size() + m_sections.ranges.size() + m_sections.rangeLists.size() + m_sections.addressRanges.size();

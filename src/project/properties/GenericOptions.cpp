@@ -22,7 +22,7 @@ constexpr ToolRow toolRows[GenericOptions::toolCount] = {
 
 } // namespace
 
-bool GenericOptions::load(const QString &path)
+bool GenericOptions::load(const QString &path, QString *error)
 {
     if (path == m_path)
         return true;
@@ -30,8 +30,12 @@ bool GenericOptions::load(const QString &path)
     if (path.isEmpty())
         return true;
     auto document = std::make_unique<XMLPP2>();
-    if (!document->load(path, QString(), false) || !document->root())
+    if (!document->load(path, QString(), false) || !document->root()) {
+        if (error)
+            *error =
+                u"%1:%2: %3"_s.arg(path).arg(document->errorLine() + 1).arg(QString::fromUtf8(document->errorText()));
         return false;
+    }
     m_document = std::move(document);
     m_path = path;
     for (XMLElement *element = m_document->root()->firstChildElement(); element;) {
@@ -83,8 +87,9 @@ void GenericOptions::forget()
         m_schema->noteChange();
     }
     m_defaults.clear();
-    for (; !m_registered.empty(); m_registered.pop_back()) // the last first
-        m_schema->unregisterPropertyClass(m_registered.back());
+    for (auto known = m_registered.rbegin(); known != m_registered.rend(); ++known)
+        m_schema->unregisterPropertyClass(*known);
+    m_registered.clear();
     m_classes = {};
     m_extraElements.clear();
     m_document.reset();
