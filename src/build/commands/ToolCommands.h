@@ -1,6 +1,7 @@
 #pragma once
 
 #include "build/commands/BuildFlags.h"
+#include "build/commands/CommandRecord.h"
 #include "build/commands/ToolKind.h"
 #include "project/properties/GenericOptions.h"
 
@@ -84,6 +85,9 @@ public:
 
     // The command that toolCommands would run. Nothing is written or reported.
     ToolCommand command(const ToolRequest &request);
+    // Its commandHash(), `more` counting as further inputs, for less than the command costs; `error` is set if it
+    // has one.
+    quint64 hash(const ToolRequest &request, const QStringList &more, QString &error);
     // What names the inputs to linker and archiver, absolute; toolCommands writes it.
     QString inputsFileName(const ToolRequest &request) const;
     // What else the tool makes; relative or absolute as the target.
@@ -113,13 +117,16 @@ private:
         struct Piece
         {
             QStringList arguments; // in common
+            CommandHash hash;      // of these
             const CommandRow *row; // or what makes those of each; null if they are in common
         };
         std::vector<Piece> pieces;
+        QString directory;
         QString error;
     };
 
     const Template &templateOf(const ToolRequest &request);
+    QStringList inputsOf(const ToolRequest &request) const; // lines of the inputs file
     void takeOverOptions(const ProjectElement *project, const QString &configuration);
     QString intermediateDirectory(const ProjectElement *element, const QString &configuration) const;
     QString dependencyPath(const ProjectElement *element, const QString &configuration, const QString &object,

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "build/commands/BuildFlags.h"
+#include "build/commands/ToolKind.h"
 #include "build/engine/BuildJob.h"
 #include "build/engine/FileTimes.h"
 
@@ -8,8 +8,10 @@
 #include <memory>
 #include <set>
 #include <span>
+#include <unordered_map>
 
 class Builder;
+class ExternalTemplates;
 class Idler;
 class ProcessPoller;
 class StandardProjectSystem;
@@ -93,8 +95,20 @@ public:
     // Of the project around the element.
     CommandRecord &record(const ProjectElement *element, const QString &configuration);
     // What the compiler said the object was made from, if that is known; ids of times().
-    std::optional<std::span<const FileTimes::Id>>
-    recordedDependencies(const ProjectElement *element, const QString &configuration, const QString &object);
+    std::optional<std::span<const FileTimes::Id>> recordedDependencies(const ProjectElement *element,
+                                                                       const QString &configuration,
+                                                                       const QString &object, const FileStamp &stamp);
+    // What a node is, kept while nothing changes.
+    struct NodeFacts
+    {
+        ToolKind kind = ToolKind::None;
+        bool isUnity = false;
+        bool hasOutput = false;
+        QString output; // relative to the project's directory or absolute
+    };
+    const NodeFacts &facts(const ProjectElement *element, const QString &configuration, BuildFlags flags);
+    const QString &outputOf(const ProjectElement *element, const QString &configuration, BuildFlags flags);
+    ExternalTemplates &externalTemplates() { return *m_externalTemplates; }
 
     // The commands with that hash have made the output. An empty one: they may have written any file.
     void outputMade(const ProjectElement *element, const QString &configuration, const QString &output, quint64 hash);
@@ -115,6 +129,8 @@ private:
     using ProjectKey = std::pair<const ProjectElement *, QString>;
     struct Record;
 
+    NodeFacts &factsOf(const ProjectElement *element, const QString &configuration, BuildFlags flags);
+
     Record &recordOf(const ProjectElement *element, const QString &configuration);
     void saveRecords();
     bool addDependencyJobs(const ProjectElement *project, const QString &configuration, BuildFlags flags,
@@ -134,6 +150,11 @@ private:
     std::set<ProjectKey> m_failedProjects;
     std::set<ProjectKey> m_listed; // while jobs are listed
     std::map<const ProjectElement *, QStringList> m_helperFiles;
+    std::unordered_map<const ProjectElement *, NodeFacts> m_facts; // of one configuration
+    QString m_factsConfiguration;
+    BuildFlags m_factsFlags = 0;
+    quint64 m_factsChanges = 0;
+    std::unique_ptr<ExternalTemplates> m_externalTemplates;
     bool m_isBuilding = false;
     bool m_runsTools = true;
     int m_failureCount = 0;

@@ -139,7 +139,7 @@ void BuildEngine::addFolderJobs(const ProjectElement *firstChild, const QString 
                                 BuildJobs &jobs)
 {
     for (const ProjectElement *child = firstChild; child; child = child->nextElement()) {
-        if (child->type() == ProjectElement::Type::File || isUnityFolder(m_system, child, configuration, flags))
+        if (child->type() == ProjectElement::Type::File || facts(child, configuration, flags).isUnity)
             jobs.push_back({child, configuration, flags, {}});
         else if (child->type() == ProjectElement::Type::Folder)
             addFolderJobs(child->firstElement(), configuration, flags, jobs);
@@ -150,12 +150,12 @@ int BuildEngine::buildStepCount(const ProjectElement *element, const QString &co
 {
     if (element->type() == ProjectElement::Type::Configuration || flags & BuildFlag::noChildren)
         return 0;
-    if (isUnityFolder(m_system, element, configuration, flags))
+    const NodeFacts &known = facts(element, configuration, flags);
+    if (known.isUnity)
         return 1 + int(unityFiles(m_system, element, configuration).excluded.size());
-    const ToolKind kind = toolKind(m_system, element, configuration, flags);
-    if (kind == ToolKind::Excluded || kind == ToolKind::External)
+    if (known.kind == ToolKind::Excluded || known.kind == ToolKind::External)
         return 0;
-    int count = kind == ToolKind::None ? 0 : 1;
+    int count = known.kind == ToolKind::None ? 0 : 1;
     for (const ProjectElement *child = element->firstElement(); child; child = child->nextElement())
         count += buildStepCount(child, configuration, flags);
     return count;

@@ -44,8 +44,10 @@ private:
     // Compile.
     struct CompilePlan;
     CompilePlan planCompile(ToolKind kind);
-    QStringList externalCompileWords(ToolKind kind, CompilePlan &plan);
-    bool isCompileUpToDate(const CompilePlan &plan);
+    QStringList externalCompileWords(ToolKind kind, const CompilePlan &plan, bool *isOwn, QString &error,
+                                     const MacroMap &markers = {});
+    quint64 externalCompileHash(ToolKind kind, CompilePlan &plan, const QStringList &around);
+    bool isCompileUpToDate(ToolKind kind, const CompilePlan &plan);
     void runCompile(ToolKind kind, const CompilePlan &plan);
 
     // Link and archive.

@@ -31,10 +31,10 @@ void UpToDate::tell(const QString &text)
         m_builder->reportDetail(text);
 }
 
-bool UpToDate::targetTime(const QString &directory, const QString &name)
+bool UpToDate::targetTime(const QString &path, const QString &name)
 {
     m_name = name;
-    m_path = absolutePath(directory, name);
+    m_path = path;
     m_target = m_engine.times().stamp(m_path);
     if (!m_target.time)
         tell(name + " does not exist."_L1);
