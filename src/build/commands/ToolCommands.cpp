@@ -275,7 +275,7 @@ quint64 ToolCommands::hash(const ToolRequest &request, const QStringList &more, 
 {
     loadGenericOptions(request.element, request.configuration);
     const Template &made = templateOf(request);
-    CommandArguments own(*this, m_system, m_genericOptions, request);
+    ArgumentRows own(*this, m_system, m_genericOptions, request);
     own.error = made.error;
     CommandHash hash;
     hash.add(m_system.projectDirectory(request.element));
