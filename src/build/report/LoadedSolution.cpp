@@ -16,7 +16,7 @@ constexpr qsizetype mostNamesShown = 40;
 HException located(const SolutionLoadError &error)
 {
     const QString message = error.message.trimmed();
-    if (error.fileName.isEmpty())
+    if (message.contains(error.fileName)) // or there is none
         return HException(message);
     const QString place = error.hasPosition ? u"%1:%2"_s.arg(error.fileName).arg(error.line) : error.fileName;
     return HException(place + ": "_L1 + message);
