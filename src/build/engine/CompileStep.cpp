@@ -116,9 +116,7 @@ ElementBuild::CompilePlan ElementBuild::planCompile(ToolKind kind)
     if (plan.isExternal) {
         plan.hash = externalCompileHash(kind, plan, around);
     } else {
-        const ToolCommand command = m_tools.command(plan.request);
-        plan.error = command.error;
-        plan.hash = commandHash(command.directory, command.arguments, around);
+        plan.hash = m_tools.hash(plan.request, around, plan.error);
     }
     return plan;
 }
