@@ -1,6 +1,7 @@
 #include "debug/dwarf/DwarfFile.h"
 
 #include "debug/dwarf/DwarfNameIndex.h"
+#include "debug/dwarf/DwarfNameTables.h"
 #include "elf/ElfFile.h"
 
 #include <algorithm>
@@ -387,6 +388,14 @@ DwarfNameIndex &DwarfFile::names()
     return *m_names;
 }
 
+// Null unless the file has usable ones.
+DwarfNameTables *DwarfFile::nameTables()
+{
+    if (!m_nameTables)
+        m_nameTables = std::make_unique<DwarfNameTables>(*this);
+    return m_nameTables->areUsable() ? m_nameTables.get() : nullptr;
+}
+
 namespace {
 
 bool isExternal(const DwarfDebuggingInformationEntry &entry)
@@ -411,11 +420,12 @@ bool isPublicType(const DwarfDebuggingInformationEntry &entry)
 
 } // namespace
 
-DwarfDebuggingInformationEntry DwarfFile::findType(const QString &name)
+template <typename EntriesNamed>
+DwarfDebuggingInformationEntry DwarfFile::selectType(const QString &name, EntriesNamed entriesNamed)
 {
     const QByteArray asked = name.toUtf8();
-    const auto candidates = names().entriesNamed(bareName(asked));
-    const auto bare = bareName(asked).size() == asked.size() ? candidates : names().entriesNamed(asked);
+    const auto candidates = entriesNamed(bareName(asked));
+    const auto bare = bareName(asked).size() == asked.size() ? candidates : entriesNamed(asked);
     for (const bool isEnumeration : {false, true}) {
         const auto isKind = [&](const DwarfDebuggingInformationEntry &entry) {
             return (isEnumeration ? entry.tag() == DW_TAG_enumeration_type : isDwarfTypeKind(entry.tag())) &&
@@ -432,6 +442,16 @@ DwarfDebuggingInformationEntry DwarfFile::findType(const QString &name)
             return *found;
     }
     return {};
+}
+
+// What the compiler's name tables lack the index over the entries may have.
+DwarfDebuggingInformationEntry DwarfFile::findType(const QString &name)
+{
+    if (DwarfNameTables *tables = m_names ? nullptr : nameTables()) {
+        if (const auto found = selectType(name, [&](QByteArrayView bare) { return tables->typesNamed(bare); }))
+            return found;
+    }
+    return selectType(name, [&](QByteArrayView bare) { return names().entriesNamed(bare); });
 }
 
 std::vector<DwarfDebuggingInformationEntry> DwarfFile::publicEntries(const QString &name)
