@@ -5,7 +5,9 @@
 #include <QCommandLineParser>
 #include <QFile>
 #include <cstdio>
+#include <fcntl.h>
 #include <new>
+#include <unistd.h>
 
 using namespace Qt::StringLiterals;
 
@@ -31,6 +33,16 @@ QString optionHead(const CommandOption &option)
 void say(const char *program, const QString &message)
 {
     std::fprintf(stderr, "%s: %s\n", program, message.toLocal8Bit().constData());
+}
+
+// A standard stream that is closed gets a file that fails as it would: else the next file to be opened would
+// have its number, and messages would go into that.
+void occupyStandardStreams()
+{
+    for (const int number : {STDIN_FILENO, STDOUT_FILENO, STDERR_FILENO})
+        if (::fcntl(number, F_GETFD) < 0) // the lowest free number, so open() takes it
+            [[maybe_unused]]
+            const int taken = ::open("/dev/null", number == STDIN_FILENO ? O_WRONLY : O_RDONLY);
 }
 
 } // namespace
@@ -69,6 +81,7 @@ QString CommandLine::help(const CommandVerb *verb) const
 
 int CommandLine::run(const QStringList &arguments, const char *version) const
 {
+    occupyStandardStreams();
     const QString first = arguments.value(1);
     if (first == u"--version") {
         printOut(u"%1 (Veldane) %2\n"_s.arg(text(m_program), text(version)));

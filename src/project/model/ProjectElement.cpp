@@ -1,5 +1,7 @@
 #include "project/model/ProjectElement.h"
 
+#include "project/model/ElementCache_p.h"
+
 #include <algorithm>
 #include <array>
 
@@ -22,14 +24,26 @@ QString decoded(QByteArrayView bytes)
 
 } // namespace
 
+quint64 ProjectElement::s_changeCount = 0;
+
 ProjectElement::ProjectElement(const XMLText &tag) : XMLElement(tag), m_type(typeTagged(XMLElement::name())) {}
 
-ProjectElement *ProjectElement::enclosing(Type wanted)
+ProjectElement::~ProjectElement()
 {
-    ProjectElement *node = this;
+    ++s_changeCount;
+}
+
+const ProjectElement *ProjectElement::enclosing(Type wanted) const
+{
+    const ProjectElement *node = this;
     while (node && node->type() != wanted)
         node = node->parentElement();
     return node;
+}
+
+ProjectElement *ProjectElement::enclosing(Type wanted)
+{
+    return const_cast<ProjectElement *>(std::as_const(*this).enclosing(wanted));
 }
 
 QString ProjectElement::displayName() const
@@ -48,12 +62,15 @@ void ProjectElement::setProperty(const QString &key, const QString &value)
         return;
     m_properties.insert(key, value);
     m_isModified = true;
+    ++s_changeCount;
 }
 
 void ProjectElement::removeProperty(const QString &key)
 {
-    if (m_properties.remove(key))
-        m_isModified = true;
+    if (!m_properties.remove(key))
+        return;
+    m_isModified = true;
+    ++s_changeCount;
 }
 
 ProjectElement *ProjectElement::addConfiguration(const QString &name)
@@ -70,20 +87,30 @@ ProjectElement *ProjectElement::addConfiguration(const QString &name)
 
 void ProjectElement::removeConfiguration(const QString &name)
 {
-    if (ProjectElement *known = m_configurations.take(name)) {
+    if (ProjectElement *known = configuration(name)) {
         removeChild(known);
         m_isModified = true;
     }
 }
 
+void ProjectElement::renameConfiguration(const QString &oldName, const QString &newName)
+{
+    ProjectElement *renamed = configuration(oldName);
+    if (!renamed || oldName == newName)
+        return;
+    removeConfiguration(newName);
+    m_configurations.remove(oldName);
+    m_configurations.insert(newName, renamed);
+    renamed->setProperty(u"Name"_s, newName);
+    m_isModified = true;
+}
+
 void ProjectElement::takeAttributes()
 {
-    while (!attributes().empty()) {
-        const XMLAttribute &last = attributes().back();
-        const QByteArray key = last.name().toByteArray();
-        m_properties.insert(QString::fromUtf8(key), decoded(last.value()));
-        removeAttribute(key);
-    }
+    for (const XMLAttribute &attribute : attributes())
+        m_properties.insert(QString::fromUtf8(attribute.name()), decoded(attribute.value()));
+    removeAttributes();
+    ++s_changeCount;
     if (m_type == Type::Configuration && parentElement())
         parentElement()->m_configurations.insert(displayName(), this);
     m_isModified = false;
@@ -93,4 +120,51 @@ void ProjectElement::setFile(const QString &path, const QDateTime &time)
 {
     m_filePath = path;
     m_fileTime = time;
+    ++s_changeCount;
+}
+
+void ProjectElement::setBuildType(const QString &type)
+{
+    m_buildType = type;
+    ++s_changeCount;
+}
+
+void ProjectElement::appendChild(std::unique_ptr<XMLNode> node)
+{
+    ++s_changeCount;
+    XMLElement::appendChild(std::move(node));
+}
+
+void ProjectElement::prependChild(std::unique_ptr<XMLNode> node)
+{
+    ++s_changeCount;
+    XMLElement::prependChild(std::move(node));
+}
+
+std::unique_ptr<XMLNode> ProjectElement::removeChild(XMLNode *node)
+{
+    ++s_changeCount;
+    const auto *element = static_cast<const ProjectElement *>(node ? node->toElement() : nullptr);
+    if (element && element->type() == Type::Configuration)
+        m_configurations.removeIf([element](const auto &entry) { return entry.value() == element; });
+    return XMLElement::removeChild(node);
+}
+
+std::unique_ptr<XMLNode> ProjectElement::replaceChild(XMLNode *oldNode, std::unique_ptr<XMLNode> newNode)
+{
+    ++s_changeCount;
+    return XMLElement::replaceChild(oldNode, std::move(newNode));
+}
+
+void ProjectElement::insertAfter(XMLNode *reference, XMLNodeChain chain)
+{
+    ++s_changeCount;
+    XMLElement::insertAfter(reference, std::move(chain));
+}
+
+ElementCache &ProjectElement::cache() const
+{
+    if (!m_cache)
+        m_cache = std::make_unique<ElementCache>();
+    return *m_cache;
 }

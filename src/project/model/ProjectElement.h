@@ -6,6 +6,8 @@
 #include <QMap>
 #include <QString>
 
+struct ElementCache;
+
 // A node of the project tree: a solution, project, folder or file, or a configuration of one. What its file has
 // as attributes is in the property map; the element's own attributes are empty then. Children keep the file's
 // order, configurations among them.
@@ -16,6 +18,7 @@ public:
     enum class Type { Solution = 0, Configuration = 1, Project = 2, Folder = 3, File = 4, Other };
 
     explicit ProjectElement(const XMLText &tag);
+    ~ProjectElement() override;
 
     Type type() const { return m_type; }
     ProjectElement *parentElement() const { return static_cast<ProjectElement *>(parent()); } // null on a root
@@ -24,6 +27,7 @@ public:
     ProjectElement *nextElement() const { return static_cast<ProjectElement *>(nextSiblingElement()); }
     // The nearest of that type from this node upwards; null if there is none.
     ProjectElement *enclosing(Type type);
+    const ProjectElement *enclosing(Type type) const;
 
     // "Name", else the last part of "file_name"; "<NULL>" without either.
     QString displayName() const;
@@ -39,6 +43,8 @@ public:
     const QMap<QString, ProjectElement *> &configurations() const { return m_configurations; }
     ProjectElement *addConfiguration(const QString &name); // or the one that there is
     void removeConfiguration(const QString &name);
+    // In place of another of the new name, if there is one.
+    void renameConfiguration(const QString &oldName, const QString &newName);
 
     // Moves the attributes into the properties and enters the configuration in its parent's map, a later one
     // of a name in place of an earlier; the node then counts as unmodified.
@@ -57,6 +63,21 @@ public:
     bool isImported() const { return m_isImported; }
     void setImported(bool imported) { m_isImported = imported; }
 
+    // What a build step found the file to be, see ProjectSystem::fileTypeOf; empty: its name says it.
+    const QString &buildType() const { return m_buildType; }
+    void setBuildType(const QString &type);
+
+    void appendChild(std::unique_ptr<XMLNode> node) override;
+    void prependChild(std::unique_ptr<XMLNode> node) override;
+    std::unique_ptr<XMLNode> removeChild(XMLNode *node) override;
+    std::unique_ptr<XMLNode> replaceChild(XMLNode *oldNode, std::unique_ptr<XMLNode> newNode) override;
+    void insertAfter(XMLNode *reference, XMLNodeChain chain) override;
+
+    // Counts the changes of all nodes there are; what was worked out from them holds while it stays.
+    static quint64 changeCount() { return s_changeCount; }
+    // What the project system keeps of the node.
+    ElementCache &cache() const;
+
 private:
     const Type m_type;
     bool m_isModified = false;
@@ -66,4 +87,8 @@ private:
     QMap<QString, ProjectElement *> m_configurations; // children
     QString m_filePath;
     QDateTime m_fileTime;
+    QString m_buildType;
+    mutable std::unique_ptr<ElementCache> m_cache;
+
+    static quint64 s_changeCount;
 };

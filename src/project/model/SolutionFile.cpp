@@ -43,7 +43,7 @@ bool isTooDeep(const XMLNode *node, const XMLNode *root)
 class SolutionReader
 {
 public:
-    explicit SolutionReader(QStringList &loadedFiles) : m_loadedFiles(loadedFiles) {}
+    SolutionReader(QStringList &loadedFiles, SolutionLoadSteps &steps) : m_loadedFiles(loadedFiles), m_steps(steps) {}
 
     std::unique_ptr<ProjectElement> load(const QString &directory, const QString &path, const QString &macros);
 
@@ -52,6 +52,7 @@ private:
     ProjectElement *import(ProjectElement &element, const QString &directory);
 
     QStringList &m_loadedFiles;
+    SolutionLoadSteps &m_steps;
     int m_depth = 0;
 };
 
@@ -61,11 +62,14 @@ std::unique_ptr<ProjectElement> SolutionReader::load(const QString &directory, c
     QString file = path;
     if (!QFileInfo::exists(file) && !directory.isEmpty() && QDir::isRelativePath(file))
         file = directory + u'/' + path;
-    const QFileInfo info(file);
+    QFileInfo info(file);
+    if (!info.exists() && m_steps.fileNotFound(file))
+        info.refresh();
     if (!info.exists())
         fail(path, path + " does not exist"_L1);
     if (!info.isFile() || !QFile(file).open(QFile::ReadOnly))
         fail(file, file + " cannot access"_L1);
+    m_steps.opened(file);
     file = QDir::cleanPath(info.absoluteFilePath());
     if (m_loadedFiles.contains(file))
         fail(file, file + " solution already loaded"_L1);
@@ -75,14 +79,21 @@ std::unique_ptr<ProjectElement> SolutionReader::load(const QString &directory, c
         throw SolutionLoadError{file, true, QString::fromUtf8(document.errorText()), int(document.errorLine()) + 1, 0};
     if (document.doctype() != projectDoctype)
         fail(file, file + " not a solution file"_L1);
+    const QString malformed = file + " is a malformed solution file (bad XML)"_L1;
+    const auto &[openName, openLine] = document.openElement();
+    if (!document.root() && !openName.isEmpty())
+        throw SolutionLoadError{file, true, u"%1: <%2> has no end"_s.arg(malformed, QString::fromUtf8(openName)),
+                                int(openLine) + 1, 0};
     if (!document.root() || document.root()->name() != "solution")
-        fail(file, file + " is a malformed solution file (bad XML)"_L1);
+        fail(file, malformed);
     m_loadedFiles.append(file);
+    m_steps.parsed(*document.root(), file);
     std::unique_ptr<ProjectElement> root(static_cast<ProjectElement *>(document.takeRoot().release()));
     root->setFile(file, info.lastModified());
     build(*root);
     root->setProperty(u"version"_s, u"2"_s);
     root->setModified(false); // raising the version is nobody's change
+    m_steps.built(*root);
     return root;
 }
 
@@ -90,7 +101,12 @@ std::unique_ptr<ProjectElement> SolutionReader::load(const QString &directory, c
 void SolutionReader::build(ProjectElement &root)
 {
     const QString directory = QFileInfo(root.filePath()).path();
+    int step = 0, steps = 0;
+    for (const XMLNode *child = root.firstChild(); child; child = child->nextSibling())
+        ++steps;
     for (XMLNode *node = &root; node;) {
+        if (node->parent() == &root && m_depth == 0)
+            m_steps.building(step++, steps);
         XMLElement *element = node->toElement();
         XMLNode *next = node->nextInTree(&root);
         if (isTooDeep(node, &root))
@@ -174,10 +190,11 @@ void buildXml(const ProjectElement &solution, QXMLDocument &document)
 } // namespace
 
 std::unique_ptr<ProjectElement> loadSolution(const QString &directory, const QString &path, const QString &macros,
-                                             QStringList &loadedFiles)
+                                             QStringList &loadedFiles, SolutionLoadSteps *steps)
 {
     QStringList files = loadedFiles;
-    auto root = SolutionReader(files).load(directory, path, macros);
+    SolutionLoadSteps none;
+    auto root = SolutionReader(files, steps ? *steps : none).load(directory, path, macros);
     loadedFiles = files;
     return root;
 }

@@ -18,6 +18,18 @@ struct SolutionLoadError
 struct SolutionSaveError : SolutionLoadError
 {};
 
+// Who follows the load of a solution and of those that it imports. What it throws ends the load.
+class SolutionLoadSteps
+{
+public:
+    virtual ~SolutionLoadSteps() = default;
+    virtual bool fileNotFound(const QString & /*file*/) { return false; } // true: it exists now
+    virtual void opened(const QString & /*file*/) {}
+    virtual void parsed(const XMLElement & /*root*/, const QString & /*file*/) {} // before the tree is made
+    virtual void building(int /*step*/, int /*steps*/) {} // among the children of the outermost root
+    virtual void built(ProjectElement & /*root*/) {}
+};
+
 // A solution file (*.vnProject) is XML with the doctype Veldane_Project_File. Directives of the preprocessor
 // work in it, but are resolved when it is written back:
 //
@@ -31,7 +43,7 @@ struct SolutionSaveError : SolutionLoadError
 // `directory`. Macros: "NAME=value;NAME=value", for the directives and, when there are any, the attributes.
 // Throws SolutionLoadError; `loadedFiles` is then as it was.
 std::unique_ptr<ProjectElement> loadSolution(const QString &directory, const QString &path, const QString &macros,
-                                             QStringList &loadedFiles);
+                                             QStringList &loadedFiles, SolutionLoadSteps *steps = nullptr);
 
 // The text that saveSolution writes.
 QByteArray solutionText(const ProjectElement &solution);

@@ -2,8 +2,6 @@
 
 #include "project/properties/PropertyGroups.h"
 
-#include <ranges>
-
 using namespace Qt::StringLiterals;
 
 namespace {
@@ -24,7 +22,7 @@ constexpr ToolRow toolRows[GenericOptions::toolCount] = {
 
 } // namespace
 
-bool GenericOptions::load(const QString &path)
+bool GenericOptions::load(const QString &path, QString *error)
 {
     if (path == m_path)
         return true;
@@ -32,8 +30,12 @@ bool GenericOptions::load(const QString &path)
     if (path.isEmpty())
         return true;
     auto document = std::make_unique<XMLPP2>();
-    if (!document->load(path, QString(), false) || !document->root())
+    if (!document->load(path, QString(), false) || !document->root()) {
+        if (error)
+            *error =
+                u"%1:%2: %3"_s.arg(path).arg(document->errorLine() + 1).arg(QString::fromUtf8(document->errorText()));
         return false;
+    }
     m_document = std::move(document);
     m_path = path;
     for (XMLElement *element = m_document->root()->firstChildElement(); element;) {
@@ -58,6 +60,7 @@ void GenericOptions::addProperty(const XMLElement &element)
         if (known && element.hasAttribute("default")) {
             m_defaults.try_emplace(known, known->defaultValue);
             known->defaultValue = QString::fromUtf8(element.attribute("default"));
+            m_schema->noteChange();
         }
         return;
     }
@@ -79,11 +82,13 @@ void GenericOptions::addProperty(const XMLElement &element)
 
 void GenericOptions::forget()
 {
-    for (const auto &[known, text] : m_defaults)
+    for (const auto &[known, text] : m_defaults) {
         known->defaultValue = text;
+        m_schema->noteChange();
+    }
     m_defaults.clear();
-    for (const PropertyClass *known : std::views::reverse(m_registered))
-        m_schema->unregisterPropertyClass(known);
+    for (auto known = m_registered.rbegin(); known != m_registered.rend(); ++known)
+        m_schema->unregisterPropertyClass(*known);
     m_registered.clear();
     m_classes = {};
     m_extraElements.clear();

@@ -10,7 +10,7 @@ class XMLElement;
 
 // What a tool chain adds to the schema, from the children of its file's root:
 //
-//     <property tool="compiler;assembler" name="KEY" type="Enumeration" .../>   a property of these tools
+//     <property tool="compiler;assembler" name="KEY" type="Enumeration" .../>   see GenericPropertyClass
 //     <property name="KEY" default="TEXT"/>                                   another default of one that exists
 //     <group name="KEY" ...> ... </group>                                     see PropertyValueGroupClass
 //
@@ -27,12 +27,13 @@ public:
     ~GenericOptions() { forget(); }
 
     // Puts the file in force in place of the one before; nothing happens when it is that one. False when it
-    // can't be read; then none is in force. An empty path means none.
-    bool load(const QString &path);
+    // can't be read, and why; then none is in force. An empty path means none.
+    bool load(const QString &path, QString *error = nullptr);
     // Takes everything out of the schema again.
     void forget();
 
-    const PropertyClassList &classesOf(Tool tool) const { return m_classes[tool]; }
+    using Classes = QList<const GenericPropertyClass *>;
+    const Classes &classesOf(Tool tool) const { return m_classes[tool]; }
     // Elements of the file that mean nothing here, for whoever knows them.
     const std::vector<std::unique_ptr<XMLNode>> &extraElements() const { return m_extraElements; }
 
@@ -43,7 +44,7 @@ private:
     QString m_path;
     std::unique_ptr<XMLPP2> m_document; // outlives the extra elements, whose text it holds
     std::vector<std::unique_ptr<XMLNode>> m_extraElements;
-    std::array<PropertyClassList, toolCount> m_classes;
+    std::array<Classes, toolCount> m_classes;
     std::vector<const PropertyClass *> m_registered;
     std::map<PropertyClass *, QString> m_defaults; // as they were
 };

@@ -1,5 +1,6 @@
 #include "project/properties/PropertyClass.h"
 
+#include "xml/macros/MacroExpansion.h"
 #include "xml/settings/EnvironmentSettings.h"
 #include "xml/tree/XMLNode.h"
 
@@ -157,7 +158,26 @@ MacroPropertyClass::MacroPropertyClass(const QString &plainName, Kind kind, cons
 
 GenericPropertyClass::GenericPropertyClass(const XMLElement &element)
     : PropertyClass(element), m_enumerates(enumerationOf(element))
-{}
+{
+    if (element.hasAttribute("options"))
+        m_options = QString::fromUtf8(element.attribute("options"));
+}
+
+QStringList GenericPropertyClass::optionsOf(const QString &value) const
+{
+    QStringList options{value};
+    if (isListed() && m_options)
+        options = {m_options->split(u';').value(enumerates().indexOf(value))};
+    else if (type == PropertyType::Boolean)
+        options.clear();
+    else if (type == PropertyType::StringList)
+        options = splitAtSemicolons(value);
+    options.removeAll(QString());
+    if (m_options && !isListed())
+        for (QString &option : options)
+            option.prepend(*m_options);
+    return options;
+}
 
 QStringList GenericPropertyClass::enumerates() const
 {

@@ -110,16 +110,22 @@ public:
     QString macro; // without "$(" and ")"
 };
 
-// A property that a tool chain's description file adds. Its choices have no groups.
+// A property that a tool chain's description file adds. Its choices have no groups. The attribute "options" tells
+// what a value makes of the tool's command line: of an enumeration and a Boolean the options of its values in their
+// order, joined by ";"; of the others what stands before the value. Without it the values are the options, and a
+// Boolean makes none.
 class GenericPropertyClass : public PropertyClass
 {
 public:
     explicit GenericPropertyClass(const XMLElement &element);
 
     QStringList enumerates() const override;
+    // What the value stands for; of a StringList an option an item.
+    QStringList optionsOf(const QString &value) const;
 
 private:
     QStringList m_enumerates;
+    std::optional<QString> m_options;
 };
 
 using PropertyClassList = QList<const PropertyClass *>;

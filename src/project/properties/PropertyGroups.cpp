@@ -147,3 +147,9 @@ const PropertyValueGroupFile *PropertyValueGroupFiles::file(const QString &path)
     }
     return front.file.get();
 }
+
+bool PropertyValueGroupFiles::haveChanged() const
+{
+    return std::any_of(m_files.begin(), m_files.end(),
+                       [](const Loaded &loaded) { return loaded.time != QFileInfo(loaded.path).lastModified(); });
+}

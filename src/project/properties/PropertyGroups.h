@@ -73,6 +73,8 @@ public:
     // for a path ends when that file changes.
     const PropertyValueGroupFile *file(const QString &path);
     void clear() { m_files.clear(); }
+    // Whether a file is another one, or gone, since it was loaded.
+    bool haveChanged() const;
 
 private:
     struct Loaded

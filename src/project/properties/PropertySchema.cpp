@@ -95,8 +95,10 @@ PropertySchema::PropertySchema(Extent extent)
 {
     for (size_t i = 0; i < tableSize; ++i) {
         const PropertyRow &row = propertyRows[i];
-        if (groupRows[size_t(row.group)].extent <= extent)
-            m_byId[i] = registerPropertyClass(classOf(row), row.tools);
+        if (groupRows[size_t(row.group)].extent > extent)
+            continue;
+        m_byId[i] = registerPropertyClass(classOf(row), row.tools);
+        m_ids.insert(m_byId[i], ProjectProperty(i));
     }
     for (const PropertyRow &row : computedRows) {
         m_computed.push_back(classOf(row));
@@ -105,6 +107,29 @@ PropertySchema::PropertySchema(Extent extent)
     for (const MacroRow &row : macroRows)
         m_macros.push_back(std::make_unique<MacroPropertyClass>(text(row.name), MacroPropertyClass::Kind::Project,
                                                                 text(row.longText)));
+}
+
+std::span<const ProjectProperty> PropertySchema::idsOf(const QString &key)
+{
+    static const QHash<QString, std::vector<ProjectProperty>> byKey = [] {
+        QHash<QString, std::vector<ProjectProperty>> made;
+        for (size_t i = 0; i < tableSize; ++i)
+            made[text(propertyRows[i].key)].push_back(ProjectProperty(i));
+        return made;
+    }();
+    const auto found = byKey.constFind(key);
+    return found == byKey.constEnd() ? std::span<const ProjectProperty>() : std::span(*found);
+}
+
+bool PropertySchema::isList(ProjectProperty id)
+{
+    return propertyRows[size_t(id)].type == PropertyType::StringList;
+}
+
+std::optional<ProjectProperty> PropertySchema::idOf(const PropertyClass *propertyClass) const
+{
+    const auto found = m_ids.constFind(propertyClass);
+    return found == m_ids.constEnd() ? std::nullopt : std::optional(*found);
 }
 
 const PropertyClass &PropertySchema::operator[](ProjectProperty id) const
@@ -117,6 +142,7 @@ PropertyClass *PropertySchema::registerPropertyClass(std::unique_ptr<PropertyCla
 {
     PropertyClass *added = m_classes.emplace_back(std::move(propertyClass)).get();
     m_byKey.insert(added->name, added);
+    noteChange();
     if (tools)
         m_tools.insert(added, tools);
     return added;
@@ -131,6 +157,8 @@ std::unique_ptr<PropertyClass> PropertySchema::unregisterPropertyClass(const Pro
     std::unique_ptr<PropertyClass> taken = std::move(*found);
     m_classes.erase(found);
     m_tools.remove(propertyClass);
+    m_ids.remove(propertyClass);
+    noteChange();
     const auto earlier = std::find_if(m_classes.rbegin(), m_classes.rend(),
                                       [&taken](const auto &known) { return known->name == taken->name; });
     if (earlier == m_classes.rend())

@@ -10,24 +10,29 @@ constexpr QChar lead = u'$';
 constexpr int maximumPasses = 100;
 
 // The places where a name is looked up, in their order; null ones are left out.
-struct Lookup
+class TableSource : public MacroSource
 {
-    const SystemMacroTable *table;
-    const MacroMap *maps[3];
+public:
+    TableSource(const SystemMacroTable &table, const MacroMap &macros, bool useGlobal, bool useSystem)
+        : m_table(table),
+          m_maps{&macros, useGlobal ? &table.globalMacros() : nullptr, useSystem ? &table.systemMacros() : nullptr}
+    {}
 
-    std::optional<QString> value(QStringView name) const
+    std::optional<QString> value(const QString &name) override
     {
-        // Not a copy: the view outlives the look-up.
-        const QString key = QString::fromRawData(name.data(), name.size());
-        for (const MacroMap *map : maps) {
+        for (const MacroMap *map : m_maps) {
             if (!map)
                 continue;
-            const auto found = map->constFind(key);
+            const auto found = map->constFind(name);
             if (found != map->constEnd())
-                return table->currentTime(key).value_or(*found);
+                return m_table.currentTime(name).value_or(*found);
         }
         return std::nullopt;
     }
+
+private:
+    const SystemMacroTable &m_table;
+    const MacroMap *const m_maps[3];
 };
 
 // Where the bracket that is open before `from` is closed, or the text's length. Notes a lead character inside.
@@ -46,7 +51,7 @@ qsizetype endOfReference(QStringView text, qsizetype from, bool &isNested)
 }
 
 // One walk over the text. `rescan` is set when another is asked for.
-QString expandOnce(const Lookup &lookup, QStringView text, bool &rescan)
+QString expandOnce(MacroSource &source, QStringView text, bool &rescan)
 {
     QString result;
     result.reserve(text.size());
@@ -74,7 +79,8 @@ QString expandOnce(const Lookup &lookup, QStringView text, bool &rescan)
         const bool isFinal = colon >= 0 && inside.sliced(colon + 1).startsWith(u':');
         if (isFinal)
             rescan = false;
-        if (const auto value = lookup.value(colon < 0 ? inside : inside.first(colon)))
+        const QStringView name = colon < 0 ? inside : inside.first(colon);
+        if (const auto value = source.value(QString::fromRawData(name.data(), name.size()))) // no copy
             result += *value;
         else if (colon < 0)
             result += reference;
@@ -89,15 +95,19 @@ QString expandOnce(const Lookup &lookup, QStringView text, bool &rescan)
 QString expandMacros(const SystemMacroTable &table, const MacroMap &macros, const QString &text, bool useGlobal,
                      bool useSystem)
 {
+    TableSource source(table, macros, useGlobal, useSystem);
+    return expandMacros(source, text);
+}
+
+QString expandMacros(MacroSource &source, const QString &text)
+{
     if (!text.contains(lead))
         return text;
-    const Lookup lookup{
-        &table, {&macros, useGlobal ? &table.globalMacros() : nullptr, useSystem ? &table.systemMacros() : nullptr}};
     QString current = text;
     qsizetype written = 0;
     for (int pass = 0; pass < maximumPasses; ++pass) {
         bool rescan = false;
-        QString next = expandOnce(lookup, current, rescan);
+        QString next = expandOnce(source, current, rescan);
         written += next.size();
         if (next.size() > maximumExpandedLength || written > 4 * maximumExpandedLength)
             break;

@@ -2,6 +2,7 @@
 
 #include <QMap>
 #include <QString>
+#include <optional>
 
 class SystemMacroTable;
 
@@ -19,6 +20,16 @@ using MacroMap = QMap<QString, QString>;
 QString expandMacros(const SystemMacroTable &table, const MacroMap &macros, const QString &text, bool useGlobal,
                      bool useSystem);
 constexpr qsizetype maximumExpandedLength = 1 << 20; // characters
+
+// Where the names of a text are looked up, for who has more than a map.
+class MacroSource
+{
+public:
+    virtual ~MacroSource() = default;
+    // None: there is no such macro. The name's text may end with the call.
+    virtual std::optional<QString> value(const QString &name) = 0;
+};
+QString expandMacros(MacroSource &source, const QString &text);
 
 // With the macros of the map alone.
 QString expandWith(const MacroMap &macros, const QString &text);

@@ -10,18 +10,19 @@ namespace {
 // How a time macro is made: a format of QDateTime, or null for the seconds since the epoch.
 struct TimeMacro
 {
-    const char *name, *format, *description;
+    QLatin1StringView name;
+    const char *format, *description;
 };
 constexpr TimeMacro timeMacros[] = {
-    {"Date", "d MMMM yyyy", "The current date."},
-    {"DateYear", "yyyy", "The current year."},
-    {"DateMonth", "MM", "The current month, two digits."},
-    {"DateDay", "dd", "The current day of the month, two digits."},
-    {"Time", "hh:mm:ss", "The current time."},
-    {"TimeHour", "hh", "The current hour, two digits."},
-    {"TimeMinute", "mm", "The current minute, two digits."},
-    {"TimeSecond", "ss", "The current second, two digits."},
-    {"UnixTime", nullptr, "The seconds since the start of 1970."},
+    {"Date"_L1, "d MMMM yyyy", "The current date."},
+    {"DateYear"_L1, "yyyy", "The current year."},
+    {"DateMonth"_L1, "MM", "The current month, two digits."},
+    {"DateDay"_L1, "dd", "The current day of the month, two digits."},
+    {"Time"_L1, "hh:mm:ss", "The current time."},
+    {"TimeHour"_L1, "hh", "The current hour, two digits."},
+    {"TimeMinute"_L1, "mm", "The current minute, two digits."},
+    {"TimeSecond"_L1, "ss", "The current second, two digits."},
+    {"UnixTime"_L1, nullptr, "The seconds since the start of 1970."},
 };
 
 struct FixedMacro
@@ -71,10 +72,12 @@ void addAll(SystemMacroTable &table, std::span<const FixedMacro> rows)
 
 } // namespace
 
+quint64 SystemMacroTable::s_changeCount = 0;
+
 SystemMacroTable::SystemMacroTable()
 {
     for (const TimeMacro &row : timeMacros)
-        addSystemMacro(text(row.name), currentTime(text(row.name)).value(), text(row.description));
+        addSystemMacro(row.name, currentTime(row.name).value(), text(row.description));
     addAll(*this, hostMacros);
 }
 
@@ -89,6 +92,7 @@ void SystemMacroTable::addSystemMacro(const QString &name, const QString &value,
     if (!description.isEmpty())
         m_descriptions.append({name, description});
     m_system.insert(name, value);
+    ++s_changeCount;
 }
 
 void SystemMacroTable::addSystemMacro(const QString &name, const QDir &path, const QString &description)
@@ -123,12 +127,13 @@ void SystemMacroTable::setGlobalMacros(const QStringList &entries)
     m_global.clear();
     for (const QString &entry : entries)
         m_global.insert(entry.section(u'=', 0, 0), entry.section(u'=', 1));
+    ++s_changeCount;
 }
 
 std::optional<QString> SystemMacroTable::currentTime(const QString &name) const
 {
     for (const TimeMacro &row : timeMacros) {
-        if (name != QLatin1StringView(row.name))
+        if (name != row.name)
             continue;
         const QDateTime now = m_clock();
         return row.format ? now.toString(text(row.format)) : QString::number(now.toSecsSinceEpoch());

@@ -46,10 +46,27 @@ public:
     using Clock = QDateTime (*)();
     void setClock(Clock clock) { m_clock = clock; }
 
+    // Counts whatever may give a macro another value, in all tables there are.
+    static quint64 changeCount() { return s_changeCount; }
+
 private:
+    // Notices that one table is assigned to another.
+    struct Assignments
+    {
+        Assignments() = default;
+        Assignments(const Assignments &) { ++s_changeCount; }
+        Assignments &operator=(const Assignments &)
+        {
+            ++s_changeCount;
+            return *this;
+        }
+    };
+    static quint64 s_changeCount;
+
     MacroMap m_system, m_global;
     QList<Description> m_descriptions;
     Clock m_clock = QDateTime::currentDateTime;
+    Assignments m_assignments;
 };
 
 // The version as one number: the major digit, two digits of the minor text, and two for the place in the

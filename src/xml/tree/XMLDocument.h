@@ -55,6 +55,14 @@ public:
     const QByteArray &errorText() const { return m_errorText; }
     quint32 errorLine() const { return m_errorLine; }
 
+    // The innermost element that the last parse found open at the end of its text; no name: there was none.
+    struct OpenElement
+    {
+        QByteArray name;
+        quint32 line = 0; // from 0, of its start
+    };
+    const OpenElement &openElement() const { return m_openElement; }
+
     // Keep indent and wrap width in the document and write it all. write() is always true, the stream knows
     // its errors; the file is replaced whole or stays as it was.
     bool write(FILE *stream, quint32 indent, quint32 wrapWidth);
@@ -81,6 +89,7 @@ private:
     QByteArray m_doctype, m_version, m_encoding;
     QByteArray m_errorText;
     quint32 m_errorLine = 0;
+    OpenElement m_openElement;
     quint32 m_indent = 0;
     quint32 m_wrapWidth = 0;
     const bool m_keepText;

@@ -4,14 +4,20 @@
 
 XMLElement::~XMLElement()
 {
+    XMLElement::removeAttributes();
+    if (m_attributeCapacity)
+        delete[] m_attributes;
+}
+
+void XMLElement::removeAttributes()
+{
     if (m_hasOwnStrings) {
         for (const XMLAttribute &attribute : XMLElement::attributes()) {
             drop(attribute.name());
             drop(attribute.value());
         }
     }
-    if (m_attributeCapacity)
-        delete[] m_attributes;
+    m_attributeCount = 0;
 }
 
 XMLAttribute *XMLElement::find(QByteArrayView name) const

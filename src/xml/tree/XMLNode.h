@@ -133,6 +133,7 @@ public:
     // Replaces the value where the name exists already (compared exactly), otherwise adds the pair at the end.
     virtual void setAttribute(const XMLText &name, const XMLText &value);
     virtual void removeAttribute(QByteArrayView name);
+    virtual void removeAttributes(); // all
     virtual bool hasAttribute(QByteArrayView name) const { return find(name); }
     // Null for an absent attribute and for a null value.
     virtual QByteArrayView attribute(QByteArrayView name) const;

@@ -96,6 +96,9 @@ bool XMLParser::parse()
         if (ok)
             parseCharacterData();
     }
+    m_document.m_openElement = {};
+    if (!m_open.empty())
+        m_document.m_openElement = {m_open.back()->name().toByteArray(), m_open.back()->line()};
     m_open.clear();
     m_document.setRoot(std::move(m_root));
     return ok;

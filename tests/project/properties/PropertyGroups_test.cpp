@@ -115,8 +115,9 @@ TEST(GenericOptions, ExtendTheSchemaUntilTheyAreForgotten)
     EXPECT_EQ(cpu->group, u"C/C++"_s);
     EXPECT_EQ(cpu->enumerates(), QStringList({u"m0"_s, u"m3"_s}));
     EXPECT_EQ(schema.toolsOf(cpu), 0b1'1100u);
-    EXPECT_EQ(options.classesOf(GenericOptions::Assembler), PropertyClassList({cpu}));
-    EXPECT_EQ(options.classesOf(GenericOptions::Compiler), PropertyClassList({cpu}));
+    const GenericOptions::Classes theCpu{static_cast<const GenericPropertyClass *>(cpu)};
+    EXPECT_EQ(options.classesOf(GenericOptions::Assembler), theCpu);
+    EXPECT_EQ(options.classesOf(GenericOptions::Compiler), theCpu);
     EXPECT_TRUE(options.classesOf(GenericOptions::CCompiler).isEmpty());
     EXPECT_EQ(schema.propertyClassNamed(u"macros"_s)->group, u"Linker"_s);
     EXPECT_EQ(schema[ProjectProperty::linker_map_file].defaultValue, u"Maybe"_s);

@@ -1,0 +1,13 @@
+#include "build/commands/CommandRecord.h"
+
+#include <cstdlib>
+
+// The input is a record without its checksum. What is accepted must come back from being written.
+extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
+{
+    const QByteArray input(reinterpret_cast<const char *>(data), qsizetype(size));
+    CommandRecord record, again;
+    if (record.fromBytes(CommandRecord::withChecksum(input)) && !again.fromBytes(record.toBytes()))
+        std::abort();
+    return 0;
+}

@@ -1,0 +1,6 @@
+#include "toolchain/SmallTools.h"
+
+int main(int argumentCount, char **arguments)
+{
+    return runSmallTool(makeHeaderTool, {arguments, size_t(argumentCount)}, VN_VERSION);
+}

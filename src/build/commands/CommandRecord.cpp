@@ -1,0 +1,220 @@
+#include "build/commands/CommandRecord.h"
+
+#include "base/ByteCursor.h"
+
+#include <QDir>
+#include <QFileInfo>
+#include <cstdio>
+
+using namespace Qt::StringLiterals;
+
+static constexpr quint32 magic = 0x52434E56; // "VNCR"
+static constexpr quint32 version = 1;
+static constexpr quint64 outputBytes = 4 + 8 + 8 + 8 + 4; // without dependencies
+static constexpr quint32 noIndex = ~0u;
+
+// Eight bytes at a time by multiplication and shift. It tells changes apart and keeps no secrets.
+static quint64 hashBytes(quint64 hash, const void *bytes, size_t size)
+{
+    const auto *p = static_cast<const uchar *>(bytes);
+    const auto mix = [&hash](quint64 word) {
+        hash = (hash ^ word) * 0x9E3779B97F4A7C15u; // 2^64 / golden ratio
+        hash ^= hash >> 32;
+    };
+    mix(size);
+    for (; size >= 8; size -= 8, p += 8)
+        mix(qFromLittleEndian<quint64>(p));
+    quint64 rest = 0;
+    if (size)
+        std::memcpy(&rest, p, size);
+    mix(rest);
+    return hash;
+}
+
+static quint64 hashTexts(quint64 hash, const QStringList &texts)
+{
+    const quint64 count = quint64(texts.size());
+    hash = hashBytes(hash, &count, sizeof count);
+    for (const QString &text : texts)
+        hash = hashBytes(hash, text.utf16(), size_t(text.size()) * sizeof(char16_t));
+    return hash;
+}
+
+quint64 commandHash(const QString &directory, const QStringList &arguments, const QStringList &inputs)
+{
+    const quint64 hash = hashTexts(hashTexts(hashTexts(0, {directory}), arguments), inputs);
+    return hash ? hash : 1; // 0 stands for none
+}
+
+CommandRecord::CommandRecord(const QString &path) : m_path(path)
+{
+    QFile file(path);
+    if (file.open(QFile::ReadOnly))
+        fromBytes(file.readAll());
+}
+
+std::optional<quint64> CommandRecord::command(const QString &output) const
+{
+    const auto found = m_outputs.constFind(output);
+    if (found == m_outputs.cend() || !found->command)
+        return std::nullopt;
+    return found->command;
+}
+
+void CommandRecord::setCommand(const QString &output, quint64 hash)
+{
+    Output &known = m_outputs[output];
+    m_isChanged |= known.command != hash;
+    known.command = hash;
+}
+
+std::optional<std::span<const quint32>> CommandRecord::dependencies(const QString &output, const FileStamp &stamp) const
+{
+    const auto found = m_outputs.constFind(output);
+    if (found == m_outputs.cend() || found->stamp != stamp || !stamp.time)
+        return std::nullopt;
+    return found->dependencies;
+}
+
+void CommandRecord::setDependencies(const QString &output, const FileStamp &stamp, const QStringList &dependencies)
+{
+    Output &known = m_outputs[output];
+    known.stamp = stamp;
+    known.dependencies.clear();
+    for (const QString &path : dependencies)
+        known.dependencies.push_back(pathIndex(path));
+    m_isChanged = true;
+}
+
+void CommandRecord::forget(const QString &output)
+{
+    m_isChanged |= m_outputs.remove(output);
+}
+
+quint32 CommandRecord::pathIndex(const QString &path)
+{
+    if (m_indices.isEmpty())
+        for (quint32 i = 0; i < quint32(m_paths.size()); ++i)
+            m_indices.insert(m_paths[i], i);
+    const auto known = m_indices.constFind(path);
+    if (known != m_indices.cend())
+        return *known;
+    m_paths += path;
+    return *m_indices.insert(path, quint32(m_paths.size() - 1));
+}
+
+void CommandRecord::clear()
+{
+    m_paths.clear();
+    m_indices.clear();
+    m_outputs.clear();
+}
+
+// Not flushed to the disk: after a crash of the machine the checksum tells, and a lost record costs little.
+bool CommandRecord::save()
+{
+    if (!m_isChanged || m_path.isEmpty())
+        return true;
+    QDir().mkpath(QFileInfo(m_path).path());
+    QFile file(m_path + u".new"_s);
+    const QByteArray bytes = toBytes();
+    if (!file.open(QFile::WriteOnly) || file.write(bytes) != bytes.size() || !file.flush())
+        return false;
+    file.close();
+    if (std::rename(QFile::encodeName(file.fileName()).constData(), QFile::encodeName(m_path).constData()) != 0)
+        return false;
+    m_isChanged = false;
+    return true;
+}
+
+static void append(QByteArray &bytes, quint64 value, quint32 size)
+{
+    const qsizetype at = bytes.size();
+    bytes.resize(at + size);
+    insertInteger(bytes.data(), at, value, size, false);
+}
+
+// Only the paths that are still in use are written.
+QByteArray CommandRecord::toBytes() const
+{
+    QByteArray paths, outputs;
+    QHash<QString, quint32> indices;
+    std::vector<quint32> newIndex(size_t(m_paths.size()), noIndex);
+    const auto indexOf = [&](const QString &path) {
+        const auto known = indices.constFind(path);
+        if (known != indices.cend())
+            return *known;
+        (paths += path.toUtf8()) += '\0';
+        return *indices.insert(path, quint32(indices.size()));
+    };
+    for (const auto &[path, output] : m_outputs.asKeyValueRange()) {
+        append(outputs, indexOf(path), 4);
+        append(outputs, output.command, 8);
+        append(outputs, quint64(output.stamp.time), 8);
+        append(outputs, quint64(output.stamp.size), 8);
+        append(outputs, output.dependencies.size(), 4);
+        for (const quint32 old : output.dependencies) {
+            if (newIndex[old] == noIndex)
+                newIndex[old] = indexOf(m_paths[old]);
+            append(outputs, newIndex[old], 4);
+        }
+    }
+    QByteArray bytes;
+    bytes.reserve(paths.size() + outputs.size() + 24);
+    append(bytes, magic, 4);
+    append(bytes, version, 4);
+    append(bytes, quint64(indices.size()), 4);
+    bytes += paths;
+    append(bytes, quint64(m_outputs.size()), 4);
+    bytes += outputs;
+    return withChecksum(bytes);
+}
+
+QByteArray CommandRecord::withChecksum(const QByteArray &bytes)
+{
+    QByteArray checked = bytes;
+    append(checked, hashBytes(0, bytes.constData(), size_t(bytes.size())), 8);
+    return checked;
+}
+
+bool CommandRecord::fromBytes(QByteArrayView bytes)
+{
+    clear();
+    ByteCursor whole(std::span(reinterpret_cast<const quint8 *>(bytes.data()), size_t(bytes.size())), false);
+    const quint64 size = quint64(qMax(bytes.size() - 8, 0));
+    ByteCursor in = whole.take(size);
+    if (whole.readU64() != hashBytes(0, bytes.data(), size) || whole.failed())
+        return false;
+    if (in.readU32() != magic || in.readU32() != version)
+        return false;
+    for (quint32 count = in.readU32(); count && !in.failed(); --count)
+        m_paths += QString::fromUtf8(in.readString());
+    bool isGood = true;
+    const auto readPath = [&] {
+        const quint32 index = in.readU32();
+        isGood &= index < quint32(m_paths.size());
+        return index;
+    };
+    const quint32 outputs = in.readU32();
+    isGood = outputs <= quint64(in.remaining()) / outputBytes;
+    if (isGood)
+        m_outputs.reserve(outputs);
+    for (quint32 i = 0; i < outputs && isGood; ++i) {
+        const quint32 path = readPath();
+        Output output;
+        output.command = in.readU64();
+        output.stamp = {qint64(in.readU64()), qint64(in.readU64())};
+        const quint32 count = in.readU32();
+        isGood &= count <= quint64(in.remaining()) / 4;
+        if (!isGood)
+            break;
+        output.dependencies.reserve(count);
+        for (quint32 k = 0; k < count; ++k)
+            output.dependencies.push_back(readPath());
+        m_outputs.insert(m_paths[path], std::move(output));
+    }
+    isGood &= !in.failed() && in.atEnd();
+    if (!isGood)
+        clear();
+    return isGood;
+}

@@ -1,0 +1,76 @@
+#pragma once
+
+#include <QHash>
+#include <QStringList>
+#include <optional>
+#include <span>
+#include <vector>
+
+// A number for a command by which a changed one is known: the order of its arguments counts. `inputs`: what a
+// file names to it.
+quint64 commandHash(const QString &directory, const QStringList &arguments, const QStringList &inputs = {});
+
+// By which a file's change is known.
+struct FileStamp
+{
+    qint64 time = 0; // of the last change, nanoseconds since 1970; 0: there is none
+    qint64 size = 0;
+
+    friend bool operator==(const FileStamp &, const FileStamp &) = default;
+};
+
+// What the builds of a project in a configuration have run, kept beside its intermediate files: for each output the
+// command that made it, and what that was made from, so that the next build needn't read the compilers' files.
+//
+// The file, little-endian:
+//
+//     "VNCR"  u32 version
+//     u32 paths     each UTF-8, ended by NUL
+//     u32 outputs   each u32 path, u64 commandHash (0: none), i64 time, i64 size, u32 count, count times u32 path
+//     u64 checksum  of all before
+//
+// Paths are indices into the list of paths. One that is damaged, of another version or not there has no records.
+class CommandRecord
+{
+public:
+    CommandRecord() = default;
+    // Of the file, if there is one.
+    explicit CommandRecord(const QString &path);
+
+    // None when it isn't known what made the output.
+    std::optional<quint64> command(const QString &output) const;
+    void setCommand(const QString &output, quint64 hash);
+
+    // What the output was made from, if that was noted when the stamp was this; indices of paths().
+    std::optional<std::span<const quint32>> dependencies(const QString &output, const FileStamp &stamp) const;
+    void setDependencies(const QString &output, const FileStamp &stamp, const QStringList &dependencies);
+    // Everything that is mentioned: who asks often for files' times keeps them beside it.
+    const QStringList &paths() const { return m_paths; }
+
+    void forget(const QString &output);
+
+    // Replaces the file, its directory being made, if there is something new; false when it can't be written.
+    // Outputs that weren't mentioned since the record was read stay.
+    bool save();
+
+    QByteArray toBytes() const;
+    bool fromBytes(QByteArrayView bytes); // false, without records, for what toBytes can't have written
+    static QByteArray withChecksum(const QByteArray &bytes);
+
+private:
+    struct Output
+    {
+        quint64 command = 0;
+        FileStamp stamp;
+        std::vector<quint32> dependencies;
+    };
+
+    quint32 pathIndex(const QString &path);
+    void clear();
+
+    QString m_path;
+    QStringList m_paths;
+    QHash<QString, quint32> m_indices; // of paths; filled when something is first noted
+    QHash<QString, Output> m_outputs;
+    bool m_isChanged = false;
+};

@@ -1,0 +1,268 @@
+#include "build/commands/CommandRows_p.h"
+
+#include "build/commands/CommandText.h"
+#include "project/model/ProjectSystem.h"
+
+#include <QDir>
+#include <QFileInfo>
+
+using namespace Qt::StringLiterals;
+
+namespace {
+
+using enum ArgumentForm;
+using enum ProjectProperty;
+
+constexpr BuildTools c = buildToolBit(BuildTool::CCompile), cpp = buildToolBit(BuildTool::CppCompile),
+                     assembler = buildToolBit(BuildTool::Assemble), linker = buildToolBit(BuildTool::Link),
+                     archiver = buildToolBit(BuildTool::Archive), compilers = c | cpp, sources = compilers | assembler,
+                     all = sources | linker | archiver;
+
+// tools, form, text, property
+constexpr CommandRow rows[] = {
+    {all, Program, "$(StudioDir)/bin/cc"},
+    {all, UnlessYes, "-v", build_quietly},
+    {all, IfYes, "-we", build_treat_warnings_as_errors},
+    {all, IfYes, "-w", build_suppress_warnings},
+    {linker | archiver, InputsFile, "-inputfiles"},
+
+    {sources, Text, "-c"},
+    {assembler, Text, "-xasm"},
+    {c, Text, "-xc"},
+    {cpp, Text, "-xc++"},
+    {sources, Source, ""},
+    {cpp, IfYes, "-exceptions", cpp_enable_exceptions},
+    {cpp, IfYes, "-rtti", cpp_enable_rtti},
+    {sources, IfYes, "-g", build_debug_information},
+    {sources, Includes, "-I", c_user_include_directories},
+    {sources, Groups, ""},
+    {sources, EscapedItems, "-D", c_preprocessor_definitions},
+    {sources, VerbatimItems, "-U", c_preprocessor_undefinitions},
+    {sources, Dependencies, "-depend"},
+    {sources, Section, "-Rc,", default_code_section},
+    {sources, Section, "-Rd,", default_data_section},
+    {sources, Section, "-Rz,", default_zeroed_section},
+    {sources, Section, "-Rk,", default_const_section},
+    {compilers, ToolOptions, "-Wc,"},
+    {assembler, ToolOptions, "-Wa,"},
+    {compilers, EscapedItems, "-Wc,", c_additional_options},
+    {compilers, OptionsFile, "-Wc,", c_additional_options_from_file},
+    {c, EscapedItems, "-Wc,", c_only_additional_options},
+    {c, OptionsFile, "-Wc,", c_only_additional_options_from_file},
+    {cpp, EscapedItems, "-Wc,", cpp_only_additional_options},
+    {cpp, OptionsFile, "-Wc,", cpp_only_additional_options_from_file},
+    {assembler, EscapedItems, "-Wa,", asm_additional_options},
+    {assembler, OptionsFile, "-Wa,", asm_additional_options_from_file},
+
+    {archiver, Text, "-ar"},
+
+    {linker, Script, "-T", link_linker_script_file},
+    {linker, MemoryMap, "-memorymap", linker_memory_map_file},
+    {linker, Pair, "-memorymapmacros", linker_memory_map_macros},
+    {linker, Pair, "-placementsegments", linker_section_placements_segments},
+    {linker, Placement, "-placement", linker_section_placement_file},
+    {linker, Pair, "-placementmacros", linker_section_placement_macros},
+    {linker, IfYes, "-exceptions", cpp_enable_exceptions},
+    {linker, IfYes, "-rtti", cpp_enable_rtti},
+    {linker, Printf, "-printf="},
+    {linker, Scanf, "-scanf="},
+    {linker, Joined, "-F", linker_output_format},
+    {linker, IfNo, "-l-", link_include_standard_libraries},
+    {linker, IfYes, "-M", linker_map_file},
+    {linker, Items, "-d", link_symbol_definitions},
+    {linker, Items, "-K", linker_keep_symbols},
+    {linker, ToolOptions, "-Wl,"},
+    {linker, EscapedItems, "-Wl,", linker_additional_options},
+    {linker, OptionsFile, "-Wl,", linker_additional_options_from_file},
+    {linker, Pair, "-patch", linker_patch_build_command},
+
+    {all, Target, "-o"},
+};
+
+} // namespace
+
+std::span<const CommandRow> commandRows()
+{
+    return rows;
+}
+
+ArgumentRows::ArgumentRows(ToolCommands &tools, const StandardProjectSystem &system,
+                                   const GenericOptions &genericOptions, const ToolRequest &request)
+    : m_tools(tools), m_system(system), m_genericOptions(genericOptions), m_request(request)
+{
+    if (request.element->type() == ProjectElement::Type::Folder)
+        m_unityMacros = unityMacros(system, request.element, request.configuration);
+}
+
+void ArgumentRows::add(const CommandRow &row)
+{
+    const QString raw = value(row.property);
+    switch (row.form) {
+    case Text: return addText(row);
+    case Program: return addPair({}, expand(QString::fromLatin1(row.text)));
+    case IfYes: return raw == "Yes"_L1 ? addText(row) : void();
+    case IfNo: return raw == "No"_L1 ? addText(row) : void();
+    case UnlessYes: return raw != "Yes"_L1 ? addText(row) : void();
+    case Joined: return raw != "None"_L1 ? addEach(row, {expand(raw)}) : void();
+    case Pair: return addPair(row, expand(raw));
+    case Items: return addExpanded(row, raw.split(u';', Qt::SkipEmptyParts));
+    case EscapedItems: return addExpanded(row, splitAtSemicolons(raw));
+    case VerbatimItems: return addEach(row, splitAtSemicolons(raw));
+    case Section: return raw != m_system.schema()[row.property].defaultValue ? addEach(row, {expand(raw)}) : void();
+    case Includes: return addIncludes(row);
+    case Groups: return addGroups();
+    case OptionsFile: return addOptionsFile(row);
+    case ToolOptions: return addToolOptions(row);
+    case Printf: return addEach(row, {printfCode()});
+    case Scanf: return addEach(row, {scanfCode()});
+    case Script: {
+        const auto path = m_tools.linkerScript(m_request.element, m_request.configuration);
+        return addEach(row, {path.value_or(QString())});
+    }
+    case MemoryMap:
+        return addFile(row, row.property, m_tools.memoryMapFile(m_request.element, m_request.configuration));
+    case Placement:
+        return addFile(row, row.property, m_tools.sectionPlacementFile(m_request.element, m_request.configuration));
+    case InputsFile:
+        isOwn = true;
+        return addPair(row, m_system.relativePath(m_request.element, m_tools.inputsFileName(m_request)));
+    case Dependencies:
+        isOwn = true;
+        if (m_request.flags & BuildFlag::noDepend)
+            return;
+        return addPair(row,
+                       m_tools.dependencyFileName(m_request.element, m_request.configuration, m_request.target, false));
+    case Source: isOwn = true; return addPair(row, m_request.inputs.value(0));
+    case Target: isOwn = true; return addPair(row, m_request.target);
+    }
+}
+
+QString ArgumentRows::value(ProjectProperty property) const
+{
+    return m_system.value(m_request.element, property, m_request.configuration);
+}
+
+QString ArgumentRows::expand(const QString &text)
+{
+    return m_system.expand(m_request.element, m_request.configuration, text, m_unityMacros, &isOwn);
+}
+
+void ArgumentRows::addText(const CommandRow &row)
+{
+    arguments += QString::fromLatin1(row.text);
+}
+
+void ArgumentRows::addPair(const CommandRow &row, const QString &text)
+{
+    if (text.isEmpty())
+        return;
+    if (row.text && *row.text)
+        addText(row);
+    arguments += text;
+}
+
+void ArgumentRows::addEach(const CommandRow &row, const QStringList &items)
+{
+    for (const QString &item : items)
+        if (!item.isEmpty())
+            arguments += QLatin1StringView(row.text) + item;
+}
+
+void ArgumentRows::addExpanded(const CommandRow &row, const QStringList &items)
+{
+    for (const QString &item : items)
+        addEach(row, {expand(item)});
+}
+
+void ArgumentRows::addFile(const CommandRow &row, ProjectProperty property, const std::optional<QString> &path)
+{
+    expandedValue(property); // for what it depends on
+    if (path)
+        addPair(row, m_system.relativePath(m_request.element, *path));
+}
+
+QString ArgumentRows::normalizedInclude(const QString &directory) const
+{
+    return QDir::isAbsolutePath(directory) ? normalizedPath(directory) : directory;
+}
+
+void ArgumentRows::addIncludes(const CommandRow &row)
+{
+    for (const QString &item : value(row.property).split(u';', Qt::SkipEmptyParts))
+        addEach(row, {normalizedInclude(expand(item))});
+}
+
+void ArgumentRows::addGroups()
+{
+    using Contribution = PropertyValueGroupClass::Contribution;
+    for (const Contribution *one : m_system.groupContributions(m_request.element, m_request.configuration)) {
+        if (one->kind == Contribution::Define)
+            arguments += u"-D"_s + expand(one->text());
+        else if (one->kind == Contribution::Include)
+            arguments += u"-I"_s + normalizedInclude(expand(one->text()));
+    }
+}
+
+void ArgumentRows::addOptionsFile(const CommandRow &row)
+{
+    const QString name = expandedValue(row.property);
+    if (name.isEmpty())
+        return;
+    const QString path = m_system.absolutePath(m_request.element, name);
+    if (!loadOptionsFile(path, arguments, QString::fromLatin1(row.text)) && error.isEmpty())
+        error = u"Cannot load options file: "_s + name;
+}
+
+void ArgumentRows::addToolOptions(const CommandRow &row)
+{
+    struct ToolRow
+    {
+        GenericOptions::Tool tool;
+        BuildTools tools;
+    };
+    static constexpr ToolRow toolRows[] = {
+        {GenericOptions::Assembler, assembler}, {GenericOptions::Compiler, compilers}, {GenericOptions::CCompiler, c},
+        {GenericOptions::CppCompiler, cpp},     {GenericOptions::Linker, linker},
+    };
+    const BuildTools tool = BuildTools(1) << int(m_request.kind);
+    for (const ToolRow &toolRow : toolRows) {
+        if (!(toolRow.tools & tool))
+            continue;
+        for (const GenericPropertyClass *known : m_genericOptions.classesOf(toolRow.tool)) {
+            const QString text = m_system.value(m_request.element, *known, m_request.configuration);
+            for (const QString &option : known->optionsOf(text))
+                addEach(row, {expand(option)});
+        }
+    }
+}
+
+// i, l, ll: the largest integer; d, f: floating point, double or float; p: width and precision, which floating
+// point brings along; w: wide characters.
+QString ArgumentRows::printfCode() const
+{
+    const QString level = value(linker_printf_fmt_level), floating = value(linker_printf_fp_enabled);
+    QString code;
+    if (floating == "No"_L1)
+        code = level == "int"_L1 ? u"i"_s : u"l"_s;
+    else
+        code = floating == "Double"_L1 || floating == "Yes"_L1 ? u"d"_s : u"f"_s;
+    if (level == "long long"_L1)
+        code += floating == "No"_L1 ? "l"_L1 : "ll"_L1;
+    if (floating == "No"_L1 && value(linker_printf_width_precision_supported) == "Yes"_L1)
+        code += u'p';
+    if (value(linker_printf_wchar_enabled) == "Yes"_L1)
+        code += u'w';
+    return code;
+}
+
+// As of printf, c: groups of characters.
+QString ArgumentRows::scanfCode() const
+{
+    const QString level = value(linker_scanf_fmt_level);
+    QString code = level == "int"_L1 ? u"i"_s : level == "long long"_L1 ? u"ll"_s : u"l"_s;
+    if (value(linker_scanf_fp_enabled) == "Yes"_L1)
+        code = level == "long long"_L1 ? u"dll"_s : u"d"_s;
+    if (value(linker_scanf_character_group_matching_enabled) == "Yes"_L1)
+        code += u'c';
+    return code;
+}

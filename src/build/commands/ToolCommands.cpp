@@ -1,0 +1,424 @@
+#include "build/commands/ToolCommands.h"
+
+#include "build/commands/Builder.h"
+#include "build/commands/CommandRows_p.h"
+#include "build/commands/CommandText.h"
+#include "project/model/ProjectSystem.h"
+
+#include <QDir>
+#include <QFileInfo>
+
+using namespace Qt::StringLiterals;
+
+using enum ToolKind;
+
+ToolCommands::ToolCommands(StandardProjectSystem &system, BuildState &state)
+    : m_system(system), m_state(state), m_genericOptions(&system.schema())
+{}
+
+ToolCommands::~ToolCommands() = default;
+
+void ToolCommands::refresh()
+{
+    m_templates.clear();
+    m_directories.clear();
+}
+
+// ---- Names ------------------------------------------------------------------------------------------------
+
+QString ToolCommands::expandedValue(const ProjectElement *element, ProjectProperty property,
+                                    const QString &configuration) const
+{
+    if (element->type() != ProjectElement::Type::Folder)
+        return m_system.expandedValue(element, property, configuration);
+    return m_system.expand(element, configuration, m_system.value(element, property, configuration),
+                           unityMacros(m_system, element, configuration));
+}
+
+void ToolCommands::makeDirectory(const QString &path)
+{
+    if (m_directories.contains(path))
+        return;
+    QDir().mkpath(path);
+    m_directories.insert(path);
+}
+
+QString ToolCommands::intermediateDirectory(const ProjectElement *element, const QString &configuration) const
+{
+    return m_system.absolutePath(element,
+                                 expandedValue(element, ProjectProperty::build_intermediate_directory, configuration));
+}
+
+QString ToolCommands::intermediatePath(const ProjectElement *element, const QString &configuration, const QString &name)
+{
+    const QString directory = intermediateDirectory(element, configuration);
+    makeDirectory(directory);
+    return directory + u'/' + name;
+}
+
+QString ToolCommands::dependencyPath(const ProjectElement *element, const QString &configuration, const QString &object,
+                                     bool absolute) const
+{
+    const QString own = expandedValue(element, ProjectProperty::build_dependency_file_name, configuration);
+    if (!own.isEmpty())
+        return absolute ? m_system.absolutePath(element, own) : own;
+    const QStringView fileName = QStringView(object).sliced(object.lastIndexOf(u'/') + 1);
+    const qsizetype dot = fileName.indexOf(u'.');
+    const QString directory =
+        absolute ? intermediateDirectory(element, configuration)
+                 : expandedValue(element, ProjectProperty::build_intermediate_directory, configuration);
+    const QStringView baseName = dot < 0 ? fileName : fileName.first(dot);
+    QString path = directory.isEmpty() ? QString() : directory + u'/';
+    return path.append(baseName).append(".d"_L1);
+}
+
+QString ToolCommands::dependencyFileName(const ProjectElement *element, const QString &configuration,
+                                         const QString &object, bool absolute)
+{
+    QString path = dependencyPath(element, configuration, object, absolute);
+    if (absolute)
+        makeDirectory(path.first(path.lastIndexOf(u'/')));
+    return path;
+}
+
+QStringList ToolCommands::readDependencies(const ProjectElement *element, const QString &configuration,
+                                           const QString &object)
+{
+    return readDependencyFile(dependencyPath(element, configuration, object, true));
+}
+
+QString ToolCommands::outputName(ToolKind kind, const ProjectElement *element, const QString &configuration,
+                                 bool absolute)
+{
+    const bool isProject = element->type() == ProjectElement::Type::Project;
+    const auto name = [&](ProjectProperty property) {
+        const QString text = expandedValue(element, property, configuration);
+        return absolute && !text.isEmpty() ? m_system.absolutePath(element, text) : text;
+    };
+    switch (kind) {
+    case None:
+    case Excluded: return QString();
+    case CCompile:
+    case CppCompile:
+    case Assemble: return name(ProjectProperty::build_object_file_name);
+    case External:
+        return isProject ? name(ProjectProperty::external_build_file_name) : m_system.path(element, configuration);
+    case Link: return name(ProjectProperty::build_output_file_name);
+    case Archive: return name(ProjectProperty::build_library_file_name);
+    case Stage: return isProject ? QString() : name(ProjectProperty::stage_output_filepath);
+    case Combine: return isProject ? name(ProjectProperty::combine_output_filepath) : QString();
+    }
+    return QString();
+}
+
+bool ToolCommands::hasCppFile(const ProjectElement *element, const QString &configuration)
+{
+    return ::hasCppFile(m_system, element, configuration);
+}
+
+// The target's name with another ending, in its directory.
+static QString besideTarget(const QString &target, const QString &ending)
+{
+    const qsizetype name = target.lastIndexOf(u'/') + 1;
+    return target.first(name) + QFileInfo(target.sliced(name)).completeBaseName() + u'.' + ending;
+}
+
+std::optional<QString> ToolCommands::mapFileName(const ProjectElement *element, const QString &configuration,
+                                                 const QString &target)
+{
+    if (!m_system.isYes(element, ProjectProperty::linker_map_file, configuration))
+        return std::nullopt;
+    return besideTarget(target, u"map"_s);
+}
+
+QStringList ToolCommands::extraOutputs(ToolKind kind, const ProjectElement *element, const QString &configuration,
+                                       const QString &target)
+{
+    QStringList outputs;
+    if (kind != Link)
+        return outputs;
+    const QString format = expandedValue(element, ProjectProperty::linker_output_format, configuration);
+    if (format != "None"_L1 && !format.isEmpty())
+        outputs += besideTarget(target, format);
+    const QString made = expandedValue(element, ProjectProperty::linker_post_build_command_output_file, configuration);
+    if (!made.isEmpty())
+        outputs +=
+            absolutePath(expandedValue(element, ProjectProperty::linker_post_build_command_wd, configuration), made);
+    return outputs;
+}
+
+QStringList ToolCommands::optionFiles(ToolKind kind, const ProjectElement *element, const QString &configuration)
+{
+    using enum ProjectProperty;
+    static constexpr ProjectProperty ofSources[] = {c_additional_options_from_file, c_only_additional_options_from_file,
+                                                    cpp_only_additional_options_from_file,
+                                                    asm_additional_options_from_file};
+    static constexpr ProjectProperty ofLink[] = {linker_additional_options_from_file};
+    QStringList files;
+    const auto add = [&](std::span<const ProjectProperty> properties) {
+        for (const ProjectProperty property : properties) {
+            const QString name = expandedValue(element, property, configuration);
+            if (!name.isEmpty())
+                files += m_system.absolutePath(element, name);
+        }
+    };
+    if (isCompile(kind))
+        add(ofSources);
+    else if (kind == Link)
+        add(ofLink);
+    return files;
+}
+
+std::optional<QString> ToolCommands::existingFile(const ProjectElement *element, ProjectProperty property,
+                                                  const QString &configuration) const
+{
+    const QString name = expandedValue(element, property, configuration);
+    if (name.isEmpty())
+        return std::nullopt;
+    const QString path = m_system.absolutePath(element, name);
+    if (!QFileInfo::exists(path))
+        return std::nullopt;
+    return path;
+}
+
+std::optional<QString> ToolCommands::linkerScript(const ProjectElement *element, const QString &configuration)
+{
+    if (!m_system.isYes(element, ProjectProperty::link_use_linker_script_file, configuration))
+        return std::nullopt;
+    return existingFile(element, ProjectProperty::link_linker_script_file, configuration);
+}
+
+std::optional<QString> ToolCommands::memoryMapFile(const ProjectElement *element, const QString &configuration)
+{
+    return existingFile(element, ProjectProperty::linker_memory_map_file, configuration);
+}
+
+std::optional<QString> ToolCommands::sectionPlacementFile(const ProjectElement *element, const QString &configuration)
+{
+    return existingFile(element, ProjectProperty::linker_section_placement_file, configuration);
+}
+
+QStringList ToolCommands::additionalLinkInputs(const ProjectElement *element, const QString &configuration)
+{
+    using Contribution = PropertyValueGroupClass::Contribution;
+    QStringList inputs;
+    for (const Contribution *one : m_system.groupContributions(element, configuration))
+        if (one->kind == Contribution::Library)
+            inputs += m_system.expand(element, configuration, one->text());
+    inputs += m_system.propertyList(element, ProjectProperty::linker_additional_files, configuration,
+                                    ProjectSystem::EscapedList | ProjectSystem::ExpandItems);
+    return inputs;
+}
+
+// ---- Commands ---------------------------------------------------------------------------------------------
+
+const ToolCommands::Template &ToolCommands::templateOf(const ToolRequest &request)
+{
+    if (m_changeCount != m_system.changeCount()) {
+        m_templates.clear();
+        m_changeCount = m_system.changeCount();
+    }
+    const auto [at, isNew] = m_templates.try_emplace({m_system.contextOf(request.element, request.configuration),
+                                                      request.kind, request.flags & BuildFlag::noDepend});
+    Template &made = at->second;
+    if (!isNew)
+        return made;
+    made.error = m_genericOptionsError;
+    const BuildTools tool = BuildTools(1) << int(request.kind);
+    ArgumentRows all(*this, m_system, m_genericOptions, request);
+    for (const CommandRow &row : commandRows()) {
+        if (!(row.tools & tool))
+            continue;
+        all.add(row);
+        if (all.isOwn)
+            made.pieces.push_back({{}, &row});
+        else if (!made.pieces.empty() && !made.pieces.back().row)
+            made.pieces.back().arguments += all.arguments;
+        else
+            made.pieces.push_back({all.arguments, nullptr});
+        if (!all.isOwn && made.error.isEmpty())
+            made.error = all.error;
+        all.arguments.clear();
+        all.error.clear();
+        all.isOwn = false;
+    }
+    return made;
+}
+
+ToolCommand ToolCommands::command(const ToolRequest &request)
+{
+    loadGenericOptions(request.element, request.configuration);
+    const Template &made = templateOf(request);
+    ArgumentRows all(*this, m_system, m_genericOptions, request);
+    all.error = made.error;
+    for (const Template::Piece &piece : made.pieces) {
+        if (piece.row)
+            all.add(*piece.row);
+        else
+            all.arguments += piece.arguments;
+    }
+    ToolCommand command{m_system.projectDirectory(request.element), all.arguments, {}, all.error};
+    if (!isCompile(request.kind))
+        for (const QString &input : request.inputs)
+            command.inputs += m_system.expand(request.element, request.configuration, input);
+    return command;
+}
+
+QString ToolCommands::inputsFileName(const ToolRequest &request) const
+{
+    return intermediateDirectory(request.element, request.configuration) + u'/' +
+           QFileInfo(request.target).completeBaseName() + ".ind"_L1;
+}
+
+bool ToolCommands::writeInputsFile(const ToolRequest &request, const QStringList &inputs, Builder &builder)
+{
+    const QString path = inputsFileName(request);
+    makeDirectory(QFileInfo(path).path());
+    QFile file(path);
+    const QByteArray text = (inputs.join(u'\n') + u'\n').toUtf8();
+    if (file.open(QFile::WriteOnly | QFile::Truncate) && file.write(text) == text.size() && file.flush())
+        return true;
+    builder.reportError(u"Cannot open file: "_s + path);
+    m_state.failed = true;
+    return false;
+}
+
+static QString stepTitle(const ToolRequest &request)
+{
+    const auto fileName = [](const QString &path) { return QFileInfo(path).fileName(); };
+    const QString name = request.element->displayName();
+    if (request.kind == Link)
+        return u"Linking "_s + fileName(request.target);
+    if (request.kind == Archive)
+        return u"Archiving "_s + fileName(request.target);
+    if (request.element->type() == ProjectElement::Type::Folder)
+        return u"Compiling folder %1 in unity mode as %2"_s.arg(name, fileName(request.inputs.value(0)));
+    return (request.kind == Assemble ? u"Assembling "_s : u"Compiling "_s) + name;
+}
+
+void ToolCommands::toolCommands(const ToolRequest &request, Builder &builder)
+{
+    const ToolCommand made = command(request);
+    if (!made.error.isEmpty()) {
+        builder.reportError(made.error);
+        m_state.failed = true;
+        return;
+    }
+    if (!isCompile(request.kind) && !writeInputsFile(request, made.inputs, builder))
+        return;
+    builder.beginStep(request.element, stepTitle(request), request.configuration, 0);
+    builder.runCommand(made.directory, made.arguments, request.absoluteTarget);
+    if (m_state.goesOn())
+        builder.endStep(request.element, request.configuration);
+}
+
+// ---- Analyzer and language service ------------------------------------------------------------------------
+
+void ToolCommands::analyzeFile(const ProjectElement *element, const QString &configuration, Builder &builder)
+{
+    loadGenericOptions(element, configuration);
+    const bool isCpp = m_system.fileTypeOf(element, configuration) == "C++"_L1;
+    const auto checks = isCpp ? ProjectProperty::clang_tidy_checks_cpp : ProjectProperty::clang_tidy_checks_c;
+    QStringList arguments{
+        m_system.expand(element, configuration, u"$(CLANGTIDY:clang-tidy)"_s),
+        m_system.path(element, configuration),
+        u"-checks="_s +
+            m_system
+                .propertyList(element, checks, configuration, ProjectSystem::EscapedList | ProjectSystem::ExpandItems)
+                .join(u','),
+        u"-quiet"_s,
+        u"--"_s,
+        u"-x"_s,
+        isCpp ? u"c++"_s : u"c"_s,
+    };
+    if (isCpp && m_system.isYes(element, ProjectProperty::cpp_enable_exceptions, configuration))
+        arguments += {u"-fcxx-exceptions"_s, u"-fexceptions"_s};
+    if (isCpp && m_system.value(element, ProjectProperty::cpp_enable_rtti, configuration) == "No"_L1)
+        arguments += u"-fno-rtti"_s;
+    arguments += languageServiceArguments(element, configuration);
+    builder.beginStep(element, u"Analyzing "_s + element->displayName(), configuration, 0);
+    builder.runCommand(m_system.projectDirectory(element), arguments, QString());
+    if (m_state.goesOn())
+        builder.endStep(element, configuration);
+}
+
+QStringList ToolCommands::languageServiceArguments(const ProjectElement *element, const QString &configuration)
+{
+    struct LanguageRow
+    {
+        QLatin1StringView fileType, language;
+    };
+    static constexpr LanguageRow languages[] = {
+        {"C"_L1, "c"_L1}, {"C++"_L1, "c++"_L1}, {"Header"_L1, "c++"_L1}, {"Assembly"_L1, "assembler-with-cpp"_L1}};
+    QStringList arguments = languageArguments(element, configuration);
+    const QString type = m_system.fileTypeOf(element, configuration);
+    for (const LanguageRow &row : languages)
+        if (type == row.fileType)
+            arguments += {u"-x"_s, row.language};
+    arguments +=
+        expandedValue(element, ProjectProperty::code_completion_options, configuration).split(u';', Qt::SkipEmptyParts);
+    return arguments;
+}
+
+// ---- The tool chain's own properties ----------------------------------------------------------------------
+
+void ToolCommands::loadGenericOptions(const ProjectElement *element, const QString &configuration)
+{
+    const ProjectElement *project = projectAround(element);
+    QString path =
+        project ? m_system.expandedValue(project, ProjectProperty::build_generic_options_file_name, configuration)
+                : QString();
+    if (!path.isEmpty())
+        path = m_system.absolutePath(project, path);
+    if (path == m_genericOptionsPath)
+        return;
+    m_genericOptionsPath = path;
+    m_genericOptionsError.clear();
+    QString reason;
+    if (!m_genericOptions.load(path, &reason))
+        m_genericOptionsError = u"Cannot load generic options file: "_s + reason;
+    else if (project)
+        takeOverOptions(project, configuration);
+}
+
+void ToolCommands::takeOverOptions(const ProjectElement *project, const QString &configuration)
+{
+    using enum ProjectProperty;
+    struct Row
+    {
+        GenericOptions::Tool tool;
+        ProjectProperty options, backup;
+    };
+    static constexpr Row rows[] = {
+        {GenericOptions::Assembler, asm_additional_options, asm_additional_options_backup},
+        {GenericOptions::Compiler, c_additional_options, c_additional_options_backup},
+        {GenericOptions::CCompiler, c_only_additional_options, c_only_additional_options_backup},
+        {GenericOptions::CppCompiler, cpp_only_additional_options, cpp_only_additional_options_backup},
+        {GenericOptions::Linker, linker_additional_options, link_additional_options_backup},
+    };
+    ProjectElement *values = project->configuration(configuration);
+    if (!values)
+        return;
+    const PropertySchema &schema = m_system.schema();
+    for (const Row &row : rows) {
+        const QString key = schema[row.options].name, before = values->property(key);
+        QStringList items = before.split(u';', Qt::SkipEmptyParts);
+        bool isShorter = false;
+        for (const GenericPropertyClass *known : m_genericOptions.classesOf(row.tool)) {
+            for (const QString &choice : known->enumerates()) {
+                if (items.removeAll(known->optionsOf(choice).value(0)) == 0)
+                    continue;
+                values->setProperty(known->name, choice);
+                isShorter = true;
+            }
+        }
+        if (!isShorter)
+            continue;
+        if (!values->hasProperty(schema[row.backup].name))
+            values->setProperty(schema[row.backup].name, before);
+        if (items.isEmpty())
+            values->removeProperty(key);
+        else
+            values->setProperty(key, items.join(u';'));
+    }
+}

@@ -1,0 +1,268 @@
+#include "build/engine/BuildEngine.h"
+
+#include "build/commands/Builder.h"
+#include "build/commands/CommandText.h"
+#include "build/commands/Idler.h"
+#include "build/commands/ToolCommands.h"
+#include "build/engine/ElementBuild_p.h"
+#include "build/engine/ProcessPoller.h"
+#include "build/engine/ProjectNodes.h"
+#include "project/model/ProjectSystem.h"
+
+#include <QDir>
+#include <csignal>
+
+using namespace Qt::StringLiterals;
+
+// A project's record of commands and, for each path in it, where that is in the file times.
+struct BuildEngine::Record
+{
+    explicit Record(const QString &path) : commands(path) {}
+
+    CommandRecord commands;
+    const ProjectElement *project = nullptr;
+    QString configuration, directory;
+    std::vector<FileTimes::Id> ids;    // of commands.paths(), as far as it goes
+    std::vector<FileTimes::Id> answer; // of the last question
+};
+
+BuildEngine::BuildEngine(StandardProjectSystem &system, ToolCommands &tools, BuildState &state, ProcessPoller *poller)
+    : m_system(system), m_tools(tools), m_state(state), m_poller(poller)
+{}
+
+BuildEngine::~BuildEngine() = default;
+
+BuildResult BuildEngine::buildProject(const ProjectElement *element, const QString &configuration,
+                                      std::span<Builder *const> builders, Idler &idler, BuildFlags flags,
+                                      bool followDependencies, bool batch)
+{
+    if (m_isBuilding || builders.empty())
+        return BuildResult::Failed;
+    m_isBuilding = true;
+    m_state.clear();
+    m_failureCount = 0;
+    m_interrupts = 0;
+    m_failedProjects.clear();
+    m_listed.clear();
+    m_times.clear();
+    m_tools.refresh();
+    for (Builder *builder : builders)
+        builder->reset();
+    const bool didSomething = buildJobs(element, configuration, builders, idler, flags, followDependencies, batch);
+    saveRecords();
+    m_isBuilding = false;
+    if (m_state.stop)
+        return BuildResult::Terminated;
+    if (m_state.failed)
+        return BuildResult::Failed;
+    return didSomething ? BuildResult::Complete : BuildResult::UpToDate;
+}
+
+bool BuildEngine::buildJobs(const ProjectElement *element, const QString &configuration,
+                            std::span<Builder *const> builders, Idler &idler, BuildFlags flags, bool followDependencies,
+                            bool batch)
+{
+    using Type = ProjectElement::Type;
+    BuildJobs jobs;
+    // A failure ends what a job has left, so with keep-going files are jobs of their own also in a single slot.
+    bool single = (builders.size() == 1 && !(flags & BuildFlag::keepGoing)) || flags & BuildFlag::parallelProjects;
+    if (element->type() == Type::Solution) {
+        addSolutionJobs(element, configuration, flags, batch, *builders[0], idler, single, jobs);
+        return runJobs(jobs, builders, idler);
+    }
+    const ProjectElement *project = projectOf(element);
+    if (project && (element == project || element->type() == Type::Folder)) {
+        const bool hasStagePostBuild =
+            m_system.value(project, ProjectProperty::project_type, configuration) == "Staging"_L1 &&
+            !m_system.value(project, ProjectProperty::stage_post_build_command, configuration).isEmpty();
+        single = single || flags & BuildFlag::noChildren || hasStagePostBuild ||
+                 isUnityFolder(m_system, element, configuration, flags);
+        addProjectJobs(element, configuration, flags, batch, *builders[0], idler, single, followDependencies, jobs);
+        return runJobs(jobs, builders, idler);
+    }
+    const int steps = buildStepCount(element, configuration, flags);
+    jobs.push_back({element, configuration,
+                    flags | BuildFlag::projectBegin | BuildFlags(steps) << BuildFlag::stepsShift,
+                    buildTitle(element, configuration, flags)});
+    jobs.push_back({element, configuration, flags | BuildFlag::projectEnd, {}});
+    return runJobs(jobs, builders.first(1), idler);
+}
+
+void BuildEngine::stopBuild()
+{
+    m_state.stop = true;
+    if (m_poller)
+        m_poller->stopAll(SIGHUP);
+}
+
+void BuildEngine::takeInterrupts()
+{
+    const int count = InterruptCatcher::count();
+    if (count > 0 && !m_state.stop)
+        stopBuild();
+    if (count > 1 && m_interrupts < count && m_poller)
+        m_poller->stopAll(SIGKILL);
+    m_interrupts = count;
+}
+
+bool BuildEngine::buildElement(const ProjectElement *element, const QString &configuration, Builder *builder,
+                               Idler &idler, BuildFlags flags)
+{
+    return ElementBuild(*this, element, configuration, builder, idler, flags).run();
+}
+
+QStringList BuildEngine::inputs(const ProjectElement *element, const QString &configuration, BuildFlags flags)
+{
+    Idler nobody;
+    return ElementBuild(*this, element, configuration, nullptr, nobody, flags).inputs();
+}
+
+void BuildEngine::noteHelperFile(const ProjectElement *element, const QString &path)
+{
+    if (!m_runsTools)
+        m_helperFiles[element] += path;
+}
+
+QStringList BuildEngine::takeHelperFiles(const ProjectElement *element)
+{
+    const auto known = m_helperFiles.extract(element);
+    return known ? known.mapped() : QStringList();
+}
+
+// ---- The commands around a project -------------------------------------------------------------------------------
+
+void BuildEngine::runPreBuild(const ProjectElement *project, const QString &configuration, Builder &builder,
+                              Idler &idler, bool force, bool isAlone)
+{
+    using enum ProjectProperty;
+    const QString command = m_system.expandedValue(project, pre_build_command, configuration);
+    if (command.isEmpty())
+        return;
+    if (!force && m_system.value(project, pre_build_command_control, configuration) != "Always Run"_L1) {
+        NullBuilder nobody;
+        Idler still;
+        if (!buildElement(project, configuration, &nobody, still, BuildFlag::dryRun) || !m_state.goesOn())
+            return;
+    }
+    runProjectCommand(command, m_system.expandedValue(project, pre_build_command_wd, configuration),
+                      u"Pre-build command "_s, project, configuration, builder);
+    if (isAlone)
+        idler.finishBatch();
+}
+
+void BuildEngine::runPostBuild(const ProjectElement *project, const QString &configuration, Builder &builder,
+                               Idler &idler, bool ran, bool isAlone)
+{
+    using enum ProjectProperty;
+    const QString command = m_system.expandedValue(project, post_build_command, configuration);
+    if (command.isEmpty())
+        return;
+    if (!ran && m_system.value(project, post_build_command_control, configuration) != "Always Run"_L1)
+        return;
+    runProjectCommand(command, m_system.expandedValue(project, post_build_command_wd, configuration),
+                      u"Post-build command "_s, project, configuration, builder);
+    if (isAlone)
+        idler.finishBatch();
+}
+
+void BuildEngine::runProjectCommand(const QString &command, const QString &directory, const QString &title,
+                                    const ProjectElement *project, const QString &configuration, Builder &builder)
+{
+    const QString where = m_system.absolutePath(project, directory);
+    QDir().mkpath(where);
+    builder.beginStep(project, title, configuration, 0);
+    for (const QString &piece : command.split(" && "_L1)) {
+        const QStringList words = splitWords(piece);
+        if (words.isEmpty())
+            continue;
+        builder.runCommand(where, words, {});
+        if (!m_state.goesOn())
+            break;
+    }
+    builder.endStep(project, configuration);
+    m_times.forgetAll(); // it may have written anything
+    m_tools.refresh();
+}
+
+// ---- Records -----------------------------------------------------------------------------------------------------
+
+BuildEngine::Record &BuildEngine::recordOf(const ProjectElement *element, const QString &configuration)
+{
+    const ProjectElement *project = projectOf(element);
+    if (m_lastRecord && m_lastRecord->project == project && m_lastRecord->configuration == configuration)
+        return *m_lastRecord;
+    std::unique_ptr<Record> &record = m_records[{project, configuration}];
+    if (!record) {
+        QString name = (project ? project->displayName() : u"solution"_s) + u'-' + configuration;
+        name.replace(u'/', u'_');
+        const QString directory =
+            m_system.expandedValue(project, ProjectProperty::build_intermediate_directory, configuration);
+        record = std::make_unique<Record>(m_system.absolutePath(project, directory) + u'/' + name + ".commands"_L1);
+        record->project = project;
+        record->configuration = configuration;
+        record->directory = m_system.projectDirectory(project);
+    }
+    m_lastRecord = record.get();
+    return *record;
+}
+
+CommandRecord &BuildEngine::record(const ProjectElement *element, const QString &configuration)
+{
+    return recordOf(element, configuration).commands;
+}
+
+std::optional<std::span<const FileTimes::Id>>
+BuildEngine::recordedDependencies(const ProjectElement *element, const QString &configuration, const QString &object)
+{
+    Record &record = recordOf(element, configuration);
+    const auto indices = record.commands.dependencies(object, m_times.stamp(object));
+    if (!indices)
+        return std::nullopt;
+    const QStringList &paths = record.commands.paths();
+    for (qsizetype index = qsizetype(record.ids.size()); index < paths.size(); ++index)
+        record.ids.push_back(m_times.id(::absolutePath(record.directory, paths[index])));
+    record.answer.clear();
+    for (const quint32 index : *indices)
+        record.answer.push_back(record.ids[index]);
+    return record.answer;
+}
+
+void BuildEngine::saveRecords()
+{
+    for (const auto &[key, record] : m_records)
+        record->commands.save();
+    m_records.clear();
+    m_lastRecord = nullptr;
+}
+
+void BuildEngine::outputMade(const ProjectElement *element, const QString &configuration, const QString &output,
+                             quint64 hash)
+{
+    if (!m_runsTools)
+        return;
+    if (output.isEmpty()) {
+        m_times.forgetAll();
+        m_tools.refresh();
+        return;
+    }
+    m_times.setWritten(output);
+    CommandRecord &commands = record(element, configuration);
+    commands.setCommand(output, hash);
+    if (!isCompile(toolKind(m_system, element, configuration)) && !isUnityFolder(m_system, element, configuration))
+        return;
+    // Read while the compiler's file is still at hand, so that the next build needn't open it.
+    const FileStamp stamp = m_times.stamp(output);
+    if (stamp.time)
+        commands.setDependencies(output, stamp, m_tools.readDependencies(element, configuration, output));
+}
+
+void BuildEngine::jobFailed(const ProjectElement *element, const QString &configuration)
+{
+    ++m_failureCount;
+    m_failedProjects.insert({projectOf(element), configuration});
+}
+
+bool BuildEngine::hasFailed(const ProjectElement *element, const QString &configuration) const
+{
+    return !m_failedProjects.empty() && m_failedProjects.contains({projectOf(element), configuration});
+}

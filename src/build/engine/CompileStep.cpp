@@ -1,0 +1,202 @@
+#include "build/commands/Builder.h"
+#include "build/commands/CommandText.h"
+#include "build/commands/Idler.h"
+#include "build/engine/BuildEngine.h"
+#include "build/engine/ElementBuild_p.h"
+#include "project/model/ProjectSystem.h"
+
+using namespace Qt::StringLiterals;
+using enum ProjectProperty;
+
+// All that making one object takes.
+struct ElementBuild::CompilePlan
+{
+    QString source;                 // absolute
+    QString target, absoluteTarget; // target: as the command names it
+    QStringList preWords, externalWords, postWords;
+    QString preDirectory, preOutput, postDirectory;
+    ToolRequest request; // without an external command
+    QString error;       // why it can't be made
+    quint64 hash = 0;
+};
+
+namespace {
+
+// Properties of the external command by kind: the command, and the macros and files of the further options.
+struct ExternalCompile
+{
+    ToolKind kind;
+    ProjectProperty command;
+    struct
+    {
+        const char *macro;
+        ProjectProperty options, optionsFile;
+    } rounds[2];
+    int roundCount;
+};
+constexpr ExternalCompile externalCompiles[] = {
+    {ToolKind::CCompile,
+     external_c_compile_command,
+     {{"COptions", c_additional_options, c_additional_options_from_file},
+      {"COnlyOptions", c_only_additional_options, c_only_additional_options_from_file}},
+     2},
+    {ToolKind::CppCompile,
+     external_cpp_compile_command,
+     {{"COptions", c_additional_options, c_additional_options_from_file},
+      {"CppOnlyOptions", cpp_only_additional_options, cpp_only_additional_options_from_file}},
+     2},
+    {ToolKind::Assemble,
+     external_assemble_command,
+     {{"AsmOptions", asm_additional_options, asm_additional_options_from_file}, {}},
+     1},
+};
+
+const ExternalCompile &externalCompile(ToolKind kind)
+{
+    return externalCompiles[int(kind) - int(ToolKind::CCompile)];
+}
+
+// Items as words of a command: one with a blank is kept together.
+QString joined(const QString &prefix, const QStringList &items)
+{
+    QStringList words;
+    for (const QString &item : items) {
+        const QString word = prefix + item;
+        words += word.contains(u' ') && !word.contains(u'"') ? u'"' + word + u'"' : word;
+    }
+    return words.join(u' ');
+}
+
+} // namespace
+
+bool ElementBuild::compile(ToolKind kind)
+{
+    m_idler.stepStarted(m_element, m_configuration);
+    const CompilePlan plan = planCompile(kind);
+    if (isCompileUpToDate(plan)) {
+        noteUpToDate(plan.target, "' is up to date"_L1);
+        return false;
+    }
+    if (removes()) {
+        removeFile(plan.absoluteTarget);
+        removeFile(absolute(m_tools.dependencyFileName(m_element, m_configuration, plan.target, false)));
+        for (const QString &extra : m_tools.extraOutputs(kind, m_element, m_configuration, plan.target))
+            removeFile(absolute(extra));
+    }
+    if (runsTools())
+        runCompile(kind, plan);
+    return true;
+}
+
+ElementBuild::CompilePlan ElementBuild::planCompile(ToolKind kind)
+{
+    CompilePlan plan;
+    plan.source =
+        m_isUnity ? unityFileName(m_system, m_element, m_configuration) : m_system.path(m_element, m_configuration);
+    plan.target = m_tools.outputName(kind, m_element, m_configuration, false);
+    plan.absoluteTarget = absolute(plan.target);
+    if (!value(compile_pre_build_command).isEmpty()) {
+        plan.preWords = splitWords(expanded(compile_pre_build_command));
+        plan.preDirectory = expandedDirectory(compile_pre_build_command_wd);
+        const QString output = expanded(compile_pre_build_command_output_file_name);
+        plan.preOutput = output.isEmpty() ? output : ::absolutePath(plan.preDirectory, output);
+    }
+    const bool hasPreOutput = !plan.preWords.isEmpty() && !plan.preOutput.isEmpty();
+    plan.request = request(kind, plan.target, {hasPreOutput ? plan.preOutput : plan.source});
+    if (!value(compile_post_build_command).isEmpty()) {
+        const MacroMap macros{{u"TargetPath"_s, plan.absoluteTarget}, {u"RelTargetPath"_s, plan.target}};
+        plan.postWords = splitWords(expanded(compile_post_build_command, macros));
+        plan.postDirectory = expandedDirectory(compile_post_build_command_wd);
+    }
+    const QStringList around = plan.preWords + plan.postWords;
+    if (!value(externalCompile(kind).command).isEmpty()) {
+        plan.externalWords = externalCompileWords(kind, plan);
+        plan.hash = commandHash(m_directory, plan.externalWords, around);
+    } else {
+        const ToolCommand command = m_tools.command(plan.request);
+        plan.error = command.error;
+        plan.hash = commandHash(command.directory, command.arguments, around);
+    }
+    return plan;
+}
+
+QStringList ElementBuild::externalCompileWords(ToolKind kind, CompilePlan &plan)
+{
+    const ExternalCompile &row = externalCompile(kind);
+    const QString text = value(row.command);
+    MacroMap macros;
+    const auto add = [&](const char *name, const auto &makeValue) {
+        const QString macro = QString::fromLatin1(name);
+        if (text.contains(macro)) // the others would cost more than the command
+            macros.insert(macro, makeValue());
+    };
+    const auto list = [&](ProjectProperty property, int options) {
+        return m_system.propertyList(m_element, property, m_configuration, options);
+    };
+    const int escaped = ProjectSystem::EscapedList | ProjectSystem::ExpandItems;
+    add("TargetPath", [&] { return plan.absoluteTarget; });
+    add("RelTargetPath", [&] { return relative(plan.absoluteTarget); });
+    add("DependencyPath", [&] { return m_tools.dependencyFileName(m_element, m_configuration, plan.target, true); });
+    add("RelDependencyPath",
+        [&] { return m_tools.dependencyFileName(m_element, m_configuration, plan.target, false); });
+    add("Defines", [&] { return joined(u"-D"_s, list(c_preprocessor_definitions, escaped)); });
+    add("Undefines", [&] { return joined(u"-U"_s, list(c_preprocessor_undefinitions, ProjectSystem::EscapedList)); });
+    add("Includes", [&] { return joined(u"-I"_s, list(c_user_include_directories, ProjectSystem::ExpandItems)); });
+    for (int round = 0; round < row.roundCount; ++round)
+        add(row.rounds[round].macro, [&] { return joined({}, list(row.rounds[round].options, escaped)); });
+    QStringList words = splitWords(expand(text, macros));
+    for (int round = 0; round < row.roundCount; ++round) {
+        const QString file = expanded(row.rounds[round].optionsFile);
+        if (!file.isEmpty() && !loadOptionsFile(absolute(file), words))
+            plan.error = "Cannot load options file: "_L1 + file;
+    }
+    return words;
+}
+
+bool ElementBuild::isCompileUpToDate(const CompilePlan &plan)
+{
+    UpToDate test(m_engine, m_builder, isQuiet());
+    if (m_isForced || !test.targetTime(m_directory, plan.target) || !plan.error.isEmpty())
+        return false;
+    FileTimes &times = m_engine.times();
+    if (!test.inputOlder(times.id(plan.source), plan.source))
+        return false;
+    auto dependencies = m_engine.recordedDependencies(m_element, m_configuration, plan.absoluteTarget);
+    if (!dependencies) {
+        m_engine.record(m_element, m_configuration)
+            .setDependencies(plan.absoluteTarget, test.stamp(),
+                             m_tools.readDependencies(m_element, m_configuration, plan.target));
+        dependencies = m_engine.recordedDependencies(m_element, m_configuration, plan.absoluteTarget);
+    }
+    for (const FileTimes::Id dependency : *dependencies) {
+        if (!test.inputOlder(dependency, times.path(dependency)))
+            return false;
+    }
+    return test.optionsUpToDate(m_element, m_configuration, plan.request.kind) &&
+           test.commandUpToDate(m_element, m_configuration, plan.hash);
+}
+
+void ElementBuild::runCompile(ToolKind kind, const CompilePlan &plan)
+{
+    const QString name = m_element->displayName();
+    if (!plan.preWords.isEmpty()) {
+        runStep("Pre-compile command "_L1 + name, {{plan.preDirectory, plan.preWords, plan.preOutput}});
+        if (!goesOn())
+            return;
+    }
+    if (!value(externalCompile(kind).command).isEmpty()) {
+        if (!plan.error.isEmpty())
+            return fail(plan.error);
+        const QLatin1StringView title = kind == ToolKind::Assemble ? "Assembling "_L1 : "Compiling "_L1;
+        runStep(title + name, {{m_directory, plan.externalWords, plan.absoluteTarget}});
+    } else {
+        m_tools.toolCommands(plan.request, *m_builder);
+    }
+    if (goesOn() && kind != ToolKind::Assemble && m_system.isYes(m_element, analyze_after_compile, m_configuration))
+        m_tools.analyzeFile(m_element, m_configuration, *m_builder);
+    if (goesOn() && !plan.postWords.isEmpty())
+        runStep("Post-compile command "_L1 + name, {{plan.postDirectory, plan.postWords, {}}});
+    if (!plan.preWords.isEmpty() || !plan.postWords.isEmpty())
+        anythingMade();
+    outputMade(plan.absoluteTarget, plan.hash);
+}

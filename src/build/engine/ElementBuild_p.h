@@ -1,0 +1,104 @@
+#pragma once
+
+#include "build/commands/BuildFlags.h"
+#include "build/commands/ToolCommands.h"
+#include "build/engine/UpToDate.h"
+#include "xml/macros/MacroExpansion.h"
+
+class BuildEngine;
+class Builder;
+class Idler;
+
+// One call of BuildEngine::buildElement: what an element is made from, whether it is out of date, and the steps
+// that make it. ElementBuild.cpp decides which; CompileStep, LinkStep and StageStep.cpp hold the steps by kind.
+class ElementBuild
+{
+public:
+    // Without a builder it is only decided.
+    ElementBuild(BuildEngine &engine, const ProjectElement *element, const QString &configuration, Builder *builder,
+                 Idler &idler, BuildFlags flags);
+
+    bool run();
+    QStringList inputs(); // absolute
+
+private:
+    struct Command
+    {
+        QString directory;
+        QStringList arguments;
+        QString output = {}; // absolute
+    };
+    using Commands = std::vector<Command>;
+
+    // Each true when it ran, or would have.
+    bool buildUnityMembers();
+    bool buildChildren();
+    bool buildStep(ToolKind kind);
+    bool analyze(ToolKind kind);
+    bool compile(ToolKind kind);
+    bool runExternal();
+    bool stageFile();
+    bool stageProject();
+    bool combine();
+
+    // Compile.
+    struct CompilePlan;
+    CompilePlan planCompile(ToolKind kind);
+    QStringList externalCompileWords(ToolKind kind, CompilePlan &plan);
+    bool isCompileUpToDate(const CompilePlan &plan);
+    void runCompile(ToolKind kind, const CompilePlan &plan);
+
+    // Link and archive.
+    struct LinkPlan;
+    bool linkOrArchive(ToolKind kind);
+    bool planLink(LinkPlan &plan);
+    void planExternalLink(LinkPlan &plan);
+    void gatherObjects(const ProjectElement *parent, bool isAbsolute, QStringList &objects);
+    QStringList dependentOutputs();
+    bool isLinkUpToDate(const LinkPlan &plan);
+    bool runLinkCommand(const LinkPlan &plan);
+    bool writeObjectsFile(const LinkPlan &plan);
+    void removeLinkOutputs(const LinkPlan &plan, bool isQuiet);
+    void runLinkPostBuild(const LinkPlan &plan);
+    bool isPassedOver(ToolKind kind);
+
+    // Stage and combine.
+    void gatherFiles(const ProjectElement *parent, QStringList &files);
+    void runCopy(const QString &title, const QString &target, const Commands &commands, ProjectProperty setReadOnly,
+                 const QString &directory, quint64 hash);
+
+    // Shared by the steps.
+    bool isQuiet() const { return m_flags & BuildFlag::quiet; }
+    bool runsTools() const { return m_builder && !(m_flags & BuildFlag::noRun); }
+    bool removes() const { return m_flags & BuildFlag::remove; }
+    bool goesOn() const;
+    QString value(ProjectProperty property) const;
+    QString expand(const QString &text, const MacroMap &extra = {}) const;
+    QString expanded(ProjectProperty property, const MacroMap &extra = {}) const;
+    QString expandedDirectory(ProjectProperty property) const; // absolute
+    QString absolute(const QString &path) const;               // the empty one stays so
+    QString relative(const QString &path) const;
+    // The commands in a text that joins them by the separator, to be run in the directory.
+    static Commands commands(const QString &text, QLatin1StringView separator, const QString &directory,
+                             const QString &output = {});
+    void runStep(const QString &title, const Commands &commands);
+    ToolRequest request(ToolKind kind, const QString &target, const QStringList &inputs) const;
+    void removeFile(const QString &path); // absolute
+    void noteUpToDate(const QString &target, QLatin1StringView end);
+    void outputMade(const QString &output, quint64 hash); // absolute; hash 0: no command of ours made it
+    void anythingMade();
+    void fail(const QString &text);
+
+    BuildEngine &m_engine;
+    StandardProjectSystem &m_system;
+    ToolCommands &m_tools;
+    const ProjectElement *m_element;
+    const QString &m_configuration;
+    Builder *m_builder;
+    Idler &m_idler;
+    const BuildFlags m_flags;
+    const QString m_directory; // of the project
+    bool m_isForced;
+    bool m_isUnity = false;
+    MacroMap m_macros; // of a unity folder: its file's
+};

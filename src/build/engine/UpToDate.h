@@ -1,0 +1,37 @@
+#pragma once
+
+#include "build/commands/ToolKind.h"
+#include "build/engine/FileTimes.h"
+
+class BuildEngine;
+class Builder;
+
+// Whether one output is as new as what it is made from. Times count in whole seconds, and equal ones are good: what
+// makes it out of date is told to the builder, unless quiet or without one.
+class UpToDate
+{
+public:
+    UpToDate(BuildEngine &engine, Builder *builder, bool isQuiet)
+        : m_engine(engine), m_builder(isQuiet ? nullptr : builder)
+    {}
+
+    // Names are relative to the directory or absolute, and are told as given. The first question: is it there?
+    bool targetTime(const QString &directory, const QString &name);
+    const FileStamp &stamp() const { return m_target; }
+    bool inputOlder(FileTimes::Id input, const QString &name);
+    bool inputsOlder(const QString &directory, const QStringList &inputs);
+    bool exists(const QString &directory, const QString &name); // of a further output
+    // No property that goes into the tool's command was changed since.
+    bool optionsUpToDate(const ProjectElement *element, const QString &configuration, ToolKind kind);
+    // The command with that hash made it, as far as is known.
+    bool commandUpToDate(const ProjectElement *element, const QString &configuration, quint64 hash);
+
+private:
+    void tell(const QString &text);
+
+    BuildEngine &m_engine;
+    Builder *m_builder;
+    QString m_name;
+    QString m_path;
+    FileStamp m_target;
+};

@@ -1,0 +1,349 @@
+#include "build/log/CompilerDiagnosticParser.h"
+
+#include "build/log/TextScan_p.h"
+
+#include <QDir>
+#include <QFileInfo>
+
+using namespace Qt::StringLiterals;
+
+namespace {
+
+constexpr auto buildCategory = "Build Results"_L1;
+
+struct Phrase
+{
+    QLatin1StringView text;
+    Severity severity;
+};
+
+// What stands behind the place and ": ", or at the start of a line.
+constexpr Phrase tags[] = {
+    {"fatal error: "_L1, Severity::Fatal},
+    {"error: "_L1, Severity::Error},
+    {"warning: "_L1, Severity::Warning},
+    {"note: "_L1, Severity::Note},
+    {"remark: "_L1, Severity::Note},
+    {"internal compiler error: "_L1, Severity::Fatal},
+    {"sorry, unimplemented: "_L1, Severity::Error},
+    {"Error: "_L1, Severity::Error}, // from here on the assembler's
+    {"Warning: "_L1, Severity::Warning},
+    {"Info: "_L1, Severity::Note},
+    {"Fatal error: "_L1, Severity::Fatal},
+    {"Internal error: "_L1, Severity::Fatal},
+};
+
+// How messages without a tag begin; all others are errors.
+constexpr Phrase untagged[] = {
+    {"required from"_L1, Severity::None}, // where a template was used, ahead of the message
+    {"required by"_L1, Severity::None},
+    {"recursively required"_L1, Severity::None},
+    {"in 'constexpr' expansion"_L1, Severity::None},
+    {"first defined here"_L1, Severity::Note},
+    {"skipping incompatible"_L1, Severity::Note},
+    {"DWARF error"_L1, Severity::Note}, // the linker can't tell the line of what follows
+    {"Dwarf Error"_L1, Severity::Note},
+    {"creating "_L1, Severity::None}, // what an archiver is doing
+};
+
+// Programs that speak up only when something is wrong; with "-" and a version behind or a target in front too.
+constexpr QLatin1StringView linkTools[] = {"ld"_L1, "ld.bfd"_L1, "ld.gold"_L1, "ld.lld"_L1, "objcopy"_L1, "ar"_L1};
+
+constexpr QLatin1StringView noSources[] = {".o"_L1, ".a"_L1, ".so"_L1, ".obj"_L1, ".elf"_L1};
+
+const Phrase *phraseAt(QStringView text, std::span<const Phrase> phrases)
+{
+    for (const Phrase &phrase : phrases)
+        if (text.startsWith(phrase.text))
+            return &phrase;
+    return nullptr;
+}
+
+qsizetype skipBlanks(QStringView text, qsizetype at)
+{
+    while (at < text.size() && (text[at] == u' ' || text[at] == u'\t'))
+        ++at;
+    return at;
+}
+
+// Without the sequences that colour a terminal: ESC "[" ... letter, and ESC "]" ... ESC "\" around links.
+QString withoutColours(const QString &line)
+{
+    if (!line.contains(u'\x1B'))
+        return line;
+    QString plain;
+    for (qsizetype at = 0; at < line.size(); ++at) {
+        if (line[at] != u'\x1B') {
+            plain += line[at];
+            continue;
+        }
+        const QChar kind = at + 1 < line.size() ? line[++at] : QChar();
+        if (kind == u'[')
+            do
+                ++at;
+            while (at < line.size() && !(line[at] >= u'@' && line[at] <= u'~'));
+        else if (kind == u']')
+            do
+                ++at;
+            while (at < line.size() && line[at] != u'\a' && !(line[at] == u'\\' && line[at - 1] == u'\x1B'));
+    }
+    return plain;
+}
+
+// "arm-none-eabi-ld", "/usr/bin/ld.lld-14": the name without folder, target and version.
+bool isLinkTool(QStringView path)
+{
+    QStringView name = path.sliced(path.lastIndexOf(u'/') + 1);
+    while (!name.isEmpty() && (isDigit(name.back()) || name.back() == u'.' || name.back() == u'-'))
+        name.chop(1);
+    return std::any_of(std::begin(linkTools), std::end(linkTools), [name](QLatin1StringView tool) {
+        return name == tool ||
+               (name.endsWith(tool) && name.size() > tool.size() && name[name.size() - tool.size() - 1] == u'-');
+    });
+}
+
+// "     12 | text", "        | ^", "    +++ |+text", "    ...": what GCC draws below a message.
+bool isGutter(QStringView line)
+{
+    qsizetype at = skipBlanks(line, 0);
+    while (at < line.size() && (isDigit(line[at]) || line[at] == u'+' || line[at] == u'.'))
+        ++at;
+    const qsizetype bar = skipBlanks(line, at);
+    return bar > 0 && ((bar < line.size() && line[bar] == u'|') || (bar == line.size() && at > 0));
+}
+
+// A place, "FILE:LINE: " or "FILE:LINE:COLUMN: ", and what stands around it.
+struct Place
+{
+    QStringView file; // with all that stands before it
+    int line = -1;
+    int column = -1;
+    qsizetype end = -1; // behind the last digit; -1: no place
+};
+
+// The first place in the text that `stop` accepts the rest of.
+template <typename Stop>
+Place findPlace(QStringView text, Stop stop)
+{
+    for (qsizetype colon = text.indexOf(u':'); colon >= 0; colon = text.indexOf(u':', colon + 1)) {
+        Place place{text.first(colon), -1, -1, colon + 1};
+        place.line = readNumber(text, place.end);
+        if (place.line <= 0)
+            continue;
+        if (place.end + 1 < text.size() && text[place.end] == u':' && isDigit(text[place.end + 1]))
+            place.column = readNumber(text, ++place.end);
+        if (stop(text.sliced(place.end)))
+            return place;
+    }
+    return {};
+}
+
+bool setTagged(QStringView text, Bookmark &out)
+{
+    const Phrase *tag = phraseAt(text, tags);
+    if (!tag)
+        return false;
+    out.text = text.sliced(tag->text.size()).toString();
+    out.severity = tag->severity;
+    return true;
+}
+
+// Behind which ": " a tag stands; -1 if none does.
+qsizetype findTag(QStringView text)
+{
+    for (qsizetype colon = text.indexOf(": "_L1); colon >= 0; colon = text.indexOf(": "_L1, colon + 1))
+        if (phraseAt(text.sliced(colon + 2), tags))
+            return colon;
+    return -1;
+}
+
+// The message behind a place; the tag may stand before the place too ("ld.lld: error: a.ld:3: text").
+void setMessage(QStringView before, QStringView message, Bookmark &out)
+{
+    if (setTagged(message, out))
+        return;
+    const qsizetype tagged = findTag(before);
+    const Phrase *phrase = tagged >= 0 ? phraseAt(before.sliced(tagged + 2), tags) : phraseAt(message, untagged);
+    out.severity = phrase ? phrase->severity : Severity::Error;
+    out.text = message.toString();
+}
+
+// "a.c: In function 'main':", "a.c: At top level:", "asm.s: Assembler messages:", "/bin/ld: x.o: in function `f':"
+bool isContext(QStringView line)
+{
+    static constexpr QLatin1StringView starts[] = {": In "_L1, ": At "_L1, ": Assembler messages"_L1,
+                                                   ": in function "_L1};
+    return line.endsWith(u':') && std::any_of(std::begin(starts), std::end(starts),
+                                              [line](QLatin1StringView start) { return line.contains(start); });
+}
+
+// Whether a line without a place reads as a tool's message and not as some source text with a tag in it.
+bool beginsAsMessage(QStringView line)
+{
+    if (phraseAt(line, tags))
+        return true;
+    const QStringView name = line.first(qMax<qsizetype>(0, line.indexOf(": "_L1)));
+    return !name.isEmpty() && std::all_of(name.begin(), name.end(), [](QChar c) {
+        return c.isLetterOrNumber() || QStringView(u"/._-+").contains(c);
+    });
+}
+
+bool isMessageBehind(QStringView rest)
+{
+    return rest.startsWith(": "_L1);
+}
+
+bool isEndOrComma(QStringView rest)
+{
+    return rest.isEmpty() || rest == ":"_L1 || rest.startsWith(u',');
+}
+
+} // namespace
+
+// The file at the end of what stands before a place: "/bin/ld: x.o:/x/a.c" names /x/a.c.
+QString CompilerDiagnosticParser::sourceFile(QStringView named) const
+{
+    constexpr int maximumPieces = 8;
+    qsizetype colon = named.size();
+    for (int piece = 0; piece < maximumPieces && colon > 0; ++piece) {
+        colon = named.first(colon).lastIndexOf(u':');
+        const QString path = existingFile(named.sliced(colon + 1).trimmed());
+        if (!path.isEmpty() && QFileInfo(path).isFile())
+            return QDir::cleanPath(path);
+    }
+    return {};
+}
+
+// A file that isn't there leaves no place at all, and an object file is none to show.
+void CompilerDiagnosticParser::setPlace(Bookmark &out, QStringView named, int line, int column) const
+{
+    const QString file = sourceFile(named);
+    const auto endsFile = [&file](QLatin1StringView ending) { return file.endsWith(ending); };
+    if (file.isEmpty() || std::any_of(std::begin(noSources), std::end(noSources), endsFile))
+        return;
+    out.file = file;
+    out.line = line;
+    out.column = column;
+}
+
+// "In file included from a.h:2," and "                 from b.c:1:", also with a column behind the line.
+bool CompilerDiagnosticParser::parseInclusion(QStringView line, Bookmark &out) const
+{
+    constexpr auto first = "In file included from "_L1, next = "from "_L1;
+    const qsizetype blanks = skipBlanks(line, 0);
+    const bool isFirst = line.startsWith(first);
+    if (!isFirst && !(blanks > 0 && line.sliced(blanks).startsWith(next)))
+        return false;
+    const QStringView text = line.sliced(blanks), where = text.sliced(isFirst ? first.size() : next.size());
+    const Place place = findPlace(where, isEndOrComma);
+    if (place.end < 0)
+        return false;
+    out.text = text.first(text.size() - where.size() + place.end).toString();
+    setPlace(out, place.file, place.line, place.column);
+    return true;
+}
+
+// ">>> referenced by a.c:3 (/x/a.c:3)" and ">>> defined at b.c:1": the places of the linker message before.
+bool CompilerDiagnosticParser::parseReference(QStringView line, Bookmark &out) const
+{
+    const QStringView text = line.sliced(3).trimmed();
+    for (const auto verb : {"referenced by "_L1, "defined at "_L1}) {
+        if (!text.startsWith(verb))
+            continue;
+        QStringView where = text.sliced(verb.size());
+        if (const qsizetype open = where.indexOf(" ("_L1); open >= 0 && where.endsWith(u')'))
+            where = where.sliced(open + 2).chopped(1);
+        const Place place = findPlace(where, isEndOrComma);
+        if (place.end < 0)
+            return false;
+        out.text = text.toString();
+        out.severity = Severity::Note;
+        setPlace(out, place.file, place.line, place.column);
+        return true;
+    }
+    return false;
+}
+
+// A message behind a place: with a tag, or one that the linker or a template's chain gives without.
+bool CompilerDiagnosticParser::parsePlaced(QStringView line, Bookmark &out)
+{
+    const Place place = findPlace(line, isMessageBehind);
+    if (place.end < 0)
+        return false;
+    const QStringView message = line.sliced(place.end + 2).trimmed();
+    setPlace(out, place.file, place.line, place.column);
+    const bool isTool = isLinkTool(place.file.first(qMax<qsizetype>(0, place.file.indexOf(u':'))));
+    if (out.file.isEmpty() && !isTool && !phraseAt(message, tags))
+        return false; // some other tool's line, for the general parser
+    setMessage(place.file, message, out);
+    m_mayBeSource = place.column > 0 && out.severity != Severity::None;
+    return true;
+}
+
+// "und.c:(.text+0x8): undefined reference to `g'": a place in a section, with no line known.
+bool CompilerDiagnosticParser::parseSectionOffset(QStringView line, Bookmark &out) const
+{
+    const qsizetype open = line.indexOf(":("_L1), close = open < 0 ? -1 : line.indexOf("): "_L1, open);
+    if (close < 0 || !line.sliced(open, close - open).contains("+0x"_L1))
+        return false;
+    setPlace(out, line.first(open), -1, -1);
+    setMessage(line.first(open), line.sliced(close + 3), out);
+    return true;
+}
+
+// "error: text", "cc1: error: text" and what a linker says without a tag.
+bool CompilerDiagnosticParser::parseUnplaced(QStringView line, Bookmark &out) const
+{
+    if (setTagged(line, out))
+        return true;
+    if (const qsizetype colon = findTag(line); colon >= 0) {
+        setTagged(line.sliced(colon + 2), out);
+        setPlace(out, line.first(colon), -1, -1);
+        if (QFileInfo(out.file).isExecutable()) // the tool itself is no place
+            out.file.clear();
+        return true;
+    }
+    const qsizetype colon = line.indexOf(": "_L1);
+    if (colon < 0 || !isLinkTool(line.first(colon)) || isContext(line))
+        return false;
+    setMessage({}, line.sliced(colon + 2), out);
+    return out.severity != Severity::None;
+}
+
+bool CompilerDiagnosticParser::parseMessage(QStringView line, Bookmark &out)
+{
+    return parsePlaced(line, out) || parseSectionOffset(line, out) || parseUnplaced(line, out);
+}
+
+bool CompilerDiagnosticParser::parse(const QString &rawLine, Bookmark &out, bool isErrorOutput)
+{
+    const QString line = withoutColours(rawLine);
+    const bool mayBeSource = std::exchange(m_mayBeSource, false);
+    const bool isReference = line.startsWith(">>>"_L1), isDrawing = m_isBehindRecord && isGutter(line);
+    m_isContinuation = false;
+
+    Bookmark result;
+    result.category = buildCategory;
+    bool isRecord = isReference ? parseReference(line, result) : parseInclusion(line, result);
+    if (!isReference && !isRecord && !isDrawing)
+        isRecord = parseMessage(line, result) &&
+                   (!mayBeSource || !result.file.isEmpty() || beginsAsMessage(line) || line.startsWith(u'<'));
+    if (isRecord) {
+        result.context = std::exchange(m_context, {});
+        m_isBehindRecord = true;
+        out = result;
+        return true;
+    }
+    m_mayBeSource = false;
+    if (m_isBehindRecord &&
+        (mayBeSource || isDrawing || isReference || line.startsWith(u' ') || line.startsWith(u'\t'))) {
+        m_isContinuation = true;
+        return false;
+    }
+    m_isBehindRecord = false;
+    if (isContext(line)) {
+        m_context = {line};
+        return false;
+    }
+    return StandardDiagnosticParser::parse(line, out, isErrorOutput);
+}

@@ -1,0 +1,37 @@
+#pragma once
+
+#include "build/log/DiagnosticParser.h"
+
+// What GCC, Clang, the GNU assembler, GNU ld and LLD print. A line of no form of theirs gets the general parser.
+//
+//     a.c: In function 'main':                          context of the next record
+//     In file included from a.h:2,                      a record without severity
+//     a.c:4:19: warning: unused variable 'p' [-Wall]    a record
+//         4 |     int p;                                excerpt of the record before (Clang: without "4 |")
+//           |         ^
+//     /bin/ld: x.o: in function `f':                    context of the next record
+//     a.c:12: undefined reference to `g'                an error, though nothing says so
+//     >>> referenced by a.c:3                           a note
+//
+// A record whose file doesn't exist (the temporary file of an assembler, "<stdin>") has no position at all. Each
+// line costs time linear in its length.
+class CompilerDiagnosticParser : public StandardDiagnosticParser
+{
+public:
+    using StandardDiagnosticParser::StandardDiagnosticParser;
+    bool parse(const QString &line, Bookmark &out, bool isErrorOutput) override;
+
+private:
+    bool parseMessage(QStringView line, Bookmark &out);
+    bool parsePlaced(QStringView line, Bookmark &out);
+    bool parseSectionOffset(QStringView line, Bookmark &out) const;
+    bool parseUnplaced(QStringView line, Bookmark &out) const;
+    bool parseInclusion(QStringView line, Bookmark &out) const;
+    bool parseReference(QStringView line, Bookmark &out) const;
+    void setPlace(Bookmark &out, QStringView named, int line, int column) const;
+    QString sourceFile(QStringView named) const;
+
+    QStringList m_context;         // lines that belong to the next record
+    bool m_isBehindRecord = false; // nothing but excerpts since the last record
+    bool m_mayBeSource = false;    // the line before had a column: Clang's source line would come now
+};

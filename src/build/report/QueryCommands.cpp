@@ -1,0 +1,307 @@
+#include "build/report/QueryCommands.h"
+
+#include "base/CommandLine.h"
+#include "base/HException.h"
+#include "base/JsonWriter.h"
+#include "build/commands/Idler.h"
+#include "build/commands/StandardToolCommands.h"
+#include "build/engine/BuildEngine.h"
+#include "build/engine/StudioBuilder.h"
+
+using namespace Qt::StringLiterals;
+
+namespace {
+
+void printJson(JsonWriter &json)
+{
+    json.end();
+    printOut(QByteArrayView(json.text()));
+}
+
+void strings(JsonWriter &json, const char *key, const QStringList &texts)
+{
+    json.beginArray(key);
+    for (const QString &text : texts)
+        json.value(text);
+    json.end();
+}
+
+void listProjects(LoadedSolution &loaded, const QString &configuration, bool isJson)
+{
+    const StandardProjectSystem &system = loaded.system();
+    JsonWriter json;
+    json.beginArray();
+    for (const ProjectElement *project : system.projects()) {
+        if (!isJson) {
+            printOut(project->displayName() + u'\n');
+            continue;
+        }
+        json.beginObject();
+        json.field("name", project->displayName());
+        json.field("node", loaded.nodePath(*project));
+        json.field("type", system.value(project, ProjectProperty::project_type, configuration));
+        json.field("directory", system.projectDirectory(project));
+        strings(json, "dependencies",
+                system.propertyList(project, ProjectProperty::project_dependencies, configuration, 0));
+        json.end();
+    }
+    if (isJson)
+        printJson(json);
+}
+
+void listConfigurations(LoadedSolution &loaded, bool isJson)
+{
+    const StandardProjectSystem &system = loaded.system();
+    JsonWriter json;
+    json.beginArray();
+    const auto list = [&](const QStringList &names, bool isHidden) {
+        for (const QString &name : names) {
+            if (!isJson) {
+                printOut(name + u'\n');
+                continue;
+            }
+            json.beginObject();
+            json.field("name", name);
+            json.field("hidden", isHidden);
+            strings(json, "inherited", system.inheritedConfigurations(&loaded.solution(), name));
+            json.end();
+        }
+    };
+    list(system.publicConfigurations(&loaded.solution()), false);
+    if (isJson) {
+        list(system.privateConfigurations(&loaded.solution()), true);
+        printJson(json);
+    }
+}
+
+void listFiles(LoadedSolution &loaded, ProjectElement &below, const QString &configuration, bool isJson)
+{
+    const StandardProjectSystem &system = loaded.system();
+    JsonWriter json;
+    json.beginArray();
+    loaded.forEachFile(below, [&](ProjectElement &file) {
+        if (!isJson) {
+            printOut(loaded.nodePath(file) + u'\n');
+            return;
+        }
+        const ProjectElement *project = projectAround(&file);
+        json.beginObject();
+        json.field("node", loaded.nodePath(file));
+        if (project)
+            json.field("project", project->displayName());
+        else
+            json.nullField("project");
+        json.field("file", system.path(&file, configuration));
+        json.field("type", system.fileTypeOf(&file, configuration));
+        json.end();
+    });
+    if (isJson)
+        printJson(json);
+}
+
+void listProperties(const PropertySchema &schema, bool isJson)
+{
+    JsonWriter json;
+    json.beginArray();
+    for (const auto &property : schema.classes()) {
+        if (schema.propertyClassNamed(property->name) != property.get())
+            continue; // another one is found by that key
+        if (!isJson) {
+            printOut(u"%1 %2 %3\n"_s.arg(property->name.leftJustified(40), property->typeName().leftJustified(13),
+                                         property->shortText));
+            continue;
+        }
+        json.beginObject();
+        json.field("key", property->name);
+        json.field("type", property->typeName());
+        json.field("default", property->defaultValue);
+        strings(json, "choices", property->isListed() ? property->enumerates() : QStringList());
+        json.field("group", property->group);
+        json.field("title", property->shortText);
+        json.field("description", property->description());
+        json.end();
+    }
+    if (isJson)
+        printJson(json);
+}
+
+// The class by which the key is looked up for that node. A name of a file that two tools make has a class for each.
+const PropertyClass *classFor(const StandardProjectSystem &system, const QString &key, const ProjectElement &node,
+                              const QString &configuration)
+{
+    const auto ids = PropertySchema::idsOf(key);
+    if (ids.size() > 1 && toolKind(system, projectAround(&node), configuration) != ToolKind::Archive)
+        return &system.schema()[ids.front()];
+    return system.schema().propertyClassNamed(key);
+}
+
+QString contributionText(const PropertyContribution &contribution)
+{
+    if (!contribution.element)
+        return u"  default: %1\n"_s.arg(contribution.value);
+    const QString where = kindName(*contribution.element) + u' ' + contribution.element->displayName();
+    if (contribution.configuration.isEmpty())
+        return u"  %1: %2\n"_s.arg(where, contribution.value);
+    return u"  %1 in %2 configuration: %3\n"_s.arg(where, contribution.configuration, contribution.value);
+}
+
+// Throws HException for a value that the property can't have.
+void checkValue(const PropertyClass &property, const QString &value)
+{
+    if (property.isListed() && !property.enumerates().contains(value))
+        throw HException(
+            u"%1 is one of: %2; not '%3'"_s.arg(property.name, property.enumerates().join(", "_L1), value));
+    bool isNumber = true;
+    switch (property.type) {
+    case PropertyType::Integer:
+    case PropertyType::IntegerHex:
+    case PropertyType::IntegerRange: value.toInt(&isNumber, 0); break;
+    default: break;
+    }
+    if (!isNumber)
+        throw HException(u"%1 is a number; not '%2'"_s.arg(property.name, value));
+}
+
+// Notes what it is told to run, and says why nothing can be.
+class CommandCollector : public NullBuilder
+{
+public:
+    struct Command
+    {
+        QString directory, output;
+        QStringList arguments;
+    };
+
+    void runCommand(const QString &directory, const QStringList &arguments, const QString &output) override
+    {
+        commands.push_back({directory, output, installedCommand(arguments)});
+    }
+    void startCommand(const QString &directory, const QStringList &arguments, const QString &output) override
+    {
+        runCommand(directory, arguments, output);
+    }
+    void reportError(const QString &text) override { throw HException(text); }
+
+    std::vector<Command> commands;
+};
+
+} // namespace
+
+void listSolution(LoadedSolution &loaded, const QString &what, ProjectElement &below, const QString &configuration,
+                  bool isJson)
+{
+    if (what == "projects"_L1)
+        listProjects(loaded, configuration, isJson);
+    else if (what == "configurations"_L1)
+        listConfigurations(loaded, isJson);
+    else if (what == "files"_L1)
+        listFiles(loaded, below, configuration, isJson);
+    else if (what == "properties"_L1)
+        listProperties(loaded.system().schema(), isJson);
+    else
+        throw UsageError(u"--list takes projects, configurations, files or properties; not '%1'"_s.arg(what));
+}
+
+void getProperty(LoadedSolution &loaded, const PropertyQuery &query, const ProjectElement &node,
+                 const QString &configuration, bool isJson)
+{
+    const StandardProjectSystem &system = loaded.system();
+    const PropertyClass *property = classFor(system, query.key, node, configuration);
+    const PropertyClass unlisted(query.key, PropertyType::String, PropertyTexts{});
+    PropertyTrace trace;
+    QString value = propertyValue(&node, property ? *property : unlisted, configuration, &trace);
+    const bool isFound = !trace.empty() && trace.front().element;
+    const bool isName = query.key == "Name"_L1; // a configuration's own is no value of its node
+    if (isName || (!isFound && node.hasProperty(query.key))) {
+        value = isName ? node.displayName() : node.property(query.key);
+        trace = {{value, QString(), &node}};
+    } else if (!isFound && !property) {
+        throw HException(u"no property '%1'; --list properties tells those that there are"_s.arg(query.key));
+    }
+    if (query.isExpanded)
+        value = system.expand(&node, configuration, value);
+    if (!isJson) {
+        printOut(value + u'\n');
+        if (query.isTraced)
+            for (const PropertyContribution &contribution : trace)
+                printOut(contributionText(contribution));
+        return;
+    }
+    JsonWriter json;
+    json.beginObject();
+    json.field("key", query.key);
+    json.field("node", loaded.nodePath(node));
+    json.field("configuration", configuration);
+    json.field("value", value);
+    json.beginArray("contributions");
+    for (const PropertyContribution &contribution : trace) {
+        json.beginObject();
+        json.field("value", contribution.value);
+        if (contribution.element) {
+            json.field("kind", kindName(*contribution.element));
+            json.field("node", loaded.nodePath(*contribution.element));
+            json.field("configuration", contribution.configuration);
+        } else {
+            json.field("kind", u"default");
+            json.nullField("node");
+            json.nullField("configuration");
+        }
+        json.end();
+    }
+    json.end();
+    printJson(json);
+}
+
+void setProperties(LoadedSolution &loaded, const QStringList &assignments, ProjectElement &node,
+                   const QString &configuration)
+{
+    StandardProjectSystem &system = loaded.system();
+    for (const ProjectElement *at = &node; at; at = at->parentElement())
+        if (!at->canModify())
+            throw HException(u"%1 '%2' may not be changed from here"_s.arg(kindName(*at), at->displayName()));
+    std::vector<std::pair<const PropertyClass *, QString>> values;
+    for (const QString &assignment : assignments) {
+        const qsizetype equals = assignment.indexOf(u'=');
+        if (equals <= 0)
+            throw UsageError(u"--set takes KEY=VALUE; not '%1'"_s.arg(assignment));
+        const QString key = assignment.first(equals);
+        const PropertyClass *property = classFor(system, key, node, configuration);
+        if (!property)
+            throw HException(u"no property '%1'; --list properties tells those that there are"_s.arg(key));
+        values.emplace_back(property, assignment.sliced(equals + 1));
+        checkValue(*property, values.back().second);
+    }
+    for (const auto &[property, value] : values)
+        system.setPropertyValue(&node, property, configuration, value);
+    saveSolutionOf(system, node);
+}
+
+void printCommands(LoadedSolution &loaded, const ProjectElement &node, const QString &configuration, bool isJson)
+{
+    BuildState state;
+    StandardToolCommands tools(loaded.system(), state);
+    BuildEngine engine(loaded.system(), tools, state);
+    engine.setRunsTools(false);
+    CommandCollector collector;
+    Idler idler;
+    engine.buildElement(&node, configuration, &collector, idler,
+                        BuildFlag::force | BuildFlag::quiet | BuildFlag::noChildren);
+    JsonWriter json;
+    json.beginArray();
+    for (const CommandCollector::Command &command : collector.commands) {
+        if (!isJson) {
+            printOut(commandText(command.arguments) + u'\n');
+            continue;
+        }
+        json.beginObject();
+        json.field("directory", command.directory);
+        strings(json, "arguments", command.arguments);
+        if (command.output.isEmpty())
+            json.nullField("output");
+        else
+            json.field("output", command.output);
+        json.end();
+    }
+    if (isJson)
+        printJson(json);
+}

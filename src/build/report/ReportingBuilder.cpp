@@ -1,0 +1,115 @@
+#include "build/report/ReportingBuilder.h"
+
+#include "build/log/BuildLog.h"
+
+LastItem::LastItem(BuildLog &log)
+{
+    QObject::connect(&log, &BuildLog::itemAdded, &log, [this](const BuildLogItem *item) { m_item = item; });
+}
+
+ReportingBuilder::ReportingBuilder(const Surroundings &surroundings, int slot, bool isAlone)
+    : StudioBuilder(surroundings.state, surroundings.poller, surroundings.log, surroundings.idler, slot),
+      m_report(surroundings.report),
+      m_lastItem(surroundings.lastItem),
+      m_isAlone(isAlone)
+{}
+
+void ReportingBuilder::beginStep(const ProjectElement *element, const QString &title, const QString &configuration,
+                                 int steps)
+{
+    StudioBuilder::beginStep(element, title, configuration, steps);
+    m_title = title.trimmed();
+    m_report.stepBegan(place(), m_title);
+}
+
+void ReportingBuilder::endStep(const ProjectElement *element, const QString &configuration)
+{
+    tellPending();
+    StudioBuilder::endStep(element, configuration);
+}
+
+void ReportingBuilder::startCommand(const QString &directory, const QStringList &arguments, const QString &output)
+{
+    m_output = output;
+    StudioBuilder::startCommand(directory, arguments, output);
+}
+
+void ReportingBuilder::commandStarted(const QString &directory, const QStringList &arguments)
+{
+    ++m_commandCount;
+    m_isRunning = true;
+    m_report.commandStarted(place(), directory, arguments, m_output);
+    StudioBuilder::commandStarted(directory, arguments);
+}
+
+bool ReportingBuilder::pollCommand(const ProjectElement *element, const QString &configuration)
+{
+    if (!StudioBuilder::pollCommand(element, configuration))
+        return false;
+    if (std::exchange(m_isRunning, false)) {
+        if (exitStatus() != 0 && !isStopped())
+            m_report.commandFailed(place(), m_title, exitStatus());
+        tellPending();
+    }
+    return true;
+}
+
+void ReportingBuilder::lineReceived(const QString &line, bool isError)
+{
+    const BuildLogItem *item = m_lastItem.addedBy([&] { StudioBuilder::lineReceived(line, isError); });
+    const Line received{line, isError, item && item->severity() >= Severity::Note ? item : nullptr};
+    if (m_isAlone)
+        tell(received);
+    else
+        m_pending.push_back(received);
+}
+
+void ReportingBuilder::tell(const Line &line)
+{
+    m_report.output(place(), line.text, line.isError);
+    if (line.diagnostic)
+        m_report.diagnostic(place(), *line.diagnostic, true);
+}
+
+void ReportingBuilder::tellPending()
+{
+    for (const Line &line : m_pending)
+        tell(line);
+    m_pending.clear();
+}
+
+void ReportingBuilder::reportError(const QString &text)
+{
+    const BuildLogItem *item = m_lastItem.addedBy([&] { StudioBuilder::reportError(text); });
+    m_report.diagnostic(place(), *item, false);
+}
+
+void ReportingBuilder::reportWarning(const QString &text)
+{
+    const BuildLogItem *item = m_lastItem.addedBy([&] { StudioBuilder::reportWarning(text); });
+    m_report.diagnostic(place(), *item, false);
+}
+
+void ReportingBuilder::reportInfo(const QString &text)
+{
+    StudioBuilder::reportInfo(text);
+    m_report.note(place(), BuildReport::NoteKind::Information, text);
+}
+
+void ReportingBuilder::reportNote(const QString &text)
+{
+    StudioBuilder::reportNote(text);
+    m_report.note(place(), BuildReport::NoteKind::UpToDate, text);
+}
+
+void ReportingBuilder::reportDetail(const QString &text)
+{
+    StudioBuilder::reportDetail(text);
+    m_report.note(place(), BuildReport::NoteKind::Reason, text);
+}
+
+void ReportingIdler::stepStarted(const ProjectElement *element, const QString &configuration)
+{
+    StudioIdler::stepStarted(element, configuration);
+    m_report.stepCounted();
+}

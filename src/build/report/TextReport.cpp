@@ -1,0 +1,188 @@
+#include "build/report/TextReport.h"
+
+#include "base/CommandLine.h"
+#include "build/engine/StudioBuilder.h"
+
+#include <QDir>
+#include <QFile>
+
+using namespace Qt::StringLiterals;
+
+namespace {
+
+constexpr size_t mostProblemsShown = 50;
+constexpr int barWidth = 30;
+
+QString counted(int count, const QString &what)
+{
+    return u"%1 %2"_s.arg(count).arg(count == 1 ? what : what + u's');
+}
+
+QString lineOfFile(const QString &path, int number)
+{
+    constexpr qint64 longest = 1000; // bytes; more help nobody
+    QFile file(path);
+    if (!file.open(QIODevice::ReadOnly))
+        return {};
+    for (int line = 1; line < number; ++line) {
+        while (!file.atEnd()) // a long line comes in pieces
+            if (file.readLine(longest).endsWith('\n'))
+                break;
+        if (file.atEnd())
+            return {};
+    }
+    QByteArray bytes = file.readLine(longest);
+    while (bytes.endsWith('\n') || bytes.endsWith('\r'))
+        bytes.chop(1);
+    return QString::fromUtf8(bytes);
+}
+
+} // namespace
+
+QString shownPath(const QString &path)
+{
+    const QString here = QDir::currentPath() + u'/';
+    return path.startsWith(here) ? path.sliced(here.size()) : path;
+}
+
+QStringList sourceExcerpt(const Bookmark &bookmark)
+{
+    if (!bookmark.excerpt.isEmpty())
+        return bookmark.excerpt;
+    const QString source = bookmark.line > 0 ? lineOfFile(bookmark.file, bookmark.line) : QString();
+    if (source.trimmed().isEmpty())
+        return {};
+    QStringList lines{u"%1 | %2"_s.arg(bookmark.line, 5).arg(source)};
+    if (bookmark.column > 0 && bookmark.column <= source.size() + 1) {
+        QString before = source.left(bookmark.column - 1);
+        for (QChar &c : before)
+            c = c == u'\t' ? c : QChar(u' '); // as wide as the text above it
+        lines += u"      | "_s + before + u'^';
+    }
+    return lines;
+}
+
+TextReport::TextReport(const Options &options)
+    : m_options(options), m_error(stderr, options.colors), m_out(stdout, options.colors)
+{}
+
+void TextReport::started(const QString &, const QString &, int steps)
+{
+    m_steps = steps;
+}
+
+void TextReport::stepCounted()
+{
+    ++m_stepsDone;
+}
+
+void TextReport::stepBegan(const BuildPlace &place, const QString &title)
+{
+    QString line = u"[%1/%2] %3"_s.arg(m_stepsDone).arg(qMax(m_steps, m_stepsDone)).arg(title);
+    if (const QString project = place.project(); !project.isEmpty() && !title.contains(project))
+        line += u" ("_s + project + u')';
+    if (m_error.isTerminal() && m_options.detail != Detail::All)
+        m_error.setStatus(line);
+    else if (m_options.detail != Detail::Quiet)
+        m_error.print(line);
+}
+
+void TextReport::commandStarted(const BuildPlace &, const QString &, const QStringList &arguments, const QString &)
+{
+    if (m_options.showsCommands)
+        m_error.print(commandText(arguments));
+}
+
+void TextReport::commandFailed(const BuildPlace &, const QString &title, int exitStatus)
+{
+    m_error.print(m_error.colored(Terminal::Red, u"Failed: "_s) + u"%1 (exit status %2)"_s.arg(title).arg(exitStatus));
+}
+
+void TextReport::output(const BuildPlace &, const QString &line, bool)
+{
+    m_error.print(line);
+}
+
+void TextReport::diagnostic(const BuildPlace &place, const BuildLogItem &item, bool isOfTool)
+{
+    if (!isOfTool)
+        printProblem(item);
+    if (item.severity() >= Severity::Error)
+        m_problems.push_back({place.project(), &item});
+}
+
+void TextReport::note(const BuildPlace &, NoteKind kind, const QString &text)
+{
+    const Detail needed = kind == NoteKind::UpToDate ? Detail::All : Detail::Reasons;
+    if (m_options.detail >= needed)
+        m_error.print(text);
+}
+
+// "main.c:3:5: error: text", in the form that terminals and editors know as a link.
+void TextReport::printProblem(const BuildLogItem &item)
+{
+    const Bookmark &bookmark = item.bookmark();
+    QString place;
+    if (!bookmark.file.isEmpty()) {
+        place = shownPath(bookmark.file);
+        for (const int number : {bookmark.line, bookmark.column})
+            if (number > 0)
+                place += u':' + QString::number(number);
+        place += u": "_s;
+    }
+    const bool isError = item.severity() >= Severity::Error, isWarning = item.severity() == Severity::Warning;
+    const QString kind = isError ? u"error: "_s : isWarning ? u"warning: "_s : u"note: "_s;
+    const auto color = isError ? Terminal::Red : isWarning ? Terminal::Magenta : Terminal::Cyan;
+    m_error.print(m_error.colored(Terminal::Bold, place) + m_error.colored(color, kind) + item.text());
+}
+
+void TextReport::printProblems()
+{
+    if (m_problems.empty())
+        return;
+    m_error.print({});
+    QString project;
+    for (size_t i = 0; i < qMin(m_problems.size(), mostProblemsShown); ++i) {
+        const Problem &problem = m_problems[i];
+        if (i == 0 || problem.project != project) {
+            project = problem.project;
+            m_error.print(
+                m_error.colored(Terminal::Bold, project.isEmpty() ? u"Errors:"_s : u"Errors in %1:"_s.arg(project)));
+        }
+        printProblem(*problem.item);
+        for (const QString &line : sourceExcerpt(problem.item->bookmark()))
+            m_error.print(line);
+    }
+    if (m_problems.size() > mostProblemsShown)
+        m_error.print(u"and %1 more"_s.arg(m_problems.size() - mostProblemsShown));
+}
+
+void TextReport::finished(const BuildOutcome &outcome)
+{
+    m_error.setStatus({});
+    m_error.clearStatus();
+    std::stable_sort(m_problems.begin(), m_problems.end(),
+                     [](const Problem &a, const Problem &b) { return a.project < b.project; });
+    printProblems();
+    std::fflush(stderr);
+
+    if (m_options.detail != Detail::Quiet)
+        for (const ProgramSize &size : outcome.sizes)
+            printOut(sizeText(size, m_out.isTerminal() ? barWidth : 0));
+    const QString word = outcome.word();
+    QStringList facts;
+    if (outcome.commands > 0)
+        facts += counted(outcome.commands, u"command"_s);
+    if (outcome.counters.errors > 0)
+        facts += counted(outcome.counters.errors, u"error"_s);
+    if (outcome.counters.warnings > 0)
+        facts += counted(outcome.counters.warnings, u"warning"_s);
+    if (outcome.failures > 0)
+        facts += counted(outcome.failures, u"failed job"_s);
+    facts += u"%1 s"_s.arg(double(outcome.milliseconds) / 1000, 0, 'f', 1);
+    if (m_options.detail == Detail::Quiet && outcome.isDone())
+        return;
+    const QString result = word == "cleaned"_L1 ? u"Cleaned"_s : u"Build "_s + word;
+    printOut(m_out.colored(outcome.isDone() ? Terminal::Green : Terminal::Red, result) + u": "_s + facts.join(u", "_s) +
+             u'\n');
+}

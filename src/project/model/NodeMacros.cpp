@@ -1,0 +1,352 @@
+#include "project/model/NodeMacros_p.h"
+
+#include "xml/macros/SystemMacroTable.h"
+
+#include <QFileInfo>
+#include <algorithm>
+
+using namespace Qt::StringLiterals;
+
+namespace {
+
+// A node as its own macros see it.
+struct OwnNode
+{
+    const ProjectSystem &system;
+    const ProjectElement &element;
+    const ElementPath &path;
+
+    QString relative() const { return path.wasRelative ? system.relativePath(&element, path.path) : path.path; }
+};
+
+QString fileNameOf(const QString &path)
+{
+    return path.sliced(path.lastIndexOf(u'/') + 1);
+}
+
+QString directoryOf(const QString &path)
+{
+    const qsizetype slash = path.lastIndexOf(u'/');
+    return slash < 0 ? u"."_s : slash == 0 ? u"/"_s : path.first(slash);
+}
+
+// Without its ending, which a name that begins with its only dot doesn't have.
+QString baseNameOf(const QString &fileName)
+{
+    const qsizetype dot = fileName.lastIndexOf(u'.');
+    return dot > 0 ? fileName.first(dot) : fileName;
+}
+
+QString endingOf(const QString &fileName) // without the dot
+{
+    const qsizetype dot = fileName.lastIndexOf(u'.');
+    return dot > 0 ? fileName.sliced(dot + 1) : u""_s;
+}
+
+enum Nodes { AllNodes, Files, FilesAndProjects }; // files are folders with a file name, too
+struct OwnMacro
+{
+    QLatin1StringView name;
+    Nodes nodes;
+    QString (*make)(const OwnNode &);
+};
+const OwnMacro ownMacros[] = {
+    {"ProjectNodeName"_L1, AllNodes, [](const OwnNode &node) { return node.element.displayName(); }},
+    {"InputDir"_L1, Files, [](const OwnNode &node) { return directoryOf(node.path.path); }},
+    {"InputName"_L1, Files, [](const OwnNode &node) { return baseNameOf(fileNameOf(node.path.path)); }},
+    {"InputFileName"_L1, Files, [](const OwnNode &node) { return fileNameOf(node.path.path); }},
+    {"InputExt"_L1, Files, [](const OwnNode &node) { return endingOf(fileNameOf(node.path.path)); }},
+    {"InputPath"_L1, Files, [](const OwnNode &node) { return node.path.path; }},
+    {"RelInputPath"_L1, FilesAndProjects, [](const OwnNode &node) { return node.relative(); }},
+    {"RelInputDir"_L1, FilesAndProjects,
+     [](const OwnNode &node) { return node.path.wasRelative ? directoryOf(node.relative()) : u"."_s; }},
+};
+
+bool hasMacro(const ProjectElement &element, Nodes nodes)
+{
+    switch (element.type()) {
+    case ProjectElement::Type::File: return true;
+    case ProjectElement::Type::Folder: return nodes == AllNodes || element.hasProperty(u"file_name"_s);
+    case ProjectElement::Type::Project: return nodes != Files;
+    default: return nodes == AllNodes;
+    }
+}
+
+const QLatin1StringView directoryNames[NodeContext::directoryCount] = {"IntDir"_L1, "RootOutDir"_L1, "OutDir"_L1,
+                                                                       "RootRelativeOutDir"_L1, "ToolChainDir"_L1};
+
+const QString *find(const std::vector<NodeContext::Macro> &macros, const QString &name)
+{
+    const auto found = std::find_if(macros.rbegin(), macros.rend(), // the last of a name counts
+                                    [&name](const NodeContext::Macro &macro) { return macro.first == name; });
+    return found == macros.rend() ? nullptr : &found->second;
+}
+
+const QString *find(const MacroMap &macros, const QString &name)
+{
+    const auto found = macros.constFind(name);
+    return found == macros.constEnd() ? nullptr : &*found;
+}
+
+// The display names of the folders from `folder` outwards, the outermost first.
+QString folderPath(const ProjectElement *folder)
+{
+    QStringList names;
+    for (; folder && folder->type() == ProjectElement::Type::Folder; folder = folder->parentElement())
+        names.prepend(folder->displayName());
+    return names.join(u'/');
+}
+
+} // namespace
+
+std::optional<QString> NodeMacros::value(const QString &name)
+{
+    for (int directory = 0; directory < m_directories; ++directory)
+        if (name == directoryNames[directory] && !(m_extra && m_extra->contains(name)))
+            if (const auto found = directoryValue(directory))
+                return found;
+    const auto answer = [this, &name](const QString *found) -> std::optional<QString> {
+        if (!found)
+            return std::nullopt;
+        const std::optional<QString> now = SystemMacroTable::instance().currentTime(name);
+        m_isOwn |= now.has_value();
+        return now.value_or(*found);
+    };
+    if (const QString *found = m_extra ? find(*m_extra, name) : nullptr)
+        return answer(found);
+    if (const QString *found = find(m_context.later, name))
+        return answer(found);
+    if (const auto found = ownValue(name))
+        return found;
+    if (const QString *found = find(m_context.macros, name))
+        return answer(found);
+    const SystemMacroTable &table = SystemMacroTable::instance();
+    const QString *found = find(m_context.userMacros, name);
+    if (!found)
+        found = find(table.globalMacros(), name);
+    return answer(found ? found : find(table.systemMacros(), name));
+}
+
+std::optional<QString> NodeMacros::ownValue(const QString &name)
+{
+    const auto known = std::find_if(std::begin(ownMacros), std::end(ownMacros),
+                                    [&name](const OwnMacro &macro) { return name == macro.name; });
+    if (!m_element || known == std::end(ownMacros) || !hasMacro(*m_element, known->nodes))
+        return std::nullopt;
+    m_isOwn = true;
+    // While the node's path is worked out, nothing that comes from it is there.
+    if (known->nodes != AllNodes && m_element->cache().isResolving)
+        return std::nullopt;
+    static const ElementPath none;
+    const ElementPath &path = known->nodes == AllNodes ? none : m_system.resolve(m_element, m_context.configuration);
+    return known->make({m_system, *m_element, path});
+}
+
+// None where the directory isn't a macro.
+std::optional<QString> NodeMacros::directoryValue(int directory)
+{
+    using Macro = NodeContext::DirectoryMacro;
+    Macro &known = m_context.directories[size_t(directory)];
+    if (known.state == Macro::Absent)
+        return std::nullopt;
+    if (known.state == Macro::Shared)
+        return known.value;
+    bool isOwn = false;
+    std::optional<QString> made;
+    switch (directory) {
+    case NodeContext::IntDir:
+        made = normalizedPath(directoryText(ProjectProperty::build_intermediate_directory, directory, isOwn));
+        break;
+    case NodeContext::RootOutDir:
+        made = directoryText(ProjectProperty::build_root_output_directory, directory, isOwn);
+        break;
+    case NodeContext::OutDir:
+        made = normalizedPath(directoryText(ProjectProperty::build_output_directory, directory, isOwn));
+        break;
+    case NodeContext::ToolChainDir:
+        made = directoryText(ProjectProperty::build_toolchain_directory, directory, isOwn);
+        break;
+    case NodeContext::RootRelativeOutDir: {
+        NodeMacros before(m_system, m_element, m_context, nullptr, directory);
+        const QString root = before.directoryValue(NodeContext::RootOutDir).value_or(QString());
+        const QString out = before.directoryValue(NodeContext::OutDir).value_or(QString());
+        isOwn = before.isOwn();
+        if (!root.isEmpty() && !out.isEmpty())
+            made = relativePath(m_system.absolutePath(m_element, out), m_system.absolutePath(m_element, root));
+        break;
+    }
+    }
+    known.state = isOwn ? Macro::Own : made ? Macro::Shared : Macro::Absent;
+    known.value = isOwn ? QString() : made.value_or(QString());
+    m_isOwn |= isOwn;
+    return made;
+}
+
+// Those before it are macros in the text.
+QString NodeMacros::directoryText(ProjectProperty property, int directory, bool &isOwn)
+{
+    NodeMacros before(m_system, m_element, m_context, nullptr, directory);
+    const QString made = expandMacros(before, m_system.value(m_element, property, m_context.configuration));
+    isOwn = before.isOwn();
+    return made;
+}
+
+void NodeMacros::fill(const ProjectSystem &system, const ProjectElement *element, NodeContext &context)
+{
+    const QString &configuration = context.configuration;
+    context.userMacros = system.userMacros(element, configuration);
+    const auto add = [&context](const QString &name, const QString &value) {
+        context.macros.emplace_back(name, value);
+    };
+    if (element) {
+        context.macros.reserve(9);
+        const ProjectElement *parent = element->parentElement();
+        if (parent && parent->type() == ProjectElement::Type::Folder)
+            add(u"FolderName"_s, parent->displayName());
+        add(u"FolderPath"_s, folderPath(parent));
+        if (const ProjectElement *project = element->enclosing(ProjectElement::Type::Project)) {
+            add(u"ProjectDir"_s, system.projectDirectory(project));
+            add(u"ProjectName"_s, project->displayName());
+        }
+        if (const ProjectElement *root = element->enclosing(ProjectElement::Type::Solution)) {
+            const QString fileName = fileNameOf(root->filePath());
+            add(u"SolutionDir"_s, system.solutionDirectory(root));
+            add(u"SolutionName"_s, baseNameOf(fileName));
+            add(u"SolutionFileName"_s, fileName);
+            add(u"SolutionPath"_s, root->filePath());
+            add(u"SolutionExt"_s, endingOf(fileName));
+        }
+    }
+    context.later = {{u"Configuration"_s, configuration},
+                     {u"OBJ"_s, system.objectFileExtension(element, configuration)},
+                     {u"EXE"_s, system.executableFileExtension(element, configuration)},
+                     {u"LIB"_s, system.libraryFileExtension(element, configuration)},
+                     {u"PackageExt"_s, u"vnPackage"_s}};
+    for (const PropertyValueGroupClass *group : system.groupsOf(element, configuration))
+        context.later.emplace_back(group->name, system.value(element, *group, configuration));
+    for (const auto *contribution : system.groupContributions(element, configuration))
+        if (contribution->kind == PropertyValueGroupClass::Contribution::Macro)
+            context.later.emplace_back(contribution->name, contribution->value);
+    MacroMap extra;
+    system.addExtraMacros(element, configuration, extra);
+    for (auto macro = extra.begin(); macro != extra.end(); ++macro)
+        context.later.emplace_back(macro.key(), *macro);
+}
+
+MacroMap NodeMacros::all()
+{
+    MacroMap map = m_context.userMacros;
+    for (const auto &[name, value] : m_context.macros)
+        map[name] = value;
+    for (const OwnMacro &macro : ownMacros)
+        if (const auto found = ownValue(macro.name))
+            map[macro.name] = *found;
+    for (const auto &[name, value] : m_context.later)
+        map[name] = value;
+    for (int directory = 0; directory < m_directories; ++directory)
+        if (const auto found = directoryValue(directory))
+            map[directoryNames[directory]] = *found;
+    return map;
+}
+
+const MacroMap &ProjectSystem::userMacros(const ProjectElement *element, const QString &configuration) const
+{
+    const QString text = value(element, ProjectProperty::macros, configuration);
+    if (m_lastMacros.text != text || m_lastMacros.generation != changeCount())
+        m_lastMacros = {text, changeCount(), readMacroString(expandSystem(text))};
+    return m_lastMacros.macros;
+}
+
+NodeContext &ProjectSystem::context(const ProjectElement *element, const QString &configuration) const
+{
+    const quint64 generation = changeCount();
+    if (m_lastContext.isFor(element, configuration, generation))
+        return *m_lastContext.found;
+    const bool isMember = element && element->type() == ProjectElement::Type::File &&
+                          element->configurations().isEmpty() && element->parentElement();
+    ElementCache &cache = !element ? *m_noNode : isMember ? element->parentElement()->cache() : element->cache();
+    bool isCurrent;
+    NodeContext &found =
+        cachedEntry(isMember ? cache.memberContexts : cache.ownContexts, configuration, generation, isCurrent);
+    if (!isCurrent)
+        NodeMacros::fill(*this, element, found);
+    m_lastContext = {&found, element, configuration, generation};
+    return found;
+}
+
+const void *ProjectSystem::contextOf(const ProjectElement *element, const QString &configuration) const
+{
+    return &context(element, configuration);
+}
+
+QString ProjectSystem::expand(const ProjectElement *element, const QString &configuration, const QString &text,
+                              const MacroMap &extra, bool *isOwn) const
+{
+    if (!text.contains(u'$'))
+        return text;
+    NodeMacros macros(*this, element, context(element, configuration), extra.isEmpty() ? nullptr : &extra);
+    const QString expanded = expandMacros(macros, text);
+    if (isOwn)
+        *isOwn |= macros.isOwn();
+    return expanded;
+}
+
+QString ProjectSystem::expandedValue(const ProjectElement *element, ProjectProperty property,
+                                     const QString &configuration, bool *isOwn) const
+{
+    const QString raw = value(element, property, configuration);
+    if (!raw.contains(u'$'))
+        return raw;
+    NodeContext &shared = context(element, configuration);
+    if (const QString *known = shared.values.find(quint32(property)))
+        return *known;
+    bool isItsOwn = false;
+    const QString expanded = expand(element, configuration, raw, {}, &isItsOwn);
+    if (!isItsOwn)
+        shared.values.insert(quint32(property), expanded);
+    else if (isOwn)
+        *isOwn = true;
+    return expanded;
+}
+
+QStringList ProjectSystem::propertyList(const ProjectElement *element, ProjectProperty property,
+                                        const QString &configuration, int options, bool *isOwn) const
+{
+    NodeContext &shared = context(element, configuration);
+    const quint32 key = quint32(property) << 8 | quint32(options);
+    if (const QStringList *known = shared.lists.find(key))
+        return *known;
+    bool isItsOwn = false;
+    const QStringList items =
+        listItems(element, value(element, property, configuration), configuration, options, &isItsOwn);
+    if (!isItsOwn)
+        shared.lists.insert(key, items);
+    else if (isOwn)
+        *isOwn = true;
+    return items;
+}
+
+QStringList ProjectSystem::propertyList(const ProjectElement *element, const PropertyClass &propertyClass,
+                                        const QString &configuration, int options, bool *isOwn) const
+{
+    if (const auto id = m_schema.idOf(&propertyClass))
+        return propertyList(element, *id, configuration, options, isOwn);
+    return listItems(element, value(element, propertyClass, configuration), configuration, options, isOwn);
+}
+
+QStringList ProjectSystem::listItems(const ProjectElement *element, const QString &text, const QString &configuration,
+                                     int options, bool *isOwn) const
+{
+    QStringList items = options & EscapedList ? splitAtSemicolons(text) : text.split(u';', Qt::SkipEmptyParts);
+    if (options & ExpandItems) {
+        for (QString &item : items)
+            item = expand(element, configuration, item, {}, isOwn);
+        items.removeAll(QString());
+    }
+    return items;
+}
+
+MacroMap ProjectSystem::buildMacros(const ProjectElement *element, const QString &configuration) const
+{
+    return NodeMacros(*this, element, context(element, configuration)).all();
+}

@@ -1,0 +1,140 @@
+// Where the nodes of a ProjectSystem lie, and what their files are.
+#include "project/model/ElementCache_p.h"
+#include "project/model/FileType.h"
+#include "project/model/ProjectSystem.h"
+
+#include <QScopeGuard>
+
+using namespace Qt::StringLiterals;
+
+const ElementPath &ProjectSystem::resolve(const ProjectElement *element, const QString &configuration) const
+{
+    ElementCache &cache = element->cache();
+    const quint64 generation = changeCount();
+    if (cache.pathGeneration == generation && (!cache.path.hasMacros || cache.pathConfiguration == configuration))
+        return cache.path;
+    cache.path = ElementPath();
+    switch (element->type()) {
+    case ProjectElement::Type::Project: resolveProject(*element, cache.path); break;
+    case ProjectElement::Type::File: resolveFile(*element, configuration, cache.path); break;
+    case ProjectElement::Type::Folder:
+        if (element->hasProperty(u"file_name"_s))
+            resolveFile(*element, configuration, cache.path);
+        else
+            cache.path.directory = projectDirectory(element);
+        break;
+    default: cache.path.path = element->filePath();
+    }
+    cache.pathConfiguration = configuration;
+    cache.pathGeneration = generation;
+    return cache.path;
+}
+
+void ProjectSystem::resolveProject(const ProjectElement &project, ElementPath &path) const
+{
+    path.directory = solutionDirectory(&project);
+    path.fileName = expandSystem(value(&project, ProjectProperty::project_directory, u"Common"_s));
+    path.wasRelative = !path.fileName.startsWith(u'/');
+    path.path = path.fileName.isEmpty() ? path.directory : ::absolutePath(path.directory, path.fileName);
+}
+
+void ProjectSystem::resolveFile(const ProjectElement &file, const QString &configuration, ElementPath &path) const
+{
+    ElementCache &cache = file.cache();
+    path.directory = projectDirectory(&file);
+    path.fileName = file.property(u"file_name"_s);
+    path.hasMacros = path.fileName.contains(u'$');
+    if (path.hasMacros && !cache.isResolving) {
+        cache.isResolving = true;
+        const auto done = qScopeGuard([&cache] { cache.isResolving = false; });
+        path.fileName = expand(&file, configuration, path.fileName);
+    }
+    path.wasRelative = !path.fileName.startsWith(u'/');
+    path.path = ::absolutePath(path.directory, path.fileName);
+    const QString relative = ::relativePath(path.directory, path.path);
+    path.isExternal = relative == ".."_L1 || relative.startsWith("../"_L1);
+}
+
+QString ProjectSystem::path(const ProjectElement *element, const QString &configuration) const
+{
+    return resolve(element, configuration).path;
+}
+
+QString ProjectSystem::projectDirectory(const ProjectElement *element) const
+{
+    const ProjectElement *project = element ? element->enclosing(ProjectElement::Type::Project) : nullptr;
+    return project ? resolve(project, QString()).path : solutionDirectory(element);
+}
+
+QString ProjectSystem::solutionDirectory(const ProjectElement *element) const
+{
+    const ProjectElement *root = element ? element->enclosing(ProjectElement::Type::Solution) : m_solution.get();
+    if (!root)
+        return QString();
+    const QString &file = root->filePath();
+    return file.first(qMax<qsizetype>(file.lastIndexOf(u'/'), 0));
+}
+
+QString ProjectSystem::absolutePath(const ProjectElement *element, const QString &path) const
+{
+    return ::absolutePath(projectDirectory(element), path);
+}
+
+QString ProjectSystem::relativePath(const ProjectElement *element, const QString &path) const
+{
+    return ::relativePath(projectDirectory(element), path);
+}
+
+QString ProjectSystem::fileTypeOf(const ProjectElement *element, const QString &configuration) const
+{
+    QString type = value(element, ProjectProperty::file_type, configuration);
+    if (!type.isEmpty() && type != "Default"_L1)
+        return type;
+    type = element->buildType();
+    if (type.isEmpty()) {
+        const QString path = resolve(element, configuration).path;
+        type = buildTypeOfFile(path);
+        if (type.isEmpty()) {
+            // The tool chain's endings.
+            const auto hasEnding = [&path](const QString &ending) {
+                return !ending.isEmpty() && path.endsWith(ending, Qt::CaseInsensitive);
+            };
+            if (hasEnding(assemblyFileExtension(element, configuration)))
+                type = BuildType::assembly;
+            else if (hasEnding(objectFileExtension(element, configuration)))
+                type = BuildType::objectFile;
+            else if (hasEnding(executableFileExtension(element, configuration)))
+                type = BuildType::executable;
+            else if (hasEnding(libraryFileExtension(element, configuration)))
+                type = BuildType::library;
+        }
+    }
+    if (type == BuildType::c && isYes(element, ProjectProperty::c_files_are_cpp, configuration))
+        return BuildType::cpp;
+    return type;
+}
+
+QString StandardProjectSystem::objectFileExtension(const ProjectElement *, const QString &) const
+{
+    return u".o"_s;
+}
+
+QString StandardProjectSystem::libraryFileExtension(const ProjectElement *, const QString &) const
+{
+    return u".a"_s;
+}
+
+QString StandardProjectSystem::executableFileExtension(const ProjectElement *, const QString &) const
+{
+    return u".elf"_s;
+}
+
+QString ProjectSystem::platformOf(const ProjectElement *) const
+{
+    return expandSystem(u"$(HostOS)_$(HostArch)"_s);
+}
+
+QString StandardProjectSystem::platformOf(const ProjectElement *) const
+{
+    return expandSystem(u"$(Platform)"_s);
+}

@@ -1,0 +1,387 @@
+// The link: script, libraries, link-time optimisation, what happens to the image behind it.
+
+#include "base/Directories.h"
+#include "base/HException.h"
+#include "base/SharedLibrary.h"
+#include "target/loadfile/ElfLoadFile.h"
+#include "target/memory/CodeBuffer.h"
+#include "toolchain/ArchiveMembers.h"
+#include "toolchain/CLibrary.h"
+#include "toolchain/ElfEdits.h"
+#include "toolchain/LinkerScript.h"
+#include "toolchain/ToolDriver.h"
+#include "xml/macros/SystemMacroTable.h"
+
+#include <QDir>
+#include <QFileInfo>
+#include <cstdio>
+
+using namespace Qt::StringLiterals;
+
+namespace {
+
+// Options of -Wl, that the compiler driver must see itself; all others go to the linker behind it.
+bool isDriverOption(const QString &option)
+{
+    constexpr const char *prefixes[] = {"-Wl,", "-O", "-f", "-L", "-l", "--specs=", "-specs=", "-u"};
+    constexpr const char *words[] = {"-nostdlib", "-nodefaultlibs", "-nostartfiles", "-static", "-g", "-s", "-v"};
+    return isMachineOption(option) ||
+           std::ranges::any_of(prefixes, [&](auto *p) { return option.startsWith(QLatin1StringView(p)); }) ||
+           std::ranges::any_of(words, [&](auto *w) { return option == QLatin1StringView(w); });
+}
+
+bool chooses(const QStringList &options, std::initializer_list<QStringView> prefixes)
+{
+    return std::ranges::any_of(options, [&](const QString &option) {
+        return std::ranges::any_of(prefixes, [&](QStringView prefix) { return option.startsWith(prefix); });
+    });
+}
+
+// What the C library and compiled code call by name, so that bitcode that defines it must keep it.
+constexpr const char *libraryCallbacks[] = {
+    "main",    "_exit", "_sbrk", "_write", "_read",  "_close",  "_fstat", "_isatty", "_lseek", "_kill",
+    "_getpid", "_open", "_init", "_fini",  "memcpy", "memmove", "memset", "memcmp",  "abort",
+};
+
+const QStringList smallTools = {u"cp"_s, u"xmlcp"_s, u"mkhdr"_s, u"chmod"_s, u"rm"_s};
+
+// Blanks separate words, double quotes keep them together, a backslash before a quote makes it one of the word.
+QStringList commandWords(const QString &command)
+{
+    QStringList words;
+    QString word;
+    bool isQuoted = false;
+    for (qsizetype i = 0; i <= command.size(); ++i) {
+        const QChar c = i < command.size() ? command[i] : QChar(u' ');
+        const bool isEnd = i == command.size() || (!isQuoted && c.isSpace());
+        if (isEnd && !word.isEmpty())
+            words += std::exchange(word, QString());
+        else if (!isEnd && c == u'\\' && i + 1 < command.size() && command[i + 1] == u'"')
+            word += command[++i];
+        else if (!isEnd && c == u'"')
+            isQuoted = !isQuoted;
+        else if (!isEnd)
+            word += c;
+    }
+    return words;
+}
+
+// The triple that a bitcode module was compiled for; empty when the library can't read it.
+QString bitcodeTriple(const QString &libraryPath, const QString &file)
+{
+    SharedLibrary library;
+    if (libraryPath.isEmpty() || !library.load(libraryPath))
+        return QString();
+    const auto create = library.function<void *(const char *)>("lto_module_create");
+    const auto triple = library.function<const char *(void *)>("lto_module_get_target_triple");
+    const auto dispose = library.function<void(void *)>("lto_module_dispose");
+    if (!create || !triple || !dispose)
+        return QString();
+    void *module = create(QFile::encodeName(file).constData());
+    if (!module)
+        return QString();
+    const QString text = QString::fromLatin1(triple(module));
+    dispose(module);
+    library.release();
+    return text;
+}
+
+// What only bitcode can tell when no object of a machine is there.
+Machine machineOfTriple(const QString &triple)
+{
+    struct Row
+    {
+        const char *begin, *option;
+    };
+    constexpr Row rows[] = {{"thumbv6m", "-march=armv6-m"},
+                            {"thumbv7m", "-march=armv7-m"},
+                            {"thumbv7em", "-march=armv7e-m"},
+                            {"thumbv8m.base", "-march=armv8-m.base"},
+                            {"thumbv8m.main", "-march=armv8-m.main"}};
+    if (triple.startsWith(u"riscv"_s))
+        return {Machine::RiscV, {u"-march=rv32imac"_s, u"-mabi=ilp32"_s}, 0};
+    Machine machine{Machine::Arm, {}, 0};
+    for (const Row &row : rows)
+        if (triple.section(u'-', 0, 0) == QLatin1StringView(row.begin))
+            machine.options << QString::fromLatin1(row.option) << u"-mthumb"_s;
+    return machine;
+}
+
+} // namespace
+
+ToolDriver::Link ToolDriver::planLink(const QStringList &files) const
+{
+    LinkInputs inputs = LinkInputs::read(files);
+    if (!inputs.machine && !inputs.bitcode.isEmpty()) {
+        const QString library = ToolSet(m_options.linkerOptions, std::nullopt).ltoLibrary();
+        inputs.machine = machineOfTriple(bitcodeTriple(library, inputs.bitcode.first()));
+    }
+    Link link{inputs, ToolSet(m_options.linkerOptions, inputs.machine), {}, {}, inputs.entry};
+    link.userOptions = ToolSet::withoutChoice(m_options.linkerOptions);
+    for (const QString &option : link.userOptions)
+        if (isMachineOption(option))
+            link.machine += option;
+    // Options that name a processor are whole; others only add to what the objects tell.
+    if (inputs.machine && !chooses(link.machine, {u"-mcpu=", u"-march="}))
+        link.machine = inputs.machine->options + link.machine;
+    if (link.entry.isEmpty())
+        link.entry = link.tools.isRiscV() ? u"_start"_s : u"Reset_Handler"_s;
+    return link;
+}
+
+void ToolDriver::link()
+{
+    const QStringList files = readInputs();
+    const Link link = planLink(files);
+    m_runner.addOutput(m_options.output);
+
+    const QStringList script = linkScript(link);
+    const QStringList objects = link.inputs.hasBitcode() ? optimizeBitcode(link, files) : files;
+    const QStringList afterObjects = libraries(link);
+    QStringList command = link.tools.compiler();
+    if (link.tools.isClang())
+        command << u"-fuse-ld=lld"_s << u"-nostdlib"_s << u"-static"_s;
+    else if (!script.isEmpty())
+        command += u"-nostartfiles"_s; // the start-up code is the program's own
+    command += link.machine;
+    command += script;
+    command += linkerFlags();
+    command += filesAsWords(objects, ".link-inputs");
+    for (const QString &option : link.userOptions)
+        if (!isMachineOption(option))
+            command += isDriverOption(option) ? option : u"-Wl,"_s + option;
+    command += afterObjects;
+    command << u"-o"_s << m_options.output;
+    m_runner.run(command);
+
+    if (!m_runner.isDry())
+        groupSegmentSymbols(m_options.output);
+    runPatch();
+    writeLoadFile();
+}
+
+QStringList ToolDriver::linkScript(const Link &link)
+{
+    if (!m_options.linkerScript.isEmpty())
+        return {u"-T"_s, m_options.linkerScript};
+    if (m_options.memoryMap.isEmpty() && m_options.placementSegments.isEmpty()) {
+        warn(u"no memory map and no segments: the linker's own layout is used"_s);
+        return {};
+    }
+    SystemMacroTable::instance().addInstallationMacros(QDir(installationDirectory()),
+                                                       QDir(userDirectory(UserFiles::Data)));
+    const QString placementPath = m_options.placement.isEmpty()
+                                      ? installationDirectory() + u"/targets/section_placement.xml"_s
+                                      : m_options.placement;
+    const SectionPlacement placement(
+        m_options.memoryMap.isEmpty() ? SectionPlacement::readSegmentList(m_options.placementSegments)
+                                      : SectionPlacement::readMemoryMap(m_options.memoryMap, m_options.memoryMapMacros),
+        placementPath, m_options.placementMacros);
+    for (const QString &warning : placement.warnings())
+        warn(warning);
+    const QString script = intermediate(".ld");
+    writeOwnFile(script, LinkerScript(placement, link.entry).text());
+    QStringList words = {u"-T"_s, script, u"-Wl,--orphan-handling=warn"_s};
+    // Code and data in one memory are what such a program means to have.
+    const auto runsFromWritable = [&](const PlacedSection &section) {
+        return section.isLoaded && section.runIn.isEmpty() && !placement.segments()[section.segment].isReadOnly;
+    };
+    if (!link.tools.isClang() && std::ranges::any_of(placement.sections(), runsFromWritable))
+        words += u"-Wl,--no-warn-rwx-segments"_s;
+    return words;
+}
+
+QStringList ToolDriver::linkerFlags() const
+{
+    // -n: segments aren't aligned to pages, so that file headers get no place in the target's memory.
+    QStringList words = {u"-Wl,--gc-sections"_s, u"-Wl,-n"_s, u"-Wl,-z,noexecstack"_s};
+    if (m_options.warningsAsErrors)
+        words += u"-Wl,--fatal-warnings"_s;
+    if (m_options.map) {
+        const QFileInfo info(m_options.output);
+        words += u"-Wl,-Map="_s + info.path() + u'/' + info.completeBaseName() + u".map"_s;
+    }
+    for (const QString &definition : m_options.symbolDefinitions)
+        words += u"-Wl,--defsym="_s + definition;
+    for (const QString &symbol : m_options.keepSymbols)
+        words += u"-Wl,--undefined="_s + symbol;
+    return words;
+}
+
+// GCC finds the libraries of a machine itself. Where it has no C library (RISC-V on many systems) a program is
+// linked with the compiler's support functions alone.
+QStringList ToolDriver::libraries(const Link &link)
+{
+    const CLibrary library = CLibrary::forCodes(m_options.printfCode, m_options.scanfCode);
+    if (link.tools.isClang())
+        return clangLibraries(link, library.isFull);
+    const auto has = [&](const QString &name) {
+        return m_runner.query(QStringList{link.tools.gcc()} + link.machine + QStringList{u"-print-file-name="_s + name})
+            .startsWith(u'/');
+    };
+    if (!m_options.standardLibraries || !has(u"libc.a"_s))
+        return {u"-nostdlib"_s, u"-lgcc"_s};
+    QStringList words;
+    const bool isNano = !library.isFull && has(u"libc_nano.a"_s);
+    if (isNano)
+        words += u"--specs=nano.specs"_s;
+    // System calls that the program doesn't have itself fail and are warned of.
+    if (!chooses(link.userOptions, {u"--specs=", u"-specs=", u"-nostdlib", u"-nodefaultlibs"}) && has(u"nosys.specs"_s))
+        words += u"--specs=nosys.specs"_s;
+    for (const QString &symbol : library.wantedSymbols())
+        words += u"-Wl,--undefined="_s + symbol;
+    const bool isCpp = link.inputs.hasCpp || m_options.exceptions || m_options.rtti;
+    if (isCpp && has(u"libstdc++.a"_s))
+        words += isNano ? u"-lstdc++_nano"_s : u"-lstdc++"_s;
+    return words;
+}
+
+// clang for bare targets brings no libraries: it links those of GCC, where that is installed.
+QStringList ToolDriver::clangLibraries(const Link &link, bool isFull)
+{
+    const auto folderOf = [&](const QStringList &question) {
+        const QString path = m_runner.query(QStringList{link.tools.gcc()} + link.machine + question);
+        return path.startsWith(u'/') ? QFileInfo(path).path() : QString();
+    };
+    QStringList words;
+    const QString compilerLibraries = folderOf({u"-print-libgcc-file-name"_s});
+    const QString cLibraries = folderOf({u"-print-file-name=libc.a"_s});
+    const bool hasC = m_options.standardLibraries && !cLibraries.isEmpty();
+    if (hasC)
+        words += u"-L"_s + cLibraries;
+    if (!compilerLibraries.isEmpty())
+        words += u"-L"_s + compilerLibraries;
+    words += u"-Wl,--start-group"_s;
+    const CLibrary library = CLibrary::forCodes(m_options.printfCode, m_options.scanfCode);
+    if (hasC) {
+        for (const QString &symbol : library.wantedSymbols())
+            words.prepend(u"-Wl,--undefined="_s + symbol);
+        words << (isFull ? u"-lc"_s : u"-lc_nano"_s) << u"-lnosys"_s;
+    }
+    if (!compilerLibraries.isEmpty())
+        words += u"-lgcc"_s;
+    return words << u"-Wl,--end-group"_s;
+}
+
+
+// ltollvm takes bitcode from files, not from archives: each module of an archive becomes a file, and what else it
+// holds an archive of its own. A module that nothing needs goes away again when all are compiled.
+QStringList ToolDriver::withoutBitcodeArchives(const Link &link, const QStringList &files)
+{
+    QStringList result;
+    for (const QString &file : files) {
+        if (!link.inputs.bitcodeArchives.contains(file) || m_runner.isDry()) {
+            result += file;
+            continue;
+        }
+        const ByteImage archive = ByteImage::load(file);
+        const QString stem = intermediate(".lto-") + QFileInfo(file).completeBaseName();
+        QStringList objects;
+        int count = 0;
+        for (const std::span<const quint8> member : archiveMembers(archive.bytes())) {
+            const bool isModule = isBitcode(member);
+            const QString path = stem + u'-' + QString::number(++count) + (isModule ? u".bc"_s : u".o"_s);
+            writeOwnFile(path, QByteArray::fromRawData(reinterpret_cast<const char *>(member.data()),
+                                                       qsizetype(member.size())));
+            (isModule ? result : objects) += path;
+        }
+        if (objects.isEmpty())
+            continue;
+        QFile::remove(stem + u".a"_s);
+        m_runner.run(QStringList{link.tools.archiver(false), u"rcsD"_s, stem + u".a"_s} + objects);
+        result += stem + u".a"_s;
+    }
+    return result;
+}
+
+QStringList ToolDriver::optimizeBitcode(const Link &link, const QStringList &files)
+{
+    const QString library = link.tools.ltoLibrary();
+    if (library.isEmpty())
+        throw HException(u"'%1' is bitcode, and LLVM's LTO library isn't beside clang"_s.arg(
+            (link.inputs.bitcode + link.inputs.bitcodeArchives).first()));
+    const QString inputList = intermediate(".lto-in"), linkerList = intermediate(".lto-out"),
+                  object = intermediate(".lto.o");
+    QByteArray lines;
+    for (const QString &file : withoutBitcodeArchives(link, files))
+        lines += '"' + QFile::encodeName(file) + "\"\n";
+    writeOwnFile(inputList, lines);
+
+    QStringList command = {installationDirectory() + u"/bin/ltollvm"_s, u"-fdata-sections"_s, u"-ffunction-sections"_s};
+    QString level = u"-O2"_s;
+    for (const QString &option : link.userOptions + link.machine) {
+        if (option.startsWith(u"-O"_s)) // of sizes the functions tell, too
+            level = option == u"-Os" || option == u"-Oz" ? u"-O2"_s : option;
+        else if (option.startsWith(u"-mcpu="_s))
+            command += option;
+        else if (option == u"-mfloat-abi=hard")
+            command += u"-float-abi=hard"_s;
+        else if (option.startsWith(u"-march=rv"_s) && option.section(u'_', 0, 0).endsWith(u'c'))
+            // The functions know their extensions; the object's flags are made from this. The library takes one.
+            command << u"-opts"_s << u"--mattr=+c"_s;
+    }
+    command += level;
+    command << library << inputList << linkerList << object << link.entry << m_options.keepSymbols;
+    for (const char *name : libraryCallbacks)
+        command += QString::fromLatin1(name);
+    m_runner.addOutput(object);
+    m_runner.run(command);
+    return {object, u'@' + linkerList};
+}
+
+// The command's "&&" part it as those of the build do; the small tools' names mean ours.
+void ToolDriver::runPatch()
+{
+    const MacroMap macros = {{u"TargetPath"_s, QFileInfo(m_options.output).absoluteFilePath()},
+                             {u"RelTargetPath"_s, m_options.output}};
+    for (const QString &piece : m_options.patchCommand.split(u"&&"_s, Qt::SkipEmptyParts)) {
+        QStringList words = commandWords(expandWith(macros, piece));
+        if (words.isEmpty())
+            continue;
+        if (smallTools.contains(words.first()))
+            words.first() = installationDirectory() + u"/bin/"_s + words.first();
+        m_runner.run(words);
+    }
+}
+
+void ToolDriver::writeLoadFile()
+{
+    const QString format = m_options.outputFormat;
+    if (format.isEmpty() || m_runner.isDry())
+        return;
+    const QFileInfo info(m_options.output);
+    const QString path = info.path() + u'/' + info.completeBaseName() + u'.' + format;
+    ElfLoadFile program(m_options.output);
+    std::unique_ptr<CodeBuffer> buffer;
+    if (format == u"bin") {
+        // From the first byte that is loaded to the last, with what erased flash holds between them.
+        program.sections();
+        program.makeContiguous(0xFF);
+        auto binary = std::make_unique<BinaryBuffer>(path);
+        if (!program.sections().primary().empty())
+            binary->setBase(program.sections().primary().front()->startAddress());
+        buffer = std::move(binary);
+    } else {
+        buffer = createCodeBuffer(format, path);
+    }
+    if (!buffer)
+        throw HException(u"unknown output format '%1'; there are bin, hex, srec, lst and txt"_s.arg(format));
+    m_runner.addOutput(path);
+    for (const auto &section : program.sections().primary()) {
+        buffer->setAddress(section->startAddress());
+        buffer->putBytes(section->bytes());
+    }
+    buffer->finish(program.elfFile().header().e_entry);
+    if (buffer->failed())
+        throw HException(u"cannot write '%1': %2"_s.arg(path, buffer->errorString()));
+}
+
+void ToolDriver::warn(const QString &text)
+{
+    if (m_options.suppressWarnings)
+        return;
+    const QString line = text.contains(u": warning: "_s) ? text : u"cc: warning: "_s + text;
+    if (m_options.warningsAsErrors)
+        throw HException(QString(line).replace(u": warning: "_s, u": error: "_s));
+    std::fprintf(stderr, "%s\n", line.toLocal8Bit().constData());
+}

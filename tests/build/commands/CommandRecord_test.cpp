@@ -1,0 +1,131 @@
+#include "build/commands/CommandRecord.h"
+#include "support/QtPrinters.h"
+#include "support/TemporaryFolder.h"
+
+#include <QDir>
+#include <gtest/gtest.h>
+
+using namespace Qt::StringLiterals;
+
+namespace {
+
+constexpr FileStamp someTime{1'700'000'000'123'456'789, 321};
+
+CommandRecord someRecord()
+{
+    CommandRecord record;
+    record.setCommand(u"Obj/main.o"_s, 42);
+    record.setDependencies(u"Obj/main.o"_s, someTime, {u"main.h"_s, u"\u00fc b.h"_s});
+    record.setDependencies(u"Obj/other.o"_s, someTime, {u"main.h"_s});
+    record.setCommand(u"app.elf"_s, 43);
+    return record;
+}
+
+QStringList dependenciesOf(const CommandRecord &record, const QString &output)
+{
+    QStringList names;
+    if (const auto indices = record.dependencies(output, someTime))
+        for (const quint32 index : *indices)
+            names += record.paths()[index];
+    return names;
+}
+
+} // namespace
+
+TEST(CommandHash, KnowsEveryDifference)
+{
+    const auto hash = [](const QStringList &arguments, const QStringList &inputs = {}) {
+        return commandHash(u"/dir"_s, arguments, inputs);
+    };
+    const quint64 one = hash({u"cc"_s, u"-c"_s, u"a.c"_s});
+    EXPECT_EQ(one, hash({u"cc"_s, u"-c"_s, u"a.c"_s}));
+    const quint64 others[] = {
+        commandHash(u"/other"_s, {u"cc"_s, u"-c"_s, u"a.c"_s}),
+        hash({u"cc"_s, u"a.c"_s, u"-c"_s}),
+        hash({u"cc"_s, u"-ca.c"_s}),
+        hash({u"cc"_s, u"-c a.c"_s}),
+        hash({u"cc"_s, u"-c"_s, u"a.c"_s, u""_s}),
+        hash({u"cc"_s, u"-c"_s, u"a.d"_s}),
+        hash({u"cc"_s, u"-c"_s}, {u"a.c"_s}),
+        hash({u"cc"_s, u"-c"_s, u"a.c"_s}, {u""_s}),
+        hash({}),
+    };
+    for (size_t i = 0; i < std::size(others); ++i) {
+        EXPECT_NE(others[i], one) << i;
+        for (size_t k = 0; k < i; ++k)
+            EXPECT_NE(others[i], others[k]) << i << ' ' << k;
+    }
+}
+
+TEST(CommandRecord, KeepsCommandsAndDependencies)
+{
+    const TemporaryFolder folder;
+    const QString path = folder.path("new folder/commands");
+    {
+        CommandRecord record(path);
+        EXPECT_FALSE(record.command(u"a.o"_s));
+        EXPECT_TRUE(record.save()); // nothing new
+        EXPECT_FALSE(QFile::exists(path));
+        record.setCommand(u"a.o"_s, 1);
+        record.setCommand(u"b.o"_s, 2);
+        record.setDependencies(u"a.o"_s, someTime, {u"x.h"_s, u"gone.h"_s});
+        record.setDependencies(u"a.o"_s, someTime, {u"x.h"_s, u"y.h"_s});
+        EXPECT_TRUE(record.save());
+    }
+    CommandRecord record(path);
+    EXPECT_EQ(record.command(u"a.o"_s), 1u);
+    EXPECT_EQ(record.command(u"b.o"_s), 2u);
+    EXPECT_EQ(dependenciesOf(record, u"a.o"_s), QStringList({u"x.h"_s, u"y.h"_s}));
+    EXPECT_FALSE(record.dependencies(u"b.o"_s, {}));
+    EXPECT_FALSE(record.dependencies(u"a.o"_s, {someTime.time, someTime.size + 1}));
+    EXPECT_FALSE(record.dependencies(u"a.o"_s, {someTime.time + 1, someTime.size}));
+    EXPECT_FALSE(record.paths().contains(u"gone.h"_s));
+
+    record.forget(u"b.o"_s);
+    record.setDependencies(u"c.o"_s, someTime, {u"y.h"_s, u"z.h"_s, u"x.h"_s});
+    EXPECT_TRUE(record.save());
+    const CommandRecord again(path);
+    EXPECT_FALSE(again.command(u"b.o"_s));
+    EXPECT_FALSE(again.command(u"c.o"_s)); // only what it was made from is known
+    EXPECT_EQ(dependenciesOf(again, u"a.o"_s), QStringList({u"x.h"_s, u"y.h"_s}));
+    EXPECT_EQ(dependenciesOf(again, u"c.o"_s), QStringList({u"y.h"_s, u"z.h"_s, u"x.h"_s}));
+    EXPECT_EQ(QDir(folder.path("new folder")).entryList(QDir::Files | QDir::Hidden), QStringList(u"commands"_s));
+
+    CommandRecord nowhere(folder.path("new folder/commands/within"));
+    nowhere.setCommand(u"a.o"_s, 1);
+    EXPECT_FALSE(nowhere.save());
+}
+
+TEST(CommandRecord, HasNothingWhenDamaged)
+{
+    const QByteArray good = someRecord().toBytes();
+    CommandRecord record;
+    ASSERT_TRUE(record.fromBytes(good));
+    EXPECT_EQ(record.command(u"app.elf"_s), 43u);
+    EXPECT_EQ(dependenciesOf(record, u"Obj/main.o"_s), QStringList({u"main.h"_s, u"\u00fc b.h"_s}));
+
+    for (qsizetype size = 0; size < good.size(); ++size) {
+        ASSERT_FALSE(record.fromBytes(good.first(size))) << size;
+        EXPECT_FALSE(record.command(u"app.elf"_s));
+        EXPECT_TRUE(record.paths().isEmpty());
+    }
+    for (qsizetype at = 0; at < good.size(); ++at) {
+        QByteArray bad = good;
+        bad[at] = char(bad[at] ^ 0x10);
+        ASSERT_FALSE(record.fromBytes(bad)) << at;
+    }
+    EXPECT_FALSE(record.fromBytes(good + '\0'));
+
+    // The same with a checksum that doesn't tell.
+    const QByteArray content = good.chopped(8);
+    for (qsizetype size = 0; size < content.size(); ++size)
+        EXPECT_FALSE(record.fromBytes(CommandRecord::withChecksum(content.first(size)))) << size;
+    EXPECT_FALSE(record.fromBytes(CommandRecord::withChecksum(content + '\0')));
+    for (qsizetype at = 0; at < content.size(); ++at) {
+        QByteArray bad = content;
+        bad[at] = '\xFF';
+        const bool isGood = record.fromBytes(CommandRecord::withChecksum(bad)); // some are as good as before
+        for (const QString &output : {u"Obj/main.o"_s, u"Obj/other.o"_s})
+            EXPECT_TRUE(isGood || dependenciesOf(record, output).isEmpty()) << at;
+    }
+}

@@ -1,0 +1,216 @@
+#include "build/engine/BuildFixture.h"
+
+using namespace Qt::StringLiterals;
+
+namespace {
+
+class JobScheduler : public BuildFixture
+{
+protected:
+    void loadTwoFiles(const QByteArray &attributes = {})
+    {
+        write("a.c", 10);
+        write("b.c", 10);
+        load("<project Name=\"app\"><file file_name=\"a.c\"/><file file_name=\"b.c\"/></project>", attributes);
+    }
+};
+
+TEST_F(JobScheduler, OneSlotRunsOneCommandAfterTheOther)
+{
+    loadTwoFiles();
+    EXPECT_EQ(build(1), BuildResult::Complete);
+    EXPECT_EQ(events.lines.filter(u" start "_s) + events.lines.filter(u" end "_s),
+              (QStringList{u"0 start compile a.c"_s, u"0 start compile b.c"_s, u"0 start link out/app.elf"_s,
+                           u"0 end compile a.c"_s, u"0 end compile b.c"_s, u"0 end link out/app.elf"_s}));
+    EXPECT_LT(events.indexOf(u"0 end compile a.c"_s), events.indexOf(u"0 start compile b.c"_s));
+    EXPECT_EQ(events.lines.first(), u"open app 3"_s);
+    EXPECT_EQ(events.lines.last(), u"close app"_s);
+    EXPECT_EQ(build(1), BuildResult::UpToDate);
+    EXPECT_EQ(started(), QStringList());
+    EXPECT_EQ(told("note"), (QStringList{u"'obj/app/a.o' is up to date"_s, u"'obj/app/b.o' is up to date"_s,
+                                         u"'out/app.elf' is up to date"_s}));
+}
+
+TEST_F(JobScheduler, FilesOverlapAndTheLinkWaitsForThem)
+{
+    loadTwoFiles();
+    events.pollsPerCommand = 3;
+    EXPECT_EQ(build(4), BuildResult::Complete);
+    EXPECT_LT(events.indexOf(u"1 start compile b.c"_s), events.indexOf(u"0 end compile a.c"_s));
+    const qsizetype link = events.indexOf(u"0 start link out/app.elf"_s);
+    EXPECT_LT(events.indexOf(u"0 end compile a.c"_s), link);
+    EXPECT_LT(events.indexOf(u"1 end compile b.c"_s), link);
+}
+
+TEST_F(JobScheduler, AFailureLetsRunningCommandsEndAndDropsTheRest)
+{
+    write("c.c", 10);
+    write("d.c", 10);
+    loadTwoFiles();
+    write("b.c", 10);
+    load("<project Name=\"app\"><file file_name=\"a.c\"/><file file_name=\"b.c\"/><file file_name=\"c.c\"/>"
+         "<file file_name=\"d.c\"/></project>");
+    events.failing = {u"a.c"_s};
+    EXPECT_EQ(build(2), BuildResult::Failed);
+    EXPECT_EQ(engine.failureCount(), 1);
+    EXPECT_EQ(started(), (QStringList{u"compile a.c"_s, u"compile b.c"_s}));
+    EXPECT_TRUE(events.lines.contains(u"1 end compile b.c"_s));
+    EXPECT_EQ(events.matching(u"markFailed"_s).size(), 2);
+    EXPECT_FALSE(QFile::exists(folder.path("obj/app/a.o")));
+    // What failed is tried again, what was made isn't.
+    events.failing.clear();
+    EXPECT_EQ(build(2), BuildResult::Complete);
+    EXPECT_EQ(started(), (QStringList{u"compile a.c"_s, u"compile c.c"_s, u"compile d.c"_s, u"link out/app.elf"_s}));
+}
+
+TEST_F(JobScheduler, KeepGoingBuildsWhatCanBeBuilt)
+{
+    write("a.c", 10);
+    write("b.c", 10);
+    write("l.c", 10);
+    write("z.c", 10);
+    load("<project Name=\"app\"><configuration Name=\"Common\" project_dependencies=\"lib\"/>"
+         "<file file_name=\"a.c\"/><file file_name=\"b.c\"/></project>"
+         "<project Name=\"lib\"><configuration Name=\"Common\" project_type=\"Library\"/><file file_name=\"l.c\"/></project>"
+         "<project Name=\"other\"><file file_name=\"z.c\"/></project>");
+    events.failing = {u"l.c"_s};
+    for (int slotCount : {1, 3}) {
+        EXPECT_EQ(build(slotCount, BuildFlag::keepGoing | BuildFlag::force), BuildResult::Complete);
+        EXPECT_EQ(started(), (QStringList{u"compile l.c"_s, u"compile a.c"_s, u"compile b.c"_s, u"compile z.c"_s,
+                                          u"link out/other.elf"_s}));
+        EXPECT_EQ(engine.failureCount(), 2) << "lib's file, and app, which needs lib";
+        EXPECT_TRUE(told("info").contains(
+            u"Build failed - continuing because 'keep going on error' has been enabled"_s));
+        EXPECT_TRUE(told("info").contains(u"'app' is passed over because 'lib' failed"_s));
+    }
+}
+
+TEST_F(JobScheduler, AStopDropsWhatHasNotStarted)
+{
+    loadTwoFiles();
+    events.onStart = [this](const QString &command) {
+        if (command.contains("a.c"_L1))
+            engine.stopBuild();
+    };
+    EXPECT_EQ(build(1), BuildResult::Terminated);
+    EXPECT_EQ(started(), QStringList{u"compile a.c"_s});
+}
+
+TEST_F(JobScheduler, DependenciesComeFirstAndCyclesEnd)
+{
+    write("x.c", 10);
+    const QByteArray file = "<file file_name=\"x.c\"/></project>";
+    load("<project Name=\"a\"><configuration Name=\"Common\" project_dependencies=\"b;nowhere;c*\"/>" + file +
+         "<project Name=\"b\"><configuration Name=\"Common\" project_dependencies=\"a\"/>" + file +
+         "<folder Name=\"group\"><project Name=\"c1\">" + file + "<project Name=\"c2\">" + file + "</folder>" +
+         "<project Name=\"out\"><configuration Name=\"Common\" build_exclude_from_build=\"Yes\"/>" + file);
+    EXPECT_EQ(build(2), BuildResult::Complete);
+    EXPECT_EQ(events.matching(u"open"_s),
+              (QStringList{u"open b 2"_s, u"open c1 2"_s, u"open c2 2"_s, u"open a 2"_s}));
+    EXPECT_EQ(told("begin").value(0), u"Dependency error detected in a"_s);
+    EXPECT_EQ(told("warning"), QStringList{u"Can't find project nowhere"_s});
+    EXPECT_EQ(build(project("b"), 1, BuildFlag::force), BuildResult::Complete);
+    EXPECT_EQ(events.matching(u"open"_s).last(), u"open b 2"_s);
+}
+
+TEST_F(JobScheduler, ProjectsOverlapOnlyWhereTheyMay)
+{
+    write("x.c", 10);
+    const auto solutionText = [](const char *parallel) {
+        return QByteArray("<project Name=\"app\"><configuration Name=\"Common\" project_dependencies=\"one;two\"/>"
+                          "<file file_name=\"x.c\"/></project>"
+                          "<project Name=\"one\"><file file_name=\"x.c\"/></project><project Name=\"two\">"
+                          "<configuration Name=\"Common\" project_can_build_in_parallel=\"") +
+               parallel + "\"/><file file_name=\"x.c\"/></project>";
+    };
+    events.pollsPerCommand = 5;
+    load(solutionText("No"));
+    build(2);
+    EXPECT_LT(events.indexOf(u"0 end link out/one.elf"_s), events.indexOf(u"open two 2"_s));
+    load(solutionText("Default"));
+    build(2, BuildFlag::force);
+    EXPECT_GT(events.indexOf(u"0 end link out/one.elf"_s), events.indexOf(u"open two 2"_s));
+    EXPECT_LT(events.indexOf(u"1 end link out/two.elf"_s), events.indexOf(u"open app 2"_s));
+    build(2, BuildFlag::force | BuildFlag::parallelProjects);
+    EXPECT_LT(events.indexOf(u"1 start compile x.c"_s), events.indexOf(u"0 end compile x.c"_s)) << "whole projects";
+}
+
+TEST_F(JobScheduler, BatchBuildsTheProjectsOwnConfigurations)
+{
+    write("x.c", 10);
+    load("<project Name=\"app\"><configuration Name=\"Common\" batch_build_configurations=\"rel*;DEBUG\" "
+         "build_output_directory=\"$(Configuration)\"/><file file_name=\"x.c\"/></project>");
+    EXPECT_EQ(build(project("app"), 1, BuildFlag::force, true), BuildResult::Complete);
+    EXPECT_EQ(started(), (QStringList{u"compile x.c"_s, u"link Release/app.elf"_s, u"compile x.c"_s,
+                                      u"link Debug/app.elf"_s}));
+}
+
+TEST_F(JobScheduler, ProjectCommandsRunAroundTheJobs)
+{
+    loadTwoFiles("pre_build_command=\"before &quot;1 2&quot; &amp;&amp; more\" post_build_command=\"after\"");
+    EXPECT_EQ(build(2), BuildResult::Complete);
+    EXPECT_EQ(started(), (QStringList{u"before 1 2"_s, u"more"_s, u"compile a.c"_s, u"compile b.c"_s,
+                                      u"link out/app.elf"_s, u"after"_s}));
+    EXPECT_EQ(told("begin").first(), u"Pre-build command "_s);
+    EXPECT_EQ(build(2), BuildResult::UpToDate);
+    EXPECT_EQ(started(), QStringList()) << "nothing to be done";
+    EXPECT_EQ(build(2, BuildFlag::clean), BuildResult::Complete);
+    EXPECT_EQ(started(), QStringList());
+    events.failing = {u"link"_s};
+    EXPECT_EQ(build(2), BuildResult::Failed);
+    EXPECT_FALSE(started().contains(u"after"_s));
+    events.failing = {u"before"_s};
+    EXPECT_EQ(build(2, BuildFlag::force), BuildResult::Failed);
+    EXPECT_EQ(started(), QStringList{u"before 1 2"_s});
+}
+
+TEST_F(JobScheduler, ProjectCommandsMayRunAlways)
+{
+    loadTwoFiles("pre_build_command=\"before\" pre_build_command_control=\"Always Run\" "
+                 "post_build_command=\"after\" post_build_command_control=\"Always Run\"");
+    build(1);
+    EXPECT_EQ(build(1), BuildResult::UpToDate);
+    EXPECT_EQ(started(), (QStringList{u"before"_s, u"after"_s}));
+}
+
+TEST_F(JobScheduler, ProjectCommandsFindASlotThatIsFree)
+{
+    write("x.c", 10);
+    load("<project Name=\"one\"><file file_name=\"x.c\"/></project><project Name=\"two\">"
+         "<configuration Name=\"Common\" pre_build_command=\"before\"/><file file_name=\"x.c\"/></project>");
+    events.pollsPerCommand = 20;
+    EXPECT_EQ(build(2), BuildResult::Complete); // a builder that is busy refuses another command
+    EXPECT_EQ(started().size(), 5);
+}
+
+TEST_F(JobScheduler, ASingleFileIsBuiltAlone)
+{
+    loadTwoFiles();
+    const ProjectElement *file = project("app")->firstElement();
+    EXPECT_EQ(build(file, 2), BuildResult::Complete);
+    EXPECT_EQ(started(), QStringList{u"compile a.c"_s});
+    EXPECT_EQ(events.matching(u"open"_s), QStringList{u"open a.c 1"_s});
+}
+
+TEST_F(JobScheduler, TitlesSayWhatIsDone)
+{
+    loadTwoFiles();
+    const ProjectElement *file = project("app")->firstElement();
+    struct
+    {
+        const ProjectElement *element;
+        BuildFlags flags;
+        const char *title;
+    } const cases[] = {
+        {project("app"), 0, "Building 'app' from solution 'test' in configuration 'Debug'"},
+        {project("app"), BuildFlag::rebuild, "Rebuilding 'app' from solution 'test' in configuration 'Debug'"},
+        {project("app"), BuildFlag::clean, "Cleaning 'app' from solution 'test' in configuration 'Debug'"},
+        {project("app"), BuildFlag::dryRun, "Checking 'app' from solution 'test' in configuration 'Debug'"},
+        {file, BuildFlag::analyze, "Analyzing 'a.c' from project 'app' from solution 'test' in configuration 'Debug'"},
+        {project("app"), BuildFlag::noTitle, ""},
+    };
+    for (const auto &row : cases)
+        EXPECT_EQ(engine.buildTitle(row.element, u"Debug"_s, row.flags), QLatin1StringView(row.title));
+}
+
+} // namespace
