@@ -29,8 +29,9 @@ other::Motor otherMotor; other::Motor2 second; Single single;
 int main() { return otherMotor.c + second.i + int(single.l); }
 )";
 
-constexpr const char *askedTypes[] = {"Motor", "ns::Motor", "other::Motor", "Color",  "ns::Color", "Alias",   "Box<int>",
-                                      "Inner", "Local",     "Motor2",       "Single", "int",       "nothing", "run"};
+constexpr const char *askedTypes[] = {"Motor",  "ns::Motor", "other::Motor", "Color", "ns::Color",
+                                      "Alias",  "Box<int>",  "Inner",        "Local", "Motor2",
+                                      "Single", "int",       "nothing",      "run"};
 
 class ReportCounter : public DwarfFile
 {
