@@ -20,63 +20,63 @@ constexpr BuildTools c = buildToolBit(BuildTool::CCompile), cpp = buildToolBit(B
 
 // tools, form, text, property
 constexpr CommandRow rows[] = {
-    {all, Program, "$(StudioDir)/bin/cc"},
-    {all, UnlessYes, "-v", build_quietly},
-    {all, IfYes, "-we", build_treat_warnings_as_errors},
-    {all, IfYes, "-w", build_suppress_warnings},
-    {linker | archiver, InputsFile, "-inputfiles"},
+    {all, Program, u"$(StudioDir)/bin/cc"},
+    {all, UnlessYes, u"-v", build_quietly},
+    {all, IfYes, u"-we", build_treat_warnings_as_errors},
+    {all, IfYes, u"-w", build_suppress_warnings},
+    {linker | archiver, InputsFile, u"-inputfiles"},
 
-    {sources, Text, "-c"},
-    {assembler, Text, "-xasm"},
-    {c, Text, "-xc"},
-    {cpp, Text, "-xc++"},
-    {sources, Source, ""},
-    {cpp, IfYes, "-exceptions", cpp_enable_exceptions},
-    {cpp, IfYes, "-rtti", cpp_enable_rtti},
-    {sources, IfYes, "-g", build_debug_information},
-    {sources, Includes, "-I", c_user_include_directories},
-    {sources, Groups, ""},
-    {sources, EscapedItems, "-D", c_preprocessor_definitions},
-    {sources, VerbatimItems, "-U", c_preprocessor_undefinitions},
-    {sources, Dependencies, "-depend"},
-    {sources, Section, "-Rc,", default_code_section},
-    {sources, Section, "-Rd,", default_data_section},
-    {sources, Section, "-Rz,", default_zeroed_section},
-    {sources, Section, "-Rk,", default_const_section},
-    {compilers, ToolOptions, "-Wc,"},
-    {assembler, ToolOptions, "-Wa,"},
-    {compilers, EscapedItems, "-Wc,", c_additional_options},
-    {compilers, OptionsFile, "-Wc,", c_additional_options_from_file},
-    {c, EscapedItems, "-Wc,", c_only_additional_options},
-    {c, OptionsFile, "-Wc,", c_only_additional_options_from_file},
-    {cpp, EscapedItems, "-Wc,", cpp_only_additional_options},
-    {cpp, OptionsFile, "-Wc,", cpp_only_additional_options_from_file},
-    {assembler, EscapedItems, "-Wa,", asm_additional_options},
-    {assembler, OptionsFile, "-Wa,", asm_additional_options_from_file},
+    {sources, Text, u"-c"},
+    {assembler, Text, u"-xasm"},
+    {c, Text, u"-xc"},
+    {cpp, Text, u"-xc++"},
+    {sources, Source, {}},
+    {cpp, IfYes, u"-exceptions", cpp_enable_exceptions},
+    {cpp, IfYes, u"-rtti", cpp_enable_rtti},
+    {sources, IfYes, u"-g", build_debug_information},
+    {sources, Includes, u"-I", c_user_include_directories},
+    {sources, Groups, {}},
+    {sources, EscapedItems, u"-D", c_preprocessor_definitions},
+    {sources, VerbatimItems, u"-U", c_preprocessor_undefinitions},
+    {sources, Dependencies, u"-depend"},
+    {sources, Section, u"-Rc,", default_code_section},
+    {sources, Section, u"-Rd,", default_data_section},
+    {sources, Section, u"-Rz,", default_zeroed_section},
+    {sources, Section, u"-Rk,", default_const_section},
+    {compilers, ToolOptions, u"-Wc,"},
+    {assembler, ToolOptions, u"-Wa,"},
+    {compilers, EscapedItems, u"-Wc,", c_additional_options},
+    {compilers, OptionsFile, u"-Wc,", c_additional_options_from_file},
+    {c, EscapedItems, u"-Wc,", c_only_additional_options},
+    {c, OptionsFile, u"-Wc,", c_only_additional_options_from_file},
+    {cpp, EscapedItems, u"-Wc,", cpp_only_additional_options},
+    {cpp, OptionsFile, u"-Wc,", cpp_only_additional_options_from_file},
+    {assembler, EscapedItems, u"-Wa,", asm_additional_options},
+    {assembler, OptionsFile, u"-Wa,", asm_additional_options_from_file},
 
-    {archiver, Text, "-ar"},
+    {archiver, Text, u"-ar"},
 
-    {linker, Script, "-T", link_linker_script_file},
-    {linker, MemoryMap, "-memorymap", linker_memory_map_file},
-    {linker, Pair, "-memorymapmacros", linker_memory_map_macros},
-    {linker, Pair, "-placementsegments", linker_section_placements_segments},
-    {linker, Placement, "-placement", linker_section_placement_file},
-    {linker, Pair, "-placementmacros", linker_section_placement_macros},
-    {linker, IfYes, "-exceptions", cpp_enable_exceptions},
-    {linker, IfYes, "-rtti", cpp_enable_rtti},
-    {linker, Printf, "-printf="},
-    {linker, Scanf, "-scanf="},
-    {linker, Joined, "-F", linker_output_format},
-    {linker, IfNo, "-l-", link_include_standard_libraries},
-    {linker, IfYes, "-M", linker_map_file},
-    {linker, Items, "-d", link_symbol_definitions},
-    {linker, Items, "-K", linker_keep_symbols},
-    {linker, ToolOptions, "-Wl,"},
-    {linker, EscapedItems, "-Wl,", linker_additional_options},
-    {linker, OptionsFile, "-Wl,", linker_additional_options_from_file},
-    {linker, Pair, "-patch", linker_patch_build_command},
+    {linker, Script, u"-T", link_linker_script_file},
+    {linker, MemoryMap, u"-memorymap", linker_memory_map_file},
+    {linker, Pair, u"-memorymapmacros", linker_memory_map_macros},
+    {linker, Pair, u"-placementsegments", linker_section_placements_segments},
+    {linker, Placement, u"-placement", linker_section_placement_file},
+    {linker, Pair, u"-placementmacros", linker_section_placement_macros},
+    {linker, IfYes, u"-exceptions", cpp_enable_exceptions},
+    {linker, IfYes, u"-rtti", cpp_enable_rtti},
+    {linker, Printf, u"-printf="},
+    {linker, Scanf, u"-scanf="},
+    {linker, Joined, u"-F", linker_output_format},
+    {linker, IfNo, u"-l-", link_include_standard_libraries},
+    {linker, IfYes, u"-M", linker_map_file},
+    {linker, Items, u"-d", link_symbol_definitions},
+    {linker, Items, u"-K", linker_keep_symbols},
+    {linker, ToolOptions, u"-Wl,"},
+    {linker, EscapedItems, u"-Wl,", linker_additional_options},
+    {linker, OptionsFile, u"-Wl,", linker_additional_options_from_file},
+    {linker, Pair, u"-patch", linker_patch_build_command},
 
-    {all, Target, "-o"},
+    {all, Target, u"-o"},
 };
 
 } // namespace
@@ -86,7 +86,7 @@ std::span<const CommandRow> commandRows()
     return rows;
 }
 
-ArgumentRows::ArgumentRows(ToolCommands &tools, const StandardProjectSystem &system,
+CommandArguments::CommandArguments(ToolCommands &tools, const StandardProjectSystem &system,
                                    const GenericOptions &genericOptions, const ToolRequest &request)
     : m_tools(tools), m_system(system), m_genericOptions(genericOptions), m_request(request)
 {
@@ -94,12 +94,12 @@ ArgumentRows::ArgumentRows(ToolCommands &tools, const StandardProjectSystem &sys
         m_unityMacros = unityMacros(system, request.element, request.configuration);
 }
 
-void ArgumentRows::add(const CommandRow &row)
+void CommandArguments::add(const CommandRow &row)
 {
     const QString raw = row.property == ProjectProperty() ? QString() : value(row.property);
     switch (row.form) {
     case Text: return addText(row);
-    case Program: return addPair({}, expand(QString::fromLatin1(row.text)));
+    case Program: return addPair({}, expand(row.text.toString()));
     case IfYes: return raw == "Yes"_L1 ? addText(row) : void();
     case IfNo: return raw == "No"_L1 ? addText(row) : void();
     case UnlessYes: return raw != "Yes"_L1 ? addText(row) : void();
@@ -137,62 +137,62 @@ void ArgumentRows::add(const CommandRow &row)
     }
 }
 
-QString ArgumentRows::value(ProjectProperty property) const
+QString CommandArguments::value(ProjectProperty property) const
 {
     return m_system.value(m_request.element, property, m_request.configuration);
 }
 
-QString ArgumentRows::expand(const QString &text)
+QString CommandArguments::expand(const QString &text)
 {
     return m_system.expand(m_request.element, m_request.configuration, text, m_unityMacros, &isOwn);
 }
 
-void ArgumentRows::addText(const CommandRow &row)
+void CommandArguments::addText(const CommandRow &row)
 {
-    arguments += QString::fromLatin1(row.text);
+    arguments += QString::fromRawData(row.text.data(), row.text.size()); // the table stays
 }
 
-void ArgumentRows::addPair(const CommandRow &row, const QString &text)
+void CommandArguments::addPair(const CommandRow &row, const QString &text)
 {
     if (text.isEmpty())
         return;
-    if (row.text && *row.text)
+    if (!row.text.isEmpty())
         addText(row);
     arguments += text;
 }
 
-void ArgumentRows::addEach(const CommandRow &row, const QStringList &items)
+void CommandArguments::addEach(const CommandRow &row, const QStringList &items)
 {
     for (const QString &item : items)
         if (!item.isEmpty())
-            arguments += QLatin1StringView(row.text) + item;
+            arguments += row.text.toString() + item;
 }
 
-void ArgumentRows::addExpanded(const CommandRow &row, const QStringList &items)
+void CommandArguments::addExpanded(const CommandRow &row, const QStringList &items)
 {
     for (const QString &item : items)
         addEach(row, {expand(item)});
 }
 
-void ArgumentRows::addFile(const CommandRow &row, ProjectProperty property, const std::optional<QString> &path)
+void CommandArguments::addFile(const CommandRow &row, ProjectProperty property, const std::optional<QString> &path)
 {
     expandedValue(property); // for what it depends on
     if (path)
         addPair(row, m_system.relativePath(m_request.element, *path));
 }
 
-QString ArgumentRows::normalizedInclude(const QString &directory) const
+QString CommandArguments::normalizedInclude(const QString &directory) const
 {
     return QDir::isAbsolutePath(directory) ? normalizedPath(directory) : directory;
 }
 
-void ArgumentRows::addIncludes(const CommandRow &row)
+void CommandArguments::addIncludes(const CommandRow &row)
 {
     for (const QString &item : value(row.property).split(u';', Qt::SkipEmptyParts))
         addEach(row, {normalizedInclude(expand(item))});
 }
 
-void ArgumentRows::addGroups()
+void CommandArguments::addGroups()
 {
     using Contribution = PropertyValueGroupClass::Contribution;
     for (const Contribution *one : m_system.groupContributions(m_request.element, m_request.configuration)) {
@@ -203,17 +203,17 @@ void ArgumentRows::addGroups()
     }
 }
 
-void ArgumentRows::addOptionsFile(const CommandRow &row)
+void CommandArguments::addOptionsFile(const CommandRow &row)
 {
     const QString name = expandedValue(row.property);
     if (name.isEmpty())
         return;
     const QString path = m_system.absolutePath(m_request.element, name);
-    if (!loadOptionsFile(path, arguments, QString::fromLatin1(row.text)) && error.isEmpty())
+    if (!loadOptionsFile(path, arguments, row.text.toString()) && error.isEmpty())
         error = u"Cannot load options file: "_s + name;
 }
 
-void ArgumentRows::addToolOptions(const CommandRow &row)
+void CommandArguments::addToolOptions(const CommandRow &row)
 {
     struct ToolRow
     {
@@ -238,7 +238,7 @@ void ArgumentRows::addToolOptions(const CommandRow &row)
 
 // i, l, ll: the largest integer; d, f: floating point, double or float; p: width and precision, which floating
 // point brings along; w: wide characters.
-QString ArgumentRows::printfCode() const
+QString CommandArguments::printfCode() const
 {
     const QString level = value(linker_printf_fmt_level), floating = value(linker_printf_fp_enabled);
     QString code;
@@ -256,7 +256,7 @@ QString ArgumentRows::printfCode() const
 }
 
 // As of printf, c: groups of characters.
-QString ArgumentRows::scanfCode() const
+QString CommandArguments::scanfCode() const
 {
     const QString level = value(linker_scanf_fmt_level);
     QString code = level == "int"_L1 ? u"i"_s : level == "long long"_L1 ? u"ll"_s : u"l"_s;

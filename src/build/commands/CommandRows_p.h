@@ -37,7 +37,7 @@ struct CommandRow
 {
     BuildTools tools;
     ArgumentForm form;
-    const char *text;
+    QStringView text;
     ProjectProperty property = {};
 };
 
@@ -45,10 +45,10 @@ struct CommandRow
 std::span<const CommandRow> commandRows();
 
 // The arguments of one request, row by row.
-class ArgumentRows
+class CommandArguments
 {
 public:
-    ArgumentRows(ToolCommands &tools, const StandardProjectSystem &system, const GenericOptions &genericOptions,
+    CommandArguments(ToolCommands &tools, const StandardProjectSystem &system, const GenericOptions &genericOptions,
                      const ToolRequest &request);
 
     void add(const CommandRow &row);

@@ -22,6 +22,8 @@ void ToolCommands::refresh()
 {
     m_templates.clear();
     m_directories.clear();
+    if (!m_genericOptionsError.isEmpty())
+        m_genericOptionsPath.clear(); // is tried again
 }
 
 // ---- Names ------------------------------------------------------------------------------------------------
@@ -59,9 +61,11 @@ QString ToolCommands::intermediatePath(const ProjectElement *element, const QStr
 QString ToolCommands::dependencyPath(const ProjectElement *element, const QString &configuration, const QString &object,
                                      bool absolute) const
 {
-    const QString own = expandedValue(element, ProjectProperty::build_dependency_file_name, configuration);
-    if (!own.isEmpty())
-        return absolute ? m_system.absolutePath(element, own) : own;
+    if (!m_system.value(element, ProjectProperty::build_dependency_file_name, configuration).isEmpty()) {
+        const QString own = expandedValue(element, ProjectProperty::build_dependency_file_name, configuration);
+        if (!own.isEmpty())
+            return absolute ? m_system.absolutePath(element, own) : own;
+    }
     const QStringView fileName = QStringView(object).sliced(object.lastIndexOf(u'/') + 1);
     const qsizetype dot = fileName.indexOf(u'.');
     const QString directory =
@@ -212,20 +216,27 @@ QStringList ToolCommands::additionalLinkInputs(const ProjectElement *element, co
 
 // ---- Commands ---------------------------------------------------------------------------------------------
 
+// The generic options in force when a template was made are still in force when it is found: other ones change
+// the schema, and so the change count.
 const ToolCommands::Template &ToolCommands::templateOf(const ToolRequest &request)
 {
-    if (m_changeCount != m_system.changeCount()) {
-        m_templates.clear();
-        m_changeCount = m_system.changeCount();
-    }
-    const auto [at, isNew] = m_templates.try_emplace({m_system.contextOf(request.element, request.configuration),
-                                                      request.kind, request.flags & BuildFlag::noDepend});
-    Template &made = at->second;
-    if (!isNew)
-        return made;
+    const auto key = [&] {
+        if (m_changeCount != m_system.changeCount()) {
+            m_templates.clear();
+            m_changeCount = m_system.changeCount();
+        }
+        return TemplateKey(m_system.contextOf(request.element, request.configuration), request.kind,
+                           request.flags & BuildFlag::noDepend);
+    };
+    const auto found = m_templates.find(key());
+    if (found != m_templates.end())
+        return found->second;
+    loadGenericOptions(request.element, request.configuration);
+    Template &made = m_templates[key()];
+    made.directory = m_system.projectDirectory(request.element);
     made.error = m_genericOptionsError;
     const BuildTools tool = BuildTools(1) << int(request.kind);
-    ArgumentRows all(*this, m_system, m_genericOptions, request);
+    CommandArguments all(*this, m_system, m_genericOptions, request);
     for (const CommandRow &row : commandRows()) {
         if (!(row.tools & tool))
             continue;
@@ -258,9 +269,8 @@ QStringList ToolCommands::inputsOf(const ToolRequest &request) const
 
 ToolCommand ToolCommands::command(const ToolRequest &request)
 {
-    loadGenericOptions(request.element, request.configuration);
     const Template &made = templateOf(request);
-    ArgumentRows all(*this, m_system, m_genericOptions, request);
+    CommandArguments all(*this, m_system, m_genericOptions, request);
     all.error = made.error;
     for (const Template::Piece &piece : made.pieces) {
         if (piece.row)
@@ -268,17 +278,16 @@ ToolCommand ToolCommands::command(const ToolRequest &request)
         else
             all.arguments += piece.arguments;
     }
-    return {m_system.projectDirectory(request.element), all.arguments, inputsOf(request), all.error};
+    return {made.directory, all.arguments, inputsOf(request), all.error};
 }
 
 quint64 ToolCommands::hash(const ToolRequest &request, const QStringList &more, QString &error)
 {
-    loadGenericOptions(request.element, request.configuration);
     const Template &made = templateOf(request);
     ArgumentRows own(*this, m_system, m_genericOptions, request);
     own.error = made.error;
     CommandHash hash;
-    hash.add(m_system.projectDirectory(request.element));
+    hash.add(made.directory);
     for (const Template::Piece &piece : made.pieces) {
         if (piece.row) {
             own.arguments.clear();

@@ -121,6 +121,7 @@ private:
             const CommandRow *row; // or what makes those of each; null if they are in common
         };
         std::vector<Piece> pieces;
+        QString directory;
         QString error;
     };
 
