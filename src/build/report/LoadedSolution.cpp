@@ -1,7 +1,7 @@
 #include "build/report/LoadedSolution.h"
 
-#include "base/Directories.h"
 #include "base/HException.h"
+#include "project/model/ConfigFile.h"
 #include "xml/macros/SystemMacroTable.h"
 
 #include <QDir>
@@ -36,9 +36,8 @@ HException notFound(const QString &what, QStringList existing)
 
 LoadedSolution::LoadedSolution(const QString &path, const QStringList &globalMacros)
 {
-    SystemMacroTable &table = SystemMacroTable::instance();
-    table.addInstallationMacros(QDir(installationDirectory()), QDir(userDirectory(UserFiles::Data)));
-    table.setGlobalMacros(globalMacros);
+    loadInstallation();
+    SystemMacroTable::instance().setGlobalMacros(globalMacros);
     if (QFileInfo(path).isDir())
         throw HException(path + ": is a folder, not a solution file"_L1);
     try {
