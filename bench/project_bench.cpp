@@ -22,10 +22,11 @@ QString solutionPath()
         return path;
     QByteArray text = "<!DOCTYPE Veldane_Project_File>\n<solution Name=\"big\" target=\"8\" version=\"2\">\n";
     for (int p = 0; p < projectCount; ++p) {
-        text += "  <project Name=\"p" + QByteArray::number(p) +
-                "\">\n    <configuration\n      Name=\"Common\"\n      c_preprocessor_definitions=\"A;B=1\"\n"
-                "      c_user_include_directories=\"include;$(SolutionDir)/shared\"\n"
-                "      project_type=\"Executable\" />\n    <configuration Name=\"Debug\" c_additional_options=\"-Og\" />\n";
+        text +=
+            "  <project Name=\"p" + QByteArray::number(p) +
+            "\">\n    <configuration\n      Name=\"Common\"\n      c_preprocessor_definitions=\"A;B=1\"\n"
+            "      c_user_include_directories=\"include;$(SolutionDir)/shared\"\n"
+            "      project_type=\"Executable\" />\n    <configuration Name=\"Debug\" c_additional_options=\"-Og\" />\n";
         for (int f = 0; f < folderCount; ++f) {
             text += "    <folder Name=\"folder" + QByteArray::number(f) + "\" filter=\"c;cpp\">\n";
             for (int i = 0; i < fileCount; ++i) {
@@ -39,8 +40,9 @@ QString solutionPath()
         }
         text += "  </project>\n";
     }
-    text += "  <configuration Name=\"Debug\" inherited_configurations=\"Base\" />\n  <configuration Name=\"Release\" />\n"
-            "  <configuration Name=\"Base\" hidden=\"Yes\" build_debug_information=\"Yes\" />\n</solution>\n";
+    text +=
+        "  <configuration Name=\"Debug\" inherited_configurations=\"Base\" />\n  <configuration Name=\"Release\" />\n"
+        "  <configuration Name=\"Base\" hidden=\"Yes\" build_debug_information=\"Yes\" />\n</solution>\n";
     QFile file(path);
     if (!file.open(QFile::WriteOnly) || file.write(text) != text.size())
         qFatal("can't write %s", qPrintable(path));
@@ -61,7 +63,8 @@ struct Solution
     }
 };
 
-template <typename Ask> void askFiles(benchmark::State &state, const Ask &ask)
+template <typename Ask>
+void askFiles(benchmark::State &state, const Ask &ask)
 {
     Solution solution;
     const QString configuration = u"Debug"_s;

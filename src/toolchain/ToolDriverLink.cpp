@@ -263,7 +263,6 @@ QStringList ToolDriver::clangLibraries(const Link &link, bool isFull)
     return words << u"-Wl,--end-group"_s;
 }
 
-
 // ltollvm takes bitcode from files, not from archives: each module of an archive becomes a file, and what else it
 // holds an archive of its own. A module that nothing needs goes away again when all are compiled.
 QStringList ToolDriver::withoutBitcodeArchives(const Link &link, const QStringList &files)
@@ -281,8 +280,8 @@ QStringList ToolDriver::withoutBitcodeArchives(const Link &link, const QStringLi
         for (const std::span<const quint8> member : archiveMembers(archive.bytes())) {
             const bool isModule = isBitcode(member);
             const QString path = stem + u'-' + QString::number(++count) + (isModule ? u".bc"_s : u".o"_s);
-            writeOwnFile(path, QByteArray::fromRawData(reinterpret_cast<const char *>(member.data()),
-                                                       qsizetype(member.size())));
+            writeOwnFile(
+                path, QByteArray::fromRawData(reinterpret_cast<const char *>(member.data()), qsizetype(member.size())));
             (isModule ? result : objects) += path;
         }
         if (objects.isEmpty())

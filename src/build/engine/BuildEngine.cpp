@@ -28,7 +28,10 @@ struct BuildEngine::Record
 };
 
 BuildEngine::BuildEngine(StandardProjectSystem &system, ToolCommands &tools, BuildState &state, ProcessPoller *poller)
-    : m_system(system), m_tools(tools), m_state(state), m_poller(poller),
+    : m_system(system),
+      m_tools(tools),
+      m_state(state),
+      m_poller(poller),
       m_externalTemplates(std::make_unique<ExternalTemplates>())
 {}
 
@@ -46,7 +49,7 @@ BuildResult BuildEngine::buildProject(const ProjectElement *element, const QStri
     m_interrupts = 0;
     m_failedProjects.clear();
     m_listed.clear();
-    m_times.clear(m_system.projectDirectory(element));
+    m_times.clear();
     m_tools.refresh();
     m_externalTemplates->clear();
     for (Builder *builder : builders)
@@ -54,6 +57,7 @@ BuildResult BuildEngine::buildProject(const ProjectElement *element, const QStri
     const bool didSomething = buildJobs(element, configuration, builders, idler, flags, followDependencies, batch);
     saveRecords();
     m_facts.clear();
+    m_times.clear();
     m_isBuilding = false;
     if (m_state.stop)
         return BuildResult::Terminated;
@@ -251,9 +255,10 @@ CommandRecord &BuildEngine::record(const ProjectElement *element, const QString 
     return recordOf(element, configuration).commands;
 }
 
-std::optional<std::span<const FileTimes::Id>>
-BuildEngine::recordedDependencies(const ProjectElement *element, const QString &configuration, const QString &object,
-                                  const FileStamp &stamp)
+std::optional<std::span<const FileTimes::Id>> BuildEngine::recordedDependencies(const ProjectElement *element,
+                                                                                const QString &configuration,
+                                                                                const QString &object,
+                                                                                const FileStamp &stamp)
 {
     Record &record = recordOf(element, configuration);
     const auto indices = record.commands.dependencies(object, stamp);

@@ -95,9 +95,9 @@ public:
     // Of the project around the element.
     CommandRecord &record(const ProjectElement *element, const QString &configuration);
     // What the compiler said the object was made from, if that is known; ids of times().
-    std::optional<std::span<const FileTimes::Id>>
-    recordedDependencies(const ProjectElement *element, const QString &configuration, const QString &object,
-                         const FileStamp &stamp);
+    std::optional<std::span<const FileTimes::Id>> recordedDependencies(const ProjectElement *element,
+                                                                       const QString &configuration,
+                                                                       const QString &object, const FileStamp &stamp);
     // What a node is, kept while nothing changes.
     struct NodeFacts
     {

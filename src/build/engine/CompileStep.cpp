@@ -16,8 +16,9 @@ struct ElementBuild::CompilePlan
     QString target, absoluteTarget; // target: as the command names it
     QStringList preWords, postWords;
     QString preDirectory, preOutput, postDirectory;
-    ToolRequest request; // without an external command
-    QString error;       // why it can't be made
+    bool isExternal = false; // a command of the solution's
+    ToolRequest request;     // without one
+    QString error;           // why it can't be made
     quint64 hash = 0;
 };
 
@@ -74,7 +75,7 @@ bool ElementBuild::compile(ToolKind kind)
 {
     m_idler.stepStarted(m_element, m_configuration);
     const CompilePlan plan = planCompile(kind);
-    if (isCompileUpToDate(plan)) {
+    if (isCompileUpToDate(kind, plan)) {
         noteUpToDate(plan.target, "' is up to date"_L1);
         return false;
     }
@@ -103,14 +104,16 @@ ElementBuild::CompilePlan ElementBuild::planCompile(ToolKind kind)
         plan.preOutput = output.isEmpty() ? output : ::absolutePath(plan.preDirectory, output);
     }
     const bool hasPreOutput = !plan.preWords.isEmpty() && !plan.preOutput.isEmpty();
-    plan.request = request(kind, plan.target, {hasPreOutput ? plan.preOutput : plan.source});
+    plan.isExternal = !value(externalCompile(kind).command).isEmpty();
+    if (!plan.isExternal)
+        plan.request = request(kind, plan.target, {hasPreOutput ? plan.preOutput : plan.source});
     if (!value(compile_post_build_command).isEmpty()) {
         const MacroMap macros{{u"TargetPath"_s, plan.absoluteTarget}, {u"RelTargetPath"_s, plan.target}};
         plan.postWords = splitWords(expanded(compile_post_build_command, macros));
         plan.postDirectory = expandedDirectory(compile_post_build_command_wd);
     }
     const QStringList around = plan.preWords + plan.postWords;
-    if (!value(externalCompile(kind).command).isEmpty()) {
+    if (plan.isExternal) {
         plan.hash = externalCompileHash(kind, plan, around);
     } else {
         plan.hash = m_tools.hash(plan.request, around, plan.error);
@@ -170,17 +173,19 @@ quint64 ElementBuild::externalCompileHash(ToolKind kind, CompilePlan &plan, cons
         for (const char *own : ExternalTemplates::ownMacros)
             markers.insert(QString::fromLatin1(own), u'\1' + QString::fromLatin1(own));
         QStringList words = externalCompileWords(kind, plan, &made.isOwn, made.error, markers);
-        words << dependencyFile << m_system.expandedValue(m_element, build_intermediate_directory, m_configuration,
-                                                          &made.isOwn);
+        words << dependencyFile
+              << m_system.expandedValue(m_element, build_intermediate_directory, m_configuration, &made.isOwn);
         made.key = QString::number(commandHash(m_directory, words));
+        made.hasNodeName = value(externalCompile(kind).command).contains("ProjectNodeName"_L1);
     }
     plan.error = made.error;
     if (!made.isOwn)
-        return commandHash(made.key, {plan.source, plan.target, m_element->displayName()}, around);
+        return commandHash(made.key,
+                           {plan.source, plan.target, made.hasNodeName ? m_element->displayName() : QString()}, around);
     return commandHash(m_directory, externalCompileWords(kind, plan, nullptr, plan.error), around);
 }
 
-bool ElementBuild::isCompileUpToDate(const CompilePlan &plan)
+bool ElementBuild::isCompileUpToDate(ToolKind kind, const CompilePlan &plan)
 {
     UpToDate test(m_engine, m_builder, isQuiet());
     if (m_isForced || !test.targetTime(plan.absoluteTarget, plan.target) || !plan.error.isEmpty())
@@ -188,8 +193,7 @@ bool ElementBuild::isCompileUpToDate(const CompilePlan &plan)
     FileTimes &times = m_engine.times();
     if (!test.inputOlder(times.id(plan.source), plan.source))
         return false;
-    auto dependencies =
-        m_engine.recordedDependencies(m_element, m_configuration, plan.absoluteTarget, test.stamp());
+    auto dependencies = m_engine.recordedDependencies(m_element, m_configuration, plan.absoluteTarget, test.stamp());
     if (!dependencies) {
         m_engine.record(m_element, m_configuration)
             .setDependencies(plan.absoluteTarget, test.stamp(),
@@ -200,7 +204,7 @@ bool ElementBuild::isCompileUpToDate(const CompilePlan &plan)
         if (!test.inputOlder(dependency, times.path(dependency)))
             return false;
     }
-    return test.optionsUpToDate(m_element, m_configuration, plan.request.kind) &&
+    return test.optionsUpToDate(m_element, m_configuration, kind) &&
            test.commandUpToDate(m_element, m_configuration, plan.hash);
 }
 
@@ -212,7 +216,7 @@ void ElementBuild::runCompile(ToolKind kind, const CompilePlan &plan)
         if (!goesOn())
             return;
     }
-    if (!value(externalCompile(kind).command).isEmpty()) {
+    if (plan.isExternal) {
         QString error;
         const QStringList words = externalCompileWords(kind, plan, nullptr, error);
         if (!error.isEmpty())

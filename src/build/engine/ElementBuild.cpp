@@ -9,6 +9,7 @@
 
 #include <QDir>
 #include <QFile>
+#include <QStringBuilder>
 
 using namespace Qt::StringLiterals;
 using enum ProjectProperty;
@@ -245,7 +246,7 @@ void ElementBuild::removeFile(const QString &path)
 void ElementBuild::noteUpToDate(const QString &target, QLatin1StringView end)
 {
     if (m_builder && !isQuiet())
-        m_builder->reportNote(u'\'' + target + end);
+        m_builder->reportNote(u'\'' % target % end);
 }
 
 void ElementBuild::outputMade(const QString &output, quint64 hash)

@@ -47,7 +47,7 @@ private:
     QStringList externalCompileWords(ToolKind kind, const CompilePlan &plan, bool *isOwn, QString &error,
                                      const MacroMap &markers = {});
     quint64 externalCompileHash(ToolKind kind, CompilePlan &plan, const QStringList &around);
-    bool isCompileUpToDate(const CompilePlan &plan);
+    bool isCompileUpToDate(ToolKind kind, const CompilePlan &plan);
     void runCompile(ToolKind kind, const CompilePlan &plan);
 
     // Link and archive.

@@ -14,14 +14,15 @@ public:
     {
         bool isMade = false;
         bool isOwn = false; // it depends on the source in a way that the markers don't catch
-        QString key;        // stands for its words
-        QString error;      // why it can't be made
+        bool hasNodeName = false;
+        QString key;   // stands for its words
+        QString error; // why it can't be made
     };
 
     // What a command may hold of its source. A template has a mark in the place of each; the source's path and name
     // and its object's name, which they all come from, tell the commands of a template apart.
     static constexpr const char *ownMacros[] = {
-        "ProjectNodeName", "InputDir",    "InputName",   "InputFileName",  "InputExt",         "InputPath",
+        "ProjectNodeName", "InputDir",    "InputName",  "InputFileName", "InputExt",       "InputPath",
         "RelInputPath",    "RelInputDir", "TargetPath", "RelTargetPath", "DependencyPath", "RelDependencyPath",
     };
 

@@ -10,6 +10,7 @@
 namespace {
 
 constexpr qint64 nanoseconds = 1'000'000'000;
+constexpr size_t mostDirectories = 8; // kept open
 
 } // namespace
 
@@ -34,12 +35,32 @@ FileStamp FileTimes::stamp(Id id)
     return file.stamp;
 }
 
-FileStamp FileTimes::ask(const QString &path) const
+// AT_FDCWD when the directory can't be opened.
+int FileTimes::directory(QStringView path)
 {
-    const bool isBelow = m_baseDirectory.isOpen() && path.startsWith(m_base);
-    const QStringView name = QStringView(path).sliced(isBelow ? m_base.size() : 0);
-    const int directory = isBelow ? m_baseDirectory.number() : AT_FDCWD;
-    // Thousands of names are asked for, nearly all of them ASCII.
+    for (const Directory &known : m_directories) {
+        if (known.path == path)
+            return known.descriptor.number();
+    }
+    FileDescriptor opened(::open(QFile::encodeName(path.toString()).constData(), O_PATH | O_DIRECTORY | O_CLOEXEC));
+    if (!opened.isOpen())
+        return AT_FDCWD;
+    const int number = opened.number();
+    if (m_directories.size() < mostDirectories) {
+        m_directories.push_back({path.toString(), std::move(opened)});
+    } else {
+        m_directories[m_nextDirectory] = {path.toString(), std::move(opened)};
+        m_nextDirectory = (m_nextDirectory + 1) % mostDirectories;
+    }
+    return number;
+}
+
+FileStamp FileTimes::ask(const QString &path)
+{
+    const QStringView whole = path;
+    const int from = directory(whole.first(std::max<qsizetype>(whole.lastIndexOf(u'/'), 0)));
+    const QStringView name = from == AT_FDCWD ? whole : whole.sliced(whole.lastIndexOf(u'/') + 1);
+    // Nearly all names are ASCII.
     char ascii[PATH_MAX];
     const bool isAscii = name.size() < PATH_MAX && !name.isEmpty() &&
                          std::all_of(name.begin(), name.end(), [](QChar c) { return c.unicode() - 1u < 0x7F; });
@@ -48,7 +69,7 @@ FileStamp FileTimes::ask(const QString &path) const
     if (isAscii) {
         std::transform(name.begin(), name.end(), ascii, [](QChar c) { return char(c.unicode()); });
         ascii[name.size()] = 0;
-        result = ::fstatat(directory, ascii, &status, 0);
+        result = ::fstatat(from, ascii, &status, 0);
     } else {
         result = ::stat(QFile::encodeName(path).constData(), &status);
     }
@@ -65,6 +86,7 @@ void FileTimes::forget(const QString &path)
 
 void FileTimes::forgetAll()
 {
+    m_directories.clear(); // one may have been replaced
     for (File &file : m_files)
         file.isKnown = false;
 }
@@ -76,10 +98,9 @@ void FileTimes::setWritten(const QString &path)
     file.isWritten = true;
 }
 
-void FileTimes::clear(const QString &base)
+void FileTimes::clear()
 {
-    m_base = base.endsWith(u'/') ? base : base + u'/';
-    m_baseDirectory = FileDescriptor(base.isEmpty() ? -1 : ::open(QFile::encodeName(base).constData(), O_PATH | O_CLOEXEC));
+    m_directories.clear();
     m_ids.clear();
     m_files.clear();
     m_now = 0;

@@ -26,8 +26,8 @@ public:
     void setWritten(const QString &path);
     bool isWritten(Id id) const { return m_files[id].isWritten; }
 
-    // For a new build. Files below the base are reached by a shorter way.
-    void clear(const QString &base = {});
+    // For a new build.
+    void clear();
     // Nanoseconds since 1970, at least as late as the last call.
     qint64 now();
     qint64 lastNow() const { return m_now; }
@@ -41,10 +41,17 @@ private:
         bool isWritten = false;
     };
 
-    FileStamp ask(const QString &path) const;
+    FileStamp ask(const QString &path);
+    int directory(QStringView path);
 
-    QString m_base; // with a "/"
-    FileDescriptor m_baseDirectory;
+    // Thousands of files lie in a few directories; a file is reached faster from its own than from the root.
+    struct Directory
+    {
+        QString path;
+        FileDescriptor descriptor;
+    };
+    std::vector<Directory> m_directories;
+    size_t m_nextDirectory = 0; // the one to be replaced
     QHash<QString, Id> m_ids;
     std::vector<File> m_files;
     qint64 m_now = 0;

@@ -50,8 +50,8 @@ QByteArray oneOf(const CommandArguments &arguments, std::initializer_list<const 
         if (!arguments.has(name))
             continue;
         if (!given.isEmpty())
-            throw UsageError(u"--%1 and --%2 exclude each other"_s.arg(QLatin1StringView(given),
-                                                                      QLatin1StringView(name)));
+            throw UsageError(
+                u"--%1 and --%2 exclude each other"_s.arg(QLatin1StringView(given), QLatin1StringView(name)));
         given = name;
     }
     return given;
@@ -119,6 +119,14 @@ QStringList globalMacros(const CommandArguments &arguments)
     return macros;
 }
 
+// What is to be built, cleaned, checked or exported.
+ProjectElement &chosenElement(const CommandArguments &arguments, LoadedSolution &loaded, const QString &configuration)
+{
+    if (arguments.has("only"))
+        return loaded.file(arguments.value("only"), configuration);
+    return arguments.has("project") ? loaded.project(arguments.value("project")) : loaded.solution();
+}
+
 int build(const CommandArguments &arguments, LoadedSolution &loaded)
 {
     BuildRequest request;
@@ -126,13 +134,11 @@ int build(const CommandArguments &arguments, LoadedSolution &loaded)
     request.flags = buildFlags(arguments);
     request.jobs = jobCount(arguments);
     request.isBatch = arguments.has("batch");
-    request.element = arguments.has("only")      ? &loaded.file(arguments.value("only"), request.configuration)
-                      : arguments.has("project") ? &loaded.project(arguments.value("project"))
-                                                 : &loaded.solution();
+    request.element = &chosenElement(arguments, loaded, request.configuration);
     const TextReport::Options text = textOptions(arguments);
     std::unique_ptr<BuildReport> report;
     if (arguments.has("json"))
-        report = std::make_unique<JsonReport>();
+        report = std::make_unique<JsonReport>(text.detail == TextReport::Detail::All);
     else
         report = std::make_unique<TextReport>(text);
     const BuildOutcome outcome = runBuild(loaded, request, *report);
@@ -144,6 +150,7 @@ int build(const CommandArguments &arguments, LoadedSolution &loaded)
 int run(const CommandArguments &arguments)
 {
     const QByteArray query = oneOf(arguments, {"list", "get", "set", "command", "export", "rebuild", "clean", "check"});
+    oneOf(arguments, {"project", "only"});
     oneOf(arguments, {"quiet", "verbose"});
     jobCount(arguments); // wrong words are told before the solution is loaded
     textOptions(arguments);
@@ -166,6 +173,9 @@ int run(const CommandArguments &arguments)
                     loaded.node(arguments.value("node"), configuration), configuration, isJson);
     } else if (query == "command") {
         printCommands(loaded, loaded.nodeOrFile(arguments.value("command"), configuration), configuration, isJson);
+    } else if (query == "export") {
+        exportBuild(loaded, {arguments.value("export"), arguments.value("output"), buildFlags(arguments)},
+                    chosenElement(arguments, loaded, configuration), configuration);
     } else {
         return build(arguments, loaded);
     }

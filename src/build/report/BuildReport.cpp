@@ -33,7 +33,7 @@ QString BuildOutcome::word() const
     if (result == BuildResult::Failed || failures > 0)
         return u"failed"_s;
     if (flags & BuildFlag::noRun)
-        return flags & BuildFlag::remove          ? u"cleaned"_s
+        return flags & BuildFlag::remove         ? u"cleaned"_s
                : result == BuildResult::Complete ? u"out of date"_s
                                                  : u"up to date"_s;
     return result == BuildResult::Complete ? u"complete"_s : u"up to date"_s;

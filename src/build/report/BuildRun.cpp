@@ -42,8 +42,8 @@ Plan planOf(BuildEngine &engine, const BuildRequest &request)
     for (const BuildJob &job : jobs) {
         if (job.flags & BuildFlag::projectBegin)
             plan.steps += int(job.flags >> BuildFlag::stepsShift);
-        else if (job.flags & BuildFlag::projectEnd
-                 && toolKind(engine.system(), job.element, job.configuration) == ToolKind::Link)
+        else if (job.flags & BuildFlag::projectEnd &&
+                 toolKind(engine.system(), job.element, job.configuration) == ToolKind::Link)
             plan.programs.emplace_back(job.element, job.configuration);
     }
     return plan;
@@ -88,7 +88,8 @@ BuildOutcome runBuild(LoadedSolution &loaded, const BuildRequest &request, Build
     if (outcome.isDone() && !(request.flags & BuildFlag::noRun)) {
         for (const auto &[project, configuration] : plan.programs) {
             QString problem;
-            if (auto size = programSize(loaded.system(), project, configuration, problem))
+            const QString file = tools.outputName(ToolKind::Link, project, configuration, true);
+            if (auto size = programSize(loaded.system(), project, configuration, file, problem))
                 outcome.sizes.push_back(std::move(*size));
             if (!problem.isEmpty())
                 report.note({project, configuration}, BuildReport::NoteKind::Information, problem);

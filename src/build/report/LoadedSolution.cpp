@@ -23,13 +23,13 @@ HException located(const SolutionLoadError &error)
 }
 
 // "no project 'x'; there are: a, b"
-HException notFound(const QString &what, const QString &name, QStringList existing)
+HException notFound(const QString &what, QStringList existing)
 {
     const qsizetype more = existing.size() - mostNamesShown;
     if (more > 0)
         existing = existing.first(mostNamesShown) << u"and %1 more"_s.arg(more);
     const QString rest = existing.isEmpty() ? u"there is none"_s : u"there are: "_s + existing.join(", "_L1);
-    return HException(u"no %1 '%2'; %3"_s.arg(what, name, rest));
+    return HException(u"no %1; %2"_s.arg(what, rest));
 }
 
 } // namespace
@@ -53,11 +53,11 @@ QString LoadedSolution::configuration(const std::optional<QString> &name) const
     const QStringList names = m_system.publicConfigurations(&solution());
     if (!name)
         return names.isEmpty() ? u"Common"_s : *std::min_element(names.begin(), names.end());
-    constexpr int all = ProjectSystem::CommonConfiguration | ProjectSystem::PrivateConfigurations
-                        | ProjectSystem::PublicConfigurations;
+    constexpr int all =
+        ProjectSystem::CommonConfiguration | ProjectSystem::PrivateConfigurations | ProjectSystem::PublicConfigurations;
     if (*name == "Common"_L1 || m_system.configurationNames(&solution(), all).contains(*name))
         return *name;
-    throw notFound(u"configuration"_s, *name, names);
+    throw notFound(u"configuration '%1'"_s.arg(*name), names);
 }
 
 ProjectElement &LoadedSolution::project(const QString &name) const
@@ -67,7 +67,7 @@ ProjectElement &LoadedSolution::project(const QString &name) const
     QStringList names;
     for (const ProjectElement *project : m_system.projects())
         names += project->displayName();
-    throw notFound(u"project"_s, name, names);
+    throw notFound(u"project '%1'"_s.arg(name), names);
 }
 
 bool LoadedSolution::isNamed(const ProjectElement &node, const QString &name, const QString &configuration) const
@@ -77,8 +77,8 @@ bool LoadedSolution::isNamed(const ProjectElement &node, const QString &name, co
     if (node.type() != ProjectElement::Type::File)
         return false;
     const QString path = m_system.path(&node, configuration);
-    return QStringView(path).sliced(path.lastIndexOf(u'/') + 1) == name || path == name
-           || m_system.relativePath(&node, path) == name;
+    return QStringView(path).sliced(path.lastIndexOf(u'/') + 1) == name || path == name ||
+           m_system.relativePath(&node, path) == name;
 }
 
 // Names may hold "/", so each start of the path that ends at one is tried.
@@ -109,8 +109,7 @@ std::vector<ProjectElement *> LoadedSolution::filesNamed(ProjectElement &below, 
     return files;
 }
 
-ProjectElement *LoadedSolution::onlyFile(ProjectElement &below, const QString &name,
-                                         const QString &configuration) const
+ProjectElement *LoadedSolution::onlyFile(ProjectElement &below, const QString &name, const QString &configuration) const
 {
     const std::vector<ProjectElement *> files = filesNamed(below, name, configuration);
     if (files.size() < 2)
@@ -148,25 +147,36 @@ ProjectElement &LoadedSolution::node(const QString &path, const QString &configu
     for (ProjectElement *child = deepest->firstElement(); child; child = child->nextElement())
         if (child->type() != ProjectElement::Type::Configuration)
             names += child->displayName();
-    throw notFound(deepest == &solution() ? u"node"_s : u"node in '%1'"_s.arg(nodePath(*deepest)), rest, names);
+    const QString what = u"node '%1'"_s.arg(rest);
+    throw notFound(deepest == &solution() ? what : u"%1 in '%2'"_s.arg(what, nodePath(*deepest)), names);
 }
 
-ProjectElement &LoadedSolution::nodeOrFile(const QString &name, const QString &configuration) const
+ProjectElement *LoadedSolution::findNodeOrFile(const QString &name, const QString &configuration) const
 {
     ProjectElement *found = name.isEmpty() ? nullptr : findNode(solution(), name, configuration);
     if (!found)
         found = onlyFile(solution(), name, configuration);
     if (!found)
         found = onlyFile(solution(), QFileInfo(name).absoluteFilePath(), configuration);
+    return found;
+}
+
+ProjectElement &LoadedSolution::nodeOrFile(const QString &name, const QString &configuration) const
+{
+    ProjectElement *found = findNodeOrFile(name, configuration);
     return found ? *found : node(name, configuration);
 }
 
 ProjectElement &LoadedSolution::file(const QString &name, const QString &configuration) const
 {
-    ProjectElement &found = nodeOrFile(name, configuration);
-    if (found.type() != ProjectElement::Type::File)
-        throw HException(u"'%1' is a %2, not a file"_s.arg(name, kindName(found)));
-    return found;
+    ProjectElement *found = findNodeOrFile(name, configuration);
+    if (found && found->type() == ProjectElement::Type::File)
+        return *found;
+    if (found)
+        throw HException(u"'%1' is a %2, not a file"_s.arg(name, kindName(*found)));
+    QStringList paths;
+    forEachFile(solution(), [&](const ProjectElement &existing) { paths += nodePath(existing); });
+    throw notFound(u"file '%1'"_s.arg(name), paths);
 }
 
 QString LoadedSolution::nodePath(const ProjectElement &node) const

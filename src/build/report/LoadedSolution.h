@@ -36,6 +36,7 @@ public:
 private:
     bool isNamed(const ProjectElement &node, const QString &name, const QString &configuration) const;
     ProjectElement *findNode(ProjectElement &parent, const QString &path, const QString &configuration) const;
+    ProjectElement *findNodeOrFile(const QString &name, const QString &configuration) const; // null if none
     std::vector<ProjectElement *> filesNamed(ProjectElement &below, const QString &name,
                                              const QString &configuration) const;
     ProjectElement *onlyFile(ProjectElement &below, const QString &name, const QString &configuration) const;

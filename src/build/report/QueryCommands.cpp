@@ -3,9 +3,11 @@
 #include "base/CommandLine.h"
 #include "base/HException.h"
 #include "base/JsonWriter.h"
+#include "base/SafeFile.h"
 #include "build/commands/Idler.h"
 #include "build/commands/StandardToolCommands.h"
 #include "build/engine/BuildEngine.h"
+#include "build/engine/ExportBuilder.h"
 #include "build/engine/StudioBuilder.h"
 
 using namespace Qt::StringLiterals;
@@ -211,8 +213,9 @@ void getProperty(LoadedSolution &loaded, const PropertyQuery &query, const Proje
     PropertyTrace trace;
     QString value = propertyValue(&node, property ? *property : unlisted, configuration, &trace);
     const bool isFound = !trace.empty() && trace.front().element;
-    if (!isFound && node.hasProperty(query.key)) { // in no configuration, as names are
-        value = node.property(query.key);
+    const bool isName = query.key == "Name"_L1; // a configuration's own is no value of its node
+    if (isName || (!isFound && node.hasProperty(query.key))) {
+        value = isName ? node.displayName() : node.property(query.key);
         trace = {{value, QString(), &node}};
     } else if (!isFound && !property) {
         throw HException(u"no property '%1'; --list properties tells those that there are"_s.arg(query.key));
@@ -303,4 +306,23 @@ void printCommands(LoadedSolution &loaded, const ProjectElement &node, const QSt
     }
     if (isJson)
         printJson(json);
+}
+
+void exportBuild(LoadedSolution &loaded, const ExportRequest &request, const ProjectElement &node,
+                 const QString &configuration)
+{
+    BuildState state;
+    StandardToolCommands tools(loaded.system(), state);
+    BuildEngine engine(loaded.system(), tools, state);
+    QByteArray text;
+    if (request.what == "commands"_L1)
+        text = exportBuildCommands(engine, &node, configuration, request.flags).join(u'\n').toUtf8() + '\n';
+    else if (request.what == "make"_L1)
+        text = exportMakefile(engine, &node, configuration, request.flags).join(u'\n').toUtf8() + '\n';
+    else
+        throw UsageError(u"--export takes commands, make or compile-commands; not '%1'"_s.arg(request.what));
+    if (request.file.isEmpty() || request.file == "-"_L1)
+        printOut(QByteArrayView(text));
+    else
+        writeFileSafely(request.file, text);
 }

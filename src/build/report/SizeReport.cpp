@@ -93,13 +93,12 @@ QString grouped(quint64 number)
 } // namespace
 
 std::optional<ProgramSize> programSize(const StandardProjectSystem &system, const ProjectElement *project,
-                                       const QString &configuration, QString &problem)
+                                       const QString &configuration, const QString &file, QString &problem)
 {
     ProgramSize size;
     size.project = project->displayName();
     size.configuration = configuration;
-    size.file = system.absolutePath(project, system.value(project, ProjectProperty::build_output_file_name,
-                                                          configuration));
+    size.file = file;
     ElfFile elf;
     try {
         if (!ElfFile::isElfFile(size.file))
@@ -149,8 +148,8 @@ void writeSize(JsonWriter &json, const ProgramSize &size)
 
 QString sizeText(const ProgramSize &size, int barWidth)
 {
-    QString text = u"%1: text %2, data %3, bss %4 bytes\n"_s.arg(size.project, grouped(size.text),
-                                                                grouped(size.data), grouped(size.bss));
+    QString text = u"%1: text %2, data %3, bss %4 bytes\n"_s.arg(size.project, grouped(size.text), grouped(size.data),
+                                                                 grouped(size.bss));
     qsizetype nameWidth = 0;
     for (const SegmentUse &segment : size.segments)
         nameWidth = qMax(nameWidth, segment.name.size());

@@ -29,10 +29,10 @@ struct ProgramSize
     quint64 total() const { return text + data + bss; }
 };
 
-// Of the program that an "Executable" project links to; none when it isn't there or no ELF file. What can't be
-// read of the memory map is told by `problem`, one line.
+// Of the file that a project links to; none when it isn't there or no ELF file. What can't be read of the memory
+// map is told by `problem`, one line.
 std::optional<ProgramSize> programSize(const StandardProjectSystem &system, const ProjectElement *project,
-                                       const QString &configuration, QString &problem);
+                                       const QString &configuration, const QString &file, QString &problem);
 
 void writeSize(JsonWriter &json, const ProgramSize &size); // an object
 // Lines for people. A bar shows each segment when `barWidth` is above 0.

@@ -18,9 +18,10 @@ int width(FILE *stream)
 } // namespace
 
 Terminal::Terminal(FILE *stream, ColorMode mode)
-    : m_stream(stream), m_isTerminal(::isatty(::fileno(stream)) && qgetenv("TERM") != "dumb"),
-      m_hasColors(mode == ColorMode::Always
-                  || (mode == ColorMode::Auto && m_isTerminal && qEnvironmentVariableIsEmpty("NO_COLOR")))
+    : m_stream(stream),
+      m_isTerminal(::isatty(::fileno(stream)) && qgetenv("TERM") != "dumb"),
+      m_hasColors(mode == ColorMode::Always ||
+                  (mode == ColorMode::Auto && m_isTerminal && qEnvironmentVariableIsEmpty("NO_COLOR")))
 {
     m_sinceShown.start();
 }

@@ -98,9 +98,10 @@ void TextReport::commandFailed(const BuildPlace &, const QString &title, int exi
     m_error.print(m_error.colored(Terminal::Red, u"Failed: "_s) + u"%1 (exit status %2)"_s.arg(title).arg(exitStatus));
 }
 
-void TextReport::output(const BuildPlace &, const QString &line, bool)
+void TextReport::output(const BuildPlace &, const QString &line, Stream stream)
 {
-    m_error.print(line);
+    if (stream != Stream::Echo || m_options.showsCommands || m_options.detail == Detail::All)
+        m_error.print(line);
 }
 
 void TextReport::diagnostic(const BuildPlace &place, const BuildLogItem &item, bool isOfTool)
@@ -146,8 +147,8 @@ void TextReport::printProblems()
         const Problem &problem = m_problems[i];
         if (i == 0 || problem.project != project) {
             project = problem.project;
-            m_error.print(m_error.colored(Terminal::Bold, project.isEmpty() ? u"Errors:"_s
-                                                                            : u"Errors in %1:"_s.arg(project)));
+            m_error.print(
+                m_error.colored(Terminal::Bold, project.isEmpty() ? u"Errors:"_s : u"Errors in %1:"_s.arg(project)));
         }
         printProblem(*problem.item);
         for (const QString &line : sourceExcerpt(problem.item->bookmark()))
@@ -183,6 +184,6 @@ void TextReport::finished(const BuildOutcome &outcome)
     if (m_options.detail == Detail::Quiet && outcome.isDone())
         return;
     const QString result = word == "cleaned"_L1 ? u"Cleaned"_s : u"Build "_s + word;
-    printOut(m_out.colored(outcome.isDone() ? Terminal::Green : Terminal::Red, result) + u": "_s
-             + facts.join(u", "_s) + u'\n');
+    printOut(m_out.colored(outcome.isDone() ? Terminal::Green : Terminal::Red, result) + u": "_s + facts.join(u", "_s) +
+             u'\n');
 }

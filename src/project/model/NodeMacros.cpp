@@ -222,7 +222,7 @@ void NodeMacros::fill(const ProjectSystem &system, const ProjectElement *element
                      {u"EXE"_s, system.executableFileExtension(element, configuration)},
                      {u"LIB"_s, system.libraryFileExtension(element, configuration)},
                      {u"PackageExt"_s, u"vnPackage"_s}};
-    for (const PropertyValueGroupClass *group : system.groupsOf(element, configuration))
+    for (const PropertyValueGroupClass *group : system.propertyGroups(element, configuration))
         context.later.emplace_back(group->name, system.value(element, *group, configuration));
     for (const auto *contribution : system.groupContributions(element, configuration))
         if (contribution->kind == PropertyValueGroupClass::Contribution::Macro)

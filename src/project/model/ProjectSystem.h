@@ -145,6 +145,9 @@ public:
     // All macros of a node, for lists and foreign tools; expand() doesn't need it.
     MacroMap buildMacros(const ProjectElement *element, const QString &configuration) const;
 
+    // The groups of the project's file of them, then those of the packages. They end with the solution.
+    std::vector<const PropertyValueGroupClass *> propertyGroups(const ProjectElement *element,
+                                                                const QString &configuration) const;
     // What the chosen entries of the node's property groups add in that configuration, in the order of the file.
     std::vector<const PropertyValueGroupClass::Contribution *> groupContributions(const ProjectElement *element,
                                                                                   const QString &configuration) const;
@@ -221,8 +224,6 @@ private:
     NodeContext &context(const ProjectElement *element, const QString &configuration) const;
     QStringList listItems(const ProjectElement *element, const QString &text, const QString &configuration, int options,
                           bool *isOwn) const;
-    std::vector<const PropertyValueGroupClass *> groupsOf(const ProjectElement *element,
-                                                          const QString &configuration) const;
     bool holds(const PropertyValueGroupClass::Contribution &contribution, const ProjectElement *element,
                const QString &configuration) const;
     void resolveProject(const ProjectElement &project, ElementPath &path) const;

@@ -195,8 +195,8 @@ QStringList ProjectSystem::inheritedConfigurations(const ProjectElement *element
     return *cache.inherited.insert(configuration, ::inheritedConfigurations(root, configuration));
 }
 
-std::vector<const PropertyValueGroupClass *> ProjectSystem::groupsOf(const ProjectElement *element,
-                                                                     const QString &configuration) const
+std::vector<const PropertyValueGroupClass *> ProjectSystem::propertyGroups(const ProjectElement *element,
+                                                                           const QString &configuration) const
 {
     std::vector<const PropertyValueGroupClass *> groups;
     const auto addAll = [&groups](const PropertyValueGroupFile *file) {
@@ -218,7 +218,7 @@ ProjectSystem::groupContributions(const ProjectElement *element, const QString &
 {
     std::vector<const PropertyValueGroupClass::Contribution *> contributions;
     const QStringList inherited = inheritedConfigurations(element, configuration);
-    for (const PropertyValueGroupClass *group : groupsOf(element, configuration)) {
+    for (const PropertyValueGroupClass *group : propertyGroups(element, configuration)) {
         const PropertyValueGroupClass::Entry *entry = group->entryFor(value(element, *group, configuration));
         if (!entry)
             continue;

@@ -131,8 +131,10 @@ const PropertyValueGroupFile *PropertyValueGroupFiles::file(const QString &path)
     const auto known =
         std::find_if(m_files.begin(), m_files.end(), [&path](const Loaded &loaded) { return loaded.path == path; });
     if (!info.isFile()) {
-        if (known != m_files.end())
+        if (known != m_files.end()) {
+            m_former.push_back(std::move(known->file));
             m_files.erase(known);
+        }
         return nullptr;
     }
     if (known == m_files.end())
@@ -142,10 +144,17 @@ const PropertyValueGroupFile *PropertyValueGroupFiles::file(const QString &path)
     Loaded &front = m_files.front();
     if (front.time != info.lastModified()) {
         front.time = info.lastModified();
+        m_former.push_back(std::move(front.file));
         front.file = std::make_unique<PropertyValueGroupFile>();
         front.file->loadGroups(path);
     }
     return front.file.get();
+}
+
+void PropertyValueGroupFiles::clear()
+{
+    m_files.clear();
+    m_former.clear();
 }
 
 bool PropertyValueGroupFiles::haveChanged() const

@@ -69,10 +69,10 @@ private:
 class PropertyValueGroupFiles
 {
 public:
-    // The file, loaded if it isn't yet or has changed since; null when there is no such file. What was given
-    // for a path ends when that file changes.
+    // The file, loaded if it isn't yet or has changed since; null when there is no such file. What it gave
+    // stays until all are cleared, since values and changes point to it.
     const PropertyValueGroupFile *file(const QString &path);
-    void clear() { m_files.clear(); }
+    void clear();
     // Whether a file is another one, or gone, since it was loaded.
     bool haveChanged() const;
 
@@ -84,4 +84,5 @@ private:
         std::unique_ptr<PropertyValueGroupFile> file;
     };
     std::list<Loaded> m_files;
+    std::vector<std::unique_ptr<PropertyValueGroupFile>> m_former; // that have changed since
 };

@@ -32,9 +32,13 @@ struct BuildEvents
 class ScriptedBuilder : public Builder
 {
 public:
-    ScriptedBuilder(BuildEvents &events, int slot) : m_events(events), m_slot(QString::number(slot) + QLatin1Char(' ')) {}
+    ScriptedBuilder(BuildEvents &events, int slot) : m_events(events), m_slot(QString::number(slot) + QLatin1Char(' '))
+    {}
 
-    void beginStep(const ProjectElement *, const QString &title, const QString &, int) override { add("begin ", title); }
+    void beginStep(const ProjectElement *, const QString &title, const QString &, int) override
+    {
+        add("begin ", title);
+    }
     void endStep(const ProjectElement *, const QString &) override { add("endStep", {}); }
     void runCommand(const QString &directory, const QStringList &arguments, const QString &output) override
     {
@@ -122,11 +126,12 @@ protected:
             "external_archive_command=\"ar $(RelTargetPath)\" build_output_directory=\"out\" "
             "build_intermediate_directory=\"obj/$(ProjectName)\" linker_map_file=\"No\" "
             "linker_section_placement_file=\"\" ";
-        folder.write("test.vnProject", "<!DOCTYPE Veldane_Project_File>\n<solution Name=\"test\" version=\"2\" target=\"8\">" +
-                                           content + "<configuration Name=\"Common\" " + common + commonAttributes +
-                                           "/><configuration Name=\"Debug\" inherited_configurations=\"Common\"/>"
-                                           "<configuration Name=\"Release\" inherited_configurations=\"Common\"/>"
-                                           "</solution>");
+        folder.write("test.vnProject",
+                     "<!DOCTYPE Veldane_Project_File>\n<solution Name=\"test\" version=\"2\" target=\"8\">" + content +
+                         "<configuration Name=\"Common\" " + common + commonAttributes +
+                         "/><configuration Name=\"Debug\" inherited_configurations=\"Common\"/>"
+                         "<configuration Name=\"Release\" inherited_configurations=\"Common\"/>"
+                         "</solution>");
         system.closeSolution();
         solution = system.loadSolution(folder.root(), folder.path("test.vnProject"));
         events.state = &state;

@@ -71,7 +71,8 @@ TEST_F(JobScheduler, KeepGoingBuildsWhatCanBeBuilt)
     write("z.c", 10);
     load("<project Name=\"app\"><configuration Name=\"Common\" project_dependencies=\"lib\"/>"
          "<file file_name=\"a.c\"/><file file_name=\"b.c\"/></project>"
-         "<project Name=\"lib\"><configuration Name=\"Common\" project_type=\"Library\"/><file file_name=\"l.c\"/></project>"
+         "<project Name=\"lib\"><configuration Name=\"Common\" project_type=\"Library\"/><file "
+         "file_name=\"l.c\"/></project>"
          "<project Name=\"other\"><file file_name=\"z.c\"/></project>");
     events.failing = {u"l.c"_s};
     for (int slotCount : {1, 3}) {
@@ -79,8 +80,8 @@ TEST_F(JobScheduler, KeepGoingBuildsWhatCanBeBuilt)
         EXPECT_EQ(started(), (QStringList{u"compile l.c"_s, u"compile a.c"_s, u"compile b.c"_s, u"compile z.c"_s,
                                           u"link out/other.elf"_s}));
         EXPECT_EQ(engine.failureCount(), 2) << "lib's file, and app, which needs lib";
-        EXPECT_TRUE(told("info").contains(
-            u"Build failed - continuing because 'keep going on error' has been enabled"_s));
+        EXPECT_TRUE(
+            told("info").contains(u"Build failed - continuing because 'keep going on error' has been enabled"_s));
         EXPECT_TRUE(told("info").contains(u"'app' is passed over because 'lib' failed"_s));
     }
 }
@@ -105,8 +106,7 @@ TEST_F(JobScheduler, DependenciesComeFirstAndCyclesEnd)
          "<folder Name=\"group\"><project Name=\"c1\">" + file + "<project Name=\"c2\">" + file + "</folder>" +
          "<project Name=\"out\"><configuration Name=\"Common\" build_exclude_from_build=\"Yes\"/>" + file);
     EXPECT_EQ(build(2), BuildResult::Complete);
-    EXPECT_EQ(events.matching(u"open"_s),
-              (QStringList{u"open b 2"_s, u"open c1 2"_s, u"open c2 2"_s, u"open a 2"_s}));
+    EXPECT_EQ(events.matching(u"open"_s), (QStringList{u"open b 2"_s, u"open c1 2"_s, u"open c2 2"_s, u"open a 2"_s}));
     EXPECT_EQ(told("begin").value(0), u"Dependency error detected in a"_s);
     EXPECT_EQ(told("warning"), QStringList{u"Can't find project nowhere"_s});
     EXPECT_EQ(build(project("b"), 1, BuildFlag::force), BuildResult::Complete);
@@ -141,8 +141,8 @@ TEST_F(JobScheduler, BatchBuildsTheProjectsOwnConfigurations)
     load("<project Name=\"app\"><configuration Name=\"Common\" batch_build_configurations=\"rel*;DEBUG\" "
          "build_output_directory=\"$(Configuration)\"/><file file_name=\"x.c\"/></project>");
     EXPECT_EQ(build(project("app"), 1, BuildFlag::force, true), BuildResult::Complete);
-    EXPECT_EQ(started(), (QStringList{u"compile x.c"_s, u"link Release/app.elf"_s, u"compile x.c"_s,
-                                      u"link Debug/app.elf"_s}));
+    EXPECT_EQ(started(),
+              (QStringList{u"compile x.c"_s, u"link Release/app.elf"_s, u"compile x.c"_s, u"link Debug/app.elf"_s}));
 }
 
 TEST_F(JobScheduler, ProjectCommandsRunAroundTheJobs)

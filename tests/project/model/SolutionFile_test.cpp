@@ -175,8 +175,45 @@ TEST_F(SolutionFileTest, RefusesWhatItCannotLoad)
     EXPECT_EQ(loadError(write("a.vnProject", head + nested(255) + end)), u"no error"_s);
     loaded.clear();
     EXPECT_EQ(loadError(write("a.vnProject", head + nested(256) + end)), u"elements are nested too deeply : 3"_s);
-    for (qsizetype size = 0; size < exampleText.size() - 1; ++size)
+}
+
+TEST_F(SolutionFileTest, TellsWhereACutOffFileIsOpen)
+{
+    const QString malformed = u"FOLDER/a.vnProject is a malformed solution file (bad XML)"_s;
+    struct
+    {
+        const char *behind, *element;
+    } const rows[] = {
+        {"version=\"2\">\n", ": <solution> has no end : 2"},
+        {"<file file_name", ": <file> has no end : 9"},
+        {"recurse=\"Yes", ": <folder> has no end : 11"},
+        {"</project>", ": <solution> has no end : 2"},
+        {"<!DOCTYPE Veldane_Project_File>", ""},
+    };
+    for (const auto &row : rows) {
+        const qsizetype end = exampleText.indexOf(row.behind) + qstrlen(row.behind);
+        EXPECT_EQ(loadError(write("a.vnProject", exampleText.first(end))), malformed + QLatin1StringView(row.element));
+    }
+    for (qsizetype size = 0; size < exampleText.size() - 1; ++size) {
         EXPECT_NE(loadError(write("a.vnProject", exampleText.first(size))), u"no error"_s) << size;
+        EXPECT_TRUE(loaded.isEmpty());
+    }
+}
+
+TEST_F(SolutionFileTest, RefusesCyclesOfImports)
+{
+    const auto importing = [](const char *file) {
+        return QByteArray("<!DOCTYPE Veldane_Project_File><solution><import file_name='") + file + "'/></solution>";
+    };
+    write("a.vnProject", importing("./b.vnProject"));
+    write("b.vnProject", importing("c.vnProject"));
+    EXPECT_EQ(loadError(write("c.vnProject", importing("b.vnProject"))),
+              u"FOLDER/c.vnProject solution already loaded"_s);
+    EXPECT_EQ(loadError(folder.path("a.vnProject")), u"FOLDER/b.vnProject solution already loaded"_s);
+    QFile::link(folder.path("d.vnProject"), folder.path("e.vnProject"));
+    EXPECT_EQ(loadError(write("d.vnProject", importing("e.vnProject"))),
+              u"FOLDER/e.vnProject solution already loaded"_s)
+        << "by another name";
 }
 
 TEST_F(SolutionFileTest, StaysWhenItCannotBeWritten)
