@@ -284,7 +284,7 @@ ToolCommand ToolCommands::command(const ToolRequest &request)
 quint64 ToolCommands::hash(const ToolRequest &request, const QStringList &more, QString &error)
 {
     const Template &made = templateOf(request);
-    ArgumentRows own(*this, m_system, m_genericOptions, request);
+    CommandArguments own(*this, m_system, m_genericOptions, request);
     own.error = made.error;
     CommandHash hash;
     hash.add(made.directory);
