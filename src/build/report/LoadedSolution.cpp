@@ -13,10 +13,12 @@ namespace {
 
 constexpr qsizetype mostNamesShown = 40;
 
+// "FILE:LINE: message"; the message may begin with the file.
 HException located(const SolutionLoadError &error)
 {
-    const QString message = error.message.trimmed();
-    if (message.contains(error.fileName)) // or there is none
+    const bool isNamed = error.message.startsWith(error.fileName);
+    const QString message = (isNamed ? error.message.sliced(error.fileName.size()) : error.message).trimmed();
+    if (error.fileName.isEmpty())
         return HException(message);
     const QString place = error.hasPosition ? u"%1:%2"_s.arg(error.fileName).arg(error.line) : error.fileName;
     return HException(place + ": "_L1 + message);

@@ -155,6 +155,8 @@ TEST(VnBuild, BuildsFirmwareWithTheRealToolsAndTellsItsSize)
     for (const QFileInfo &file : example.entryInfoList(QDir::Files))
         QFile::copy(file.filePath(), folder.root() + u'/' + file.fileName());
     const QString solution = folder.path("blinky.vnProject");
+    EXPECT_EQ(runProgram(u"vnBuild"_s, {solution, u"--node"_s, u"blinky"_s, u"--set"_s, u"build_quietly=No"_s}).status,
+              0);
     ProgramResult result = runProgram(u"vnBuild"_s, {solution});
     EXPECT_EQ(result.status, 0) << result.error.toStdString();
     EXPECT_THAT(result.out.toStdString(), testing::ContainsRegex("FLASH +[0-9.]+% +[0-9,]+ of 262,144 bytes\n"));
