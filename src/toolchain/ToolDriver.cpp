@@ -73,13 +73,11 @@ void ToolDriver::run()
     }
 }
 
-void ToolDriver::compile()
+QStringList ToolDriver::compileCommand() const
 {
     const Language language = languageOf(m_options);
     const QStringList own = language == Language::Assembly ? m_options.assemblerOptions : m_options.compilerOptions;
     const ToolSet tools(own, std::nullopt);
-    const QString object = m_options.output.isEmpty() ? QFileInfo(m_options.inputs.first()).completeBaseName() + u".o"_s
-                                                      : m_options.output;
     QStringList command = tools.compiler();
     command << u"-c"_s << u"-x"_s << QString::fromLatin1(languageName(language)) << m_options.inputs.first();
     if (language != Language::Assembly)
@@ -103,8 +101,20 @@ void ToolDriver::compile()
     if (tools.isClang() && language != Language::Assembly && m_options.standardLibraries)
         for (const QString &folder : tools.libraryHeaders(language == Language::Cpp))
             command << u"-isystem"_s << folder;
-    command << u"-o"_s << object;
+    command << u"-o"_s << objectFile();
+    return command;
+}
 
+QString ToolDriver::objectFile() const
+{
+    return m_options.output.isEmpty() ? QFileInfo(m_options.inputs.first()).completeBaseName() + u".o"_s
+                                      : m_options.output;
+}
+
+void ToolDriver::compile()
+{
+    const QString object = objectFile();
+    const QStringList command = compileCommand();
     m_runner.addOutput(object);
     if (!m_options.dependencyFile.isEmpty())
         m_runner.addOutput(m_options.dependencyFile);
