@@ -144,6 +144,10 @@ TEST(VnBuild, ExportsWhatAShellAndMakeCanRun)
     EXPECT_EQ(shell.status, 0) << shell.error.toStdString();
     EXPECT_TRUE(QFile::exists(solution.path("app.out")));
     EXPECT_THAT(solution.run({u"--export"_s, u"make"_s}).out.toStdString(), testing::StartsWith("all: \\\n"));
+    const QJsonArray database =
+        QJsonDocument::fromJson(solution.run({u"--export"_s, u"compile-commands"_s}).out).array();
+    ASSERT_EQ(database.size(), 3);
+    EXPECT_EQ(database[0][u"directory"_s], QFileInfo(solution.file()).path());
 }
 
 TEST(VnBuild, BuildsFirmwareWithTheRealToolsAndTellsItsSize)
