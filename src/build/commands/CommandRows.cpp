@@ -115,14 +115,9 @@ void CommandArguments::add(const CommandRow &row)
     case ToolOptions: return addToolOptions(row);
     case Printf: return addEach(row, {printfCode()});
     case Scanf: return addEach(row, {scanfCode()});
-    case Script: {
-        const auto path = m_tools.linkerScript(m_request.element, m_request.configuration);
-        return addEach(row, {path.value_or(QString())});
-    }
+    case Script:
     case MemoryMap:
-        return addFile(row, row.property, m_tools.memoryMapFile(m_request.element, m_request.configuration));
-    case Placement:
-        return addFile(row, row.property, m_tools.sectionPlacementFile(m_request.element, m_request.configuration));
+    case Placement: return addLinkFile(row);
     case InputsFile:
         isOwn = true;
         return addPair(row, m_system.relativePath(m_request.element, m_tools.inputsFileName(m_request)));
@@ -174,11 +169,28 @@ void CommandArguments::addExpanded(const CommandRow &row, const QStringList &ite
         addEach(row, {expand(item)});
 }
 
-void CommandArguments::addFile(const CommandRow &row, ProjectProperty property, const std::optional<QString> &path)
+// One that is named and missing isn't passed on, and without it the linker says strange things.
+void CommandArguments::addLinkFile(const CommandRow &row)
 {
-    expandedValue(property); // for what it depends on
+    const ProjectElement *element = m_request.element;
+    const QString &configuration = m_request.configuration;
+    const QString name = expandedValue(row.property);
+    const bool isScript = row.form == Script, isMap = row.form == MemoryMap;
+    const std::optional<QString> path = isScript ? m_tools.linkerScript(element, configuration)
+                                        : isMap  ? m_tools.memoryMapFile(element, configuration)
+                                                 : m_tools.sectionPlacementFile(element, configuration);
+    if (path && isScript)
+        return addEach(row, {*path});
     if (path)
-        addPair(row, m_system.relativePath(m_request.element, *path));
+        return addPair(row, m_system.relativePath(element, *path));
+    const bool isMissed = isScript ? m_system.isYes(element, link_use_linker_script_file, configuration)
+                          : isMap  ? value(linker_section_placements_segments).isEmpty()
+                                   : value(row.property) != m_system.schema()[row.property].defaultValue;
+    if (isMissed && !name.isEmpty())
+        warnings += (isScript ? "Cannot find linker script file: "_L1
+                     : isMap  ? "Cannot find memory map file: "_L1
+                              : "Cannot find section placement file: "_L1) +
+                    name;
 }
 
 QString CommandArguments::normalizedInclude(const QString &directory) const
