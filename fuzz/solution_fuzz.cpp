@@ -6,8 +6,8 @@
 // The kept values against the plain look-up, and everything else that a build asks a node for.
 static void askNode(const ProjectSystem &system, const ProjectElement *node, const QString &configuration)
 {
-    for (const ProjectProperty id :
-         {ProjectProperty::c_preprocessor_definitions, ProjectProperty::build_output_directory, ProjectProperty::macros})
+    for (const ProjectProperty id : {ProjectProperty::c_preprocessor_definitions,
+                                     ProjectProperty::build_output_directory, ProjectProperty::macros})
         if (system.value(node, id, configuration) != propertyValue(node, system.schema()[id], configuration))
             std::abort();
     system.buildMacros(node, configuration);

@@ -94,7 +94,10 @@ bool UpToDate::optionsUpToDate(const ProjectElement *element, const QString &con
 
 bool UpToDate::commandUpToDate(const ProjectElement *element, const QString &configuration, quint64 hash)
 {
-    const std::optional<quint64> known = m_engine.record(element, configuration).command(m_path);
+    CommandRecord &record = m_engine.record(element, configuration);
+    const std::optional<quint64> known = record.command(m_path);
+    if (!known) // then it counts as made by this one, so that the next change is seen
+        record.setCommand(m_path, hash);
     if (!known || *known == hash)
         return true;
     tell(m_name + " command line has changed."_L1);

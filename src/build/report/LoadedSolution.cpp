@@ -1,7 +1,7 @@
 #include "build/report/LoadedSolution.h"
 
-#include "base/Directories.h"
 #include "base/HException.h"
+#include "project/model/ConfigFile.h"
 #include "xml/macros/SystemMacroTable.h"
 
 #include <QDir>
@@ -13,10 +13,12 @@ namespace {
 
 constexpr qsizetype mostNamesShown = 40;
 
+// "FILE:LINE: message"; the message may begin with the file.
 HException located(const SolutionLoadError &error)
 {
-    const QString message = error.message.trimmed();
-    if (message.contains(error.fileName)) // or there is none
+    const bool isNamed = error.message.startsWith(error.fileName);
+    const QString message = (isNamed ? error.message.sliced(error.fileName.size()) : error.message).trimmed();
+    if (error.fileName.isEmpty())
         return HException(message);
     const QString place = error.hasPosition ? u"%1:%2"_s.arg(error.fileName).arg(error.line) : error.fileName;
     return HException(place + ": "_L1 + message);
@@ -36,9 +38,8 @@ HException notFound(const QString &what, QStringList existing)
 
 LoadedSolution::LoadedSolution(const QString &path, const QStringList &globalMacros)
 {
-    SystemMacroTable &table = SystemMacroTable::instance();
-    table.addInstallationMacros(QDir(installationDirectory()), QDir(userDirectory(UserFiles::Data)));
-    table.setGlobalMacros(globalMacros);
+    loadInstallation();
+    SystemMacroTable::instance().setGlobalMacros(globalMacros);
     if (QFileInfo(path).isDir())
         throw HException(path + ": is a folder, not a solution file"_L1);
     try {

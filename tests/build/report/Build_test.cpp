@@ -144,6 +144,10 @@ TEST(VnBuild, ExportsWhatAShellAndMakeCanRun)
     EXPECT_EQ(shell.status, 0) << shell.error.toStdString();
     EXPECT_TRUE(QFile::exists(solution.path("app.out")));
     EXPECT_THAT(solution.run({u"--export"_s, u"make"_s}).out.toStdString(), testing::StartsWith("all: \\\n"));
+    const QJsonArray database =
+        QJsonDocument::fromJson(solution.run({u"--export"_s, u"compile-commands"_s}).out).array();
+    ASSERT_EQ(database.size(), 3);
+    EXPECT_EQ(database[0][u"directory"_s], QFileInfo(solution.file()).path());
 }
 
 TEST(VnBuild, BuildsFirmwareWithTheRealToolsAndTellsItsSize)
@@ -155,6 +159,8 @@ TEST(VnBuild, BuildsFirmwareWithTheRealToolsAndTellsItsSize)
     for (const QFileInfo &file : example.entryInfoList(QDir::Files))
         QFile::copy(file.filePath(), folder.root() + u'/' + file.fileName());
     const QString solution = folder.path("blinky.vnProject");
+    EXPECT_EQ(runProgram(u"vnBuild"_s, {solution, u"--node"_s, u"blinky"_s, u"--set"_s, u"build_quietly=No"_s}).status,
+              0);
     ProgramResult result = runProgram(u"vnBuild"_s, {solution});
     EXPECT_EQ(result.status, 0) << result.error.toStdString();
     EXPECT_THAT(result.out.toStdString(), testing::ContainsRegex("FLASH +[0-9.]+% +[0-9,]+ of 262,144 bytes\n"));

@@ -137,9 +137,9 @@ TEST(VnBuildQueries, BrokenSolutionsAreOneLineWithTheirPlace)
         {"half written", solution.read("small.vnProject").first(700), ":"},
         {"closed by another tag", "<!DOCTYPE Veldane_Project_File>\n<solution Name=\"x\">\n<project>\n</file>\n",
          ":4: "},
-        {"of another type", "<!DOCTYPE Other>\n<solution/>\n", " not a solution file"},
+        {"of another type", "<!DOCTYPE Other>\n<solution/>\n", ": not a solution file"},
         {"empty", "", ":"},
-        {"no XML", QByteArray(1000, '\xFF'), ":"},
+        {"no XML", QByteArray(1000, '\xFF'), ": not a solution file"},
     };
     for (const auto &row : rows) {
         SmallSolution broken;
@@ -151,7 +151,7 @@ TEST(VnBuildQueries, BrokenSolutionsAreOneLineWithTheirPlace)
     }
     const ProgramResult gone = runProgram(u"vnBuild"_s, {u"/nowhere/x.vnProject"_s});
     EXPECT_EQ(gone.status, 1);
-    EXPECT_EQ(gone.error, "vnBuild: /nowhere/x.vnProject does not exist\n");
+    EXPECT_EQ(gone.error, "vnBuild: /nowhere/x.vnProject: does not exist\n");
     EXPECT_EQ(runProgram(u"vnBuild"_s, {u"/tmp"_s}).error, "vnBuild: /tmp: is a folder, not a solution file\n");
 }
 
