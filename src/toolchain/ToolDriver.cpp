@@ -73,7 +73,7 @@ void ToolDriver::run()
     }
 }
 
-QStringList ToolDriver::compileCommand() const
+QStringList ToolDriver::compileCommand()
 {
     const Language language = languageOf(m_options);
     const QStringList own = language == Language::Assembly ? m_options.assemblerOptions : m_options.compilerOptions;
