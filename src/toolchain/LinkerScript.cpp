@@ -100,7 +100,7 @@ QByteArray LinkerScript::text() const
     for (size_t i = 0; i < m_placement.segments().size(); ++i)
         if (m_placement.usesSegment(i))
             text += segmentSymbols(i);
-    text += linkerSections();
+    text += unplacedSections();
     for (const char *name : informationSections)
         text += u"  %1 0 : { *(%1) }\n"_s.arg(QLatin1StringView(name));
     text += u"  /DISCARD/ : { *(.note.GNU-stack .gnu_debuglink .gnu.lto_*) }\n}\n"_s;
@@ -272,18 +272,32 @@ QString LinkerScript::sectionSymbols(const PlacedSection &load, const PlacedSect
     return text;
 }
 
-// The linker's own sections, mostly empty, for documents that don't place them. They go where the first loaded
-// section goes.
-QString LinkerScript::linkerSections() const
+// What compilers and linkers make without being asked, for documents that don't place it: unwinding tables, and the
+// linker's own sections, which are mostly empty. They go where the first loaded section goes.
+QString LinkerScript::unplacedSections() const
 {
-    for (const PlacedSection &section : m_placement.sections())
-        if (section.isLoaded)
-            return u"  .linker_stubs : { *(.glue_7 .glue_7t .vfp11_veneer .v4_bx .iplt .igot.plt .got .got.plt) } > %1 "
-                   u"AT> %1\n"
-                   "  .rel.dyn : { *(.rel.*) } > %1 AT> %1\n"
-                   "  .rela.dyn : { *(.rela.*) } > %1 AT> %1\n"_s.arg(
-                       identifier(m_placement.segments()[section.segment].name));
-    return QString();
+    struct Row
+    {
+        const char *name, *inputs;
+    };
+    constexpr Row rows[] = {
+        {".ARM.extab", ".ARM.extab .ARM.extab.*"},
+        {".ARM.exidx", ".ARM.exidx .ARM.exidx.*"},
+        {".eh_frame", ".eh_frame .eh_frame.*"},
+        {".linker_stubs", ".glue_7 .glue_7t .vfp11_veneer .v4_bx .iplt .igot.plt .got .got.plt"},
+        {".rel.dyn", ".rel.*"},
+        {".rela.dyn", ".rela.*"},
+    };
+    const std::vector<PlacedSection> &placed = m_placement.sections();
+    const auto loaded = std::ranges::find_if(placed, &PlacedSection::isLoaded);
+    QString text;
+    for (const Row &row : rows) {
+        const QString name = QString::fromLatin1(row.name);
+        if (loaded != placed.end() && std::ranges::find(placed, name, &PlacedSection::name) == placed.end())
+            text += u"  %1 : { *(%2) } > %3 AT> %3\n"_s.arg(name, QLatin1StringView(row.inputs),
+                                                            identifier(m_placement.segments()[loaded->segment].name));
+    }
+    return text;
 }
 
 // A segment is used up to the highest end of what is loaded or runs in it.

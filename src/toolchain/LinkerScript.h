@@ -35,7 +35,7 @@ private:
     QString content(const PlacedSection &load, const PlacedSection &run) const;
     QString tableRows(bool copied) const;
     QString sectionSymbols(const PlacedSection &load, const PlacedSection &run) const;
-    QString linkerSections() const;
+    QString unplacedSections() const;
     QString segmentSymbols(size_t segment) const;
 
     const SectionPlacement &m_placement;

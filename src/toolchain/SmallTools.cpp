@@ -88,11 +88,11 @@ void makeDirectory(const QString &path)
 void copyFile(const QString &source, const QString &target)
 {
     constexpr qint64 blockBytes = 1 << 20;
-    if (QFileInfo(target).canonicalFilePath() == QFileInfo(source).canonicalFilePath())
-        throw HException(u"'%1' and '%2' are the same file"_s.arg(source, target));
     QFile input(source);
     if (!input.open(QFile::ReadOnly))
         throw HException(u"cannot open '%1': %2"_s.arg(source, input.errorString()));
+    if (QFileInfo(target).canonicalFilePath() == QFileInfo(source).canonicalFilePath())
+        throw HException(u"'%1' and '%2' are the same file"_s.arg(source, target));
     const mode_t mode = modeOf(source);
     makeDirectory(QFileInfo(target).path());
     if (QFileInfo::exists(target) && !QFileInfo(target).isWritable())
@@ -114,10 +114,12 @@ void copyFile(const QString &source, const QString &target)
 // Links are copied as links.
 void copyFolder(const QString &source, const QString &target)
 {
-    const QString from = QFileInfo(source).canonicalFilePath();
-    makeDirectory(target);
-    if ((QFileInfo(target).canonicalFilePath() + u'/').startsWith(from + u'/'))
+    const auto cleanPath = [](const QString &path) {
+        return QDir::cleanPath(QFileInfo(path).absoluteFilePath()) + u'/';
+    };
+    if (cleanPath(target).startsWith(cleanPath(source)))
         throw HException(u"cannot copy '%1' into itself"_s.arg(source));
+    makeDirectory(target);
     QDirIterator entry(source, QDir::AllEntries | QDir::Hidden | QDir::System | QDir::NoDotAndDotDot,
                        QDirIterator::Subdirectories);
     while (entry.hasNext()) {

@@ -31,19 +31,48 @@ static quint64 hashBytes(quint64 hash, const void *bytes, size_t size)
     return hash;
 }
 
-static quint64 hashTexts(quint64 hash, const QStringList &texts)
+// The texts' hashes are the coefficients of a polynomial in this: a part of the list is a power and a sum.
+static constexpr quint64 base = 0xD6E8FEB86659FD95u; // 5 modulo 8, so that its powers repeat late
+
+void CommandHash::add(const QString &text)
 {
-    const quint64 count = quint64(texts.size());
-    hash = hashBytes(hash, &count, sizeof count);
+    m_sum = m_sum * base + hashBytes(0, text.utf16(), size_t(text.size()) * sizeof(char16_t));
+    m_power *= base;
+}
+
+void CommandHash::add(const QStringList &texts)
+{
     for (const QString &text : texts)
-        hash = hashBytes(hash, text.utf16(), size_t(text.size()) * sizeof(char16_t));
-    return hash;
+        add(text);
+}
+
+void CommandHash::add(const CommandHash &part)
+{
+    m_sum = m_sum * part.m_power + part.m_sum;
+    m_power *= part.m_power;
+}
+
+void CommandHash::addMark()
+{
+    m_sum = m_sum * base + 1;
+    m_power *= base;
+}
+
+quint64 CommandHash::value() const
+{
+    const quint64 words[] = {m_sum, m_power}; // the power tells how many there were
+    const quint64 hash = hashBytes(0, words, sizeof words);
+    return hash ? hash : 1;
 }
 
 quint64 commandHash(const QString &directory, const QStringList &arguments, const QStringList &inputs)
 {
-    const quint64 hash = hashTexts(hashTexts(hashTexts(0, {directory}), arguments), inputs);
-    return hash ? hash : 1; // 0 stands for none
+    CommandHash hash;
+    hash.add(directory);
+    hash.add(arguments);
+    hash.addMark();
+    hash.add(inputs);
+    return hash.value();
 }
 
 CommandRecord::CommandRecord(const QString &path) : m_path(path)

@@ -6,8 +6,23 @@
 #include <span>
 #include <vector>
 
-// A number for a command by which a changed one is known: the order of its arguments counts. `inputs`: what a
-// file names to it.
+// A number for a list of texts: which they are and their order count. Of lists that have a part in common that
+// part's can be kept.
+class CommandHash
+{
+public:
+    void add(const QString &text);
+    void add(const QStringList &texts);
+    void add(const CommandHash &part); // as if what that one was given came now
+    void addMark();                    // which no text is
+    quint64 value() const;             // never 0
+
+private:
+    quint64 m_sum = 0;
+    quint64 m_power = 1;
+};
+
+// By which a changed command is known. `inputs`: what a file names to it.
 quint64 commandHash(const QString &directory, const QStringList &arguments, const QStringList &inputs = {});
 
 // By which a file's change is known.

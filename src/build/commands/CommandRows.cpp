@@ -20,63 +20,63 @@ constexpr BuildTools c = buildToolBit(BuildTool::CCompile), cpp = buildToolBit(B
 
 // tools, form, text, property
 constexpr CommandRow rows[] = {
-    {all, Program, "$(StudioDir)/bin/cc"},
-    {all, UnlessYes, "-v", build_quietly},
-    {all, IfYes, "-we", build_treat_warnings_as_errors},
-    {all, IfYes, "-w", build_suppress_warnings},
-    {linker | archiver, InputsFile, "-inputfiles"},
+    {all, Program, u"$(StudioDir)/bin/cc"},
+    {all, UnlessYes, u"-v", build_quietly},
+    {all, IfYes, u"-we", build_treat_warnings_as_errors},
+    {all, IfYes, u"-w", build_suppress_warnings},
+    {linker | archiver, InputsFile, u"-inputfiles"},
 
-    {sources, Text, "-c"},
-    {assembler, Text, "-xasm"},
-    {c, Text, "-xc"},
-    {cpp, Text, "-xc++"},
-    {sources, Source, ""},
-    {cpp, IfYes, "-exceptions", cpp_enable_exceptions},
-    {cpp, IfYes, "-rtti", cpp_enable_rtti},
-    {sources, IfYes, "-g", build_debug_information},
-    {sources, Includes, "-I", c_user_include_directories},
-    {sources, Groups, ""},
-    {sources, EscapedItems, "-D", c_preprocessor_definitions},
-    {sources, VerbatimItems, "-U", c_preprocessor_undefinitions},
-    {sources, Dependencies, "-depend"},
-    {sources, Section, "-Rc,", default_code_section},
-    {sources, Section, "-Rd,", default_data_section},
-    {sources, Section, "-Rz,", default_zeroed_section},
-    {sources, Section, "-Rk,", default_const_section},
-    {compilers, ToolOptions, "-Wc,"},
-    {assembler, ToolOptions, "-Wa,"},
-    {compilers, EscapedItems, "-Wc,", c_additional_options},
-    {compilers, OptionsFile, "-Wc,", c_additional_options_from_file},
-    {c, EscapedItems, "-Wc,", c_only_additional_options},
-    {c, OptionsFile, "-Wc,", c_only_additional_options_from_file},
-    {cpp, EscapedItems, "-Wc,", cpp_only_additional_options},
-    {cpp, OptionsFile, "-Wc,", cpp_only_additional_options_from_file},
-    {assembler, EscapedItems, "-Wa,", asm_additional_options},
-    {assembler, OptionsFile, "-Wa,", asm_additional_options_from_file},
+    {sources, Text, u"-c"},
+    {assembler, Text, u"-xasm"},
+    {c, Text, u"-xc"},
+    {cpp, Text, u"-xc++"},
+    {sources, Source, {}},
+    {cpp, IfYes, u"-exceptions", cpp_enable_exceptions},
+    {cpp, IfYes, u"-rtti", cpp_enable_rtti},
+    {sources, IfYes, u"-g", build_debug_information},
+    {sources, Includes, u"-I", c_user_include_directories},
+    {sources, Groups, {}},
+    {sources, EscapedItems, u"-D", c_preprocessor_definitions},
+    {sources, VerbatimItems, u"-U", c_preprocessor_undefinitions},
+    {sources, Dependencies, u"-depend"},
+    {sources, Section, u"-Rc,", default_code_section},
+    {sources, Section, u"-Rd,", default_data_section},
+    {sources, Section, u"-Rz,", default_zeroed_section},
+    {sources, Section, u"-Rk,", default_const_section},
+    {compilers, ToolOptions, u"-Wc,"},
+    {assembler, ToolOptions, u"-Wa,"},
+    {compilers, EscapedItems, u"-Wc,", c_additional_options},
+    {compilers, OptionsFile, u"-Wc,", c_additional_options_from_file},
+    {c, EscapedItems, u"-Wc,", c_only_additional_options},
+    {c, OptionsFile, u"-Wc,", c_only_additional_options_from_file},
+    {cpp, EscapedItems, u"-Wc,", cpp_only_additional_options},
+    {cpp, OptionsFile, u"-Wc,", cpp_only_additional_options_from_file},
+    {assembler, EscapedItems, u"-Wa,", asm_additional_options},
+    {assembler, OptionsFile, u"-Wa,", asm_additional_options_from_file},
 
-    {archiver, Text, "-ar"},
+    {archiver, Text, u"-ar"},
 
-    {linker, Script, "-T", link_linker_script_file},
-    {linker, MemoryMap, "-memorymap", linker_memory_map_file},
-    {linker, Pair, "-memorymapmacros", linker_memory_map_macros},
-    {linker, Pair, "-placementsegments", linker_section_placements_segments},
-    {linker, Placement, "-placement", linker_section_placement_file},
-    {linker, Pair, "-placementmacros", linker_section_placement_macros},
-    {linker, IfYes, "-exceptions", cpp_enable_exceptions},
-    {linker, IfYes, "-rtti", cpp_enable_rtti},
-    {linker, Printf, "-printf="},
-    {linker, Scanf, "-scanf="},
-    {linker, Joined, "-F", linker_output_format},
-    {linker, IfNo, "-l-", link_include_standard_libraries},
-    {linker, IfYes, "-M", linker_map_file},
-    {linker, Items, "-d", link_symbol_definitions},
-    {linker, Items, "-K", linker_keep_symbols},
-    {linker, ToolOptions, "-Wl,"},
-    {linker, EscapedItems, "-Wl,", linker_additional_options},
-    {linker, OptionsFile, "-Wl,", linker_additional_options_from_file},
-    {linker, Pair, "-patch", linker_patch_build_command},
+    {linker, Script, u"-T", link_linker_script_file},
+    {linker, MemoryMap, u"-memorymap", linker_memory_map_file},
+    {linker, Pair, u"-memorymapmacros", linker_memory_map_macros},
+    {linker, Pair, u"-placementsegments", linker_section_placements_segments},
+    {linker, Placement, u"-placement", linker_section_placement_file},
+    {linker, Pair, u"-placementmacros", linker_section_placement_macros},
+    {linker, IfYes, u"-exceptions", cpp_enable_exceptions},
+    {linker, IfYes, u"-rtti", cpp_enable_rtti},
+    {linker, Printf, u"-printf="},
+    {linker, Scanf, u"-scanf="},
+    {linker, Joined, u"-F", linker_output_format},
+    {linker, IfNo, u"-l-", link_include_standard_libraries},
+    {linker, IfYes, u"-M", linker_map_file},
+    {linker, Items, u"-d", link_symbol_definitions},
+    {linker, Items, u"-K", linker_keep_symbols},
+    {linker, ToolOptions, u"-Wl,"},
+    {linker, EscapedItems, u"-Wl,", linker_additional_options},
+    {linker, OptionsFile, u"-Wl,", linker_additional_options_from_file},
+    {linker, Pair, u"-patch", linker_patch_build_command},
 
-    {all, Target, "-o"},
+    {all, Target, u"-o"},
 };
 
 } // namespace
@@ -87,7 +87,7 @@ std::span<const CommandRow> commandRows()
 }
 
 ArgumentRows::ArgumentRows(ToolCommands &tools, const StandardProjectSystem &system,
-                           const GenericOptions &genericOptions, const ToolRequest &request)
+                                   const GenericOptions &genericOptions, const ToolRequest &request)
     : m_tools(tools), m_system(system), m_genericOptions(genericOptions), m_request(request)
 {
     if (request.element->type() == ProjectElement::Type::Folder)
@@ -96,10 +96,10 @@ ArgumentRows::ArgumentRows(ToolCommands &tools, const StandardProjectSystem &sys
 
 void ArgumentRows::add(const CommandRow &row)
 {
-    const QString raw = value(row.property);
+    const QString raw = row.property == ProjectProperty() ? QString() : value(row.property);
     switch (row.form) {
     case Text: return addText(row);
-    case Program: return addPair({}, expand(QString::fromLatin1(row.text)));
+    case Program: return addPair({}, expand(row.text.toString()));
     case IfYes: return raw == "Yes"_L1 ? addText(row) : void();
     case IfNo: return raw == "No"_L1 ? addText(row) : void();
     case UnlessYes: return raw != "Yes"_L1 ? addText(row) : void();
@@ -115,14 +115,9 @@ void ArgumentRows::add(const CommandRow &row)
     case ToolOptions: return addToolOptions(row);
     case Printf: return addEach(row, {printfCode()});
     case Scanf: return addEach(row, {scanfCode()});
-    case Script: {
-        const auto path = m_tools.linkerScript(m_request.element, m_request.configuration);
-        return addEach(row, {path.value_or(QString())});
-    }
+    case Script:
     case MemoryMap:
-        return addFile(row, row.property, m_tools.memoryMapFile(m_request.element, m_request.configuration));
-    case Placement:
-        return addFile(row, row.property, m_tools.sectionPlacementFile(m_request.element, m_request.configuration));
+    case Placement: return addLinkFile(row);
     case InputsFile:
         isOwn = true;
         return addPair(row, m_system.relativePath(m_request.element, m_tools.inputsFileName(m_request)));
@@ -149,14 +144,14 @@ QString ArgumentRows::expand(const QString &text)
 
 void ArgumentRows::addText(const CommandRow &row)
 {
-    arguments += QString::fromLatin1(row.text);
+    arguments += QString::fromRawData(row.text.data(), row.text.size()); // the table stays
 }
 
 void ArgumentRows::addPair(const CommandRow &row, const QString &text)
 {
     if (text.isEmpty())
         return;
-    if (row.text && *row.text)
+    if (!row.text.isEmpty())
         addText(row);
     arguments += text;
 }
@@ -165,7 +160,7 @@ void ArgumentRows::addEach(const CommandRow &row, const QStringList &items)
 {
     for (const QString &item : items)
         if (!item.isEmpty())
-            arguments += QLatin1StringView(row.text) + item;
+            arguments += row.text.toString() + item;
 }
 
 void ArgumentRows::addExpanded(const CommandRow &row, const QStringList &items)
@@ -174,11 +169,28 @@ void ArgumentRows::addExpanded(const CommandRow &row, const QStringList &items)
         addEach(row, {expand(item)});
 }
 
-void ArgumentRows::addFile(const CommandRow &row, ProjectProperty property, const std::optional<QString> &path)
+// One that is named and missing isn't passed on, and without it the linker says strange things.
+void ArgumentRows::addLinkFile(const CommandRow &row)
 {
-    expandedValue(property); // for what it depends on
+    const ProjectElement *element = m_request.element;
+    const QString &configuration = m_request.configuration;
+    const QString name = expandedValue(row.property);
+    const bool isScript = row.form == Script, isMap = row.form == MemoryMap;
+    const std::optional<QString> path = isScript ? m_tools.linkerScript(element, configuration)
+                                        : isMap  ? m_tools.memoryMapFile(element, configuration)
+                                                 : m_tools.sectionPlacementFile(element, configuration);
+    if (path && isScript)
+        return addEach(row, {*path});
     if (path)
-        addPair(row, m_system.relativePath(m_request.element, *path));
+        return addPair(row, m_system.relativePath(element, *path));
+    const bool isMissed = isScript ? m_system.isYes(element, link_use_linker_script_file, configuration)
+                          : isMap  ? value(linker_section_placements_segments).isEmpty()
+                                   : value(row.property) != m_system.schema()[row.property].defaultValue;
+    if (isMissed && !name.isEmpty())
+        warnings += (isScript ? "Cannot find linker script file: "_L1
+                     : isMap  ? "Cannot find memory map file: "_L1
+                              : "Cannot find section placement file: "_L1) +
+                    name;
 }
 
 QString ArgumentRows::normalizedInclude(const QString &directory) const
@@ -209,7 +221,7 @@ void ArgumentRows::addOptionsFile(const CommandRow &row)
     if (name.isEmpty())
         return;
     const QString path = m_system.absolutePath(m_request.element, name);
-    if (!loadOptionsFile(path, arguments, QString::fromLatin1(row.text)) && error.isEmpty())
+    if (!loadOptionsFile(path, arguments, row.text.toString()) && error.isEmpty())
         error = u"Cannot load options file: "_s + name;
 }
 

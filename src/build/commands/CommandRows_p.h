@@ -37,7 +37,7 @@ struct CommandRow
 {
     BuildTools tools;
     ArgumentForm form;
-    const char *text;
+    QStringView text;
     ProjectProperty property = {};
 };
 
@@ -49,13 +49,14 @@ class ArgumentRows
 {
 public:
     ArgumentRows(ToolCommands &tools, const StandardProjectSystem &system, const GenericOptions &genericOptions,
-                 const ToolRequest &request);
+                     const ToolRequest &request);
 
     void add(const CommandRow &row);
 
     QStringList arguments;
     bool isOwn = false; // what was added may differ between nodes of one context
     QString error;      // the first
+    QStringList warnings;
 
 private:
     QString value(ProjectProperty property) const;
@@ -66,7 +67,7 @@ private:
     void addPair(const CommandRow &row, const QString &text);
     void addEach(const CommandRow &row, const QStringList &items);
     void addExpanded(const CommandRow &row, const QStringList &items);
-    void addFile(const CommandRow &row, ProjectProperty property, const std::optional<QString> &path);
+    void addLinkFile(const CommandRow &row);
     void addIncludes(const CommandRow &row);
     void addGroups();
     void addOptionsFile(const CommandRow &row);

@@ -22,6 +22,8 @@ void ToolCommands::refresh()
 {
     m_templates.clear();
     m_directories.clear();
+    if (!m_genericOptionsError.isEmpty())
+        m_genericOptionsPath.clear(); // is tried again
 }
 
 // ---- Names ------------------------------------------------------------------------------------------------
@@ -59,9 +61,11 @@ QString ToolCommands::intermediatePath(const ProjectElement *element, const QStr
 QString ToolCommands::dependencyPath(const ProjectElement *element, const QString &configuration, const QString &object,
                                      bool absolute) const
 {
-    const QString own = expandedValue(element, ProjectProperty::build_dependency_file_name, configuration);
-    if (!own.isEmpty())
-        return absolute ? m_system.absolutePath(element, own) : own;
+    if (!m_system.value(element, ProjectProperty::build_dependency_file_name, configuration).isEmpty()) {
+        const QString own = expandedValue(element, ProjectProperty::build_dependency_file_name, configuration);
+        if (!own.isEmpty())
+            return absolute ? m_system.absolutePath(element, own) : own;
+    }
     const QStringView fileName = QStringView(object).sliced(object.lastIndexOf(u'/') + 1);
     const qsizetype dot = fileName.indexOf(u'.');
     const QString directory =
@@ -212,17 +216,24 @@ QStringList ToolCommands::additionalLinkInputs(const ProjectElement *element, co
 
 // ---- Commands ---------------------------------------------------------------------------------------------
 
+// The generic options in force when a template was made are still in force when it is found: other ones change
+// the schema, and so the change count.
 const ToolCommands::Template &ToolCommands::templateOf(const ToolRequest &request)
 {
-    if (m_changeCount != m_system.changeCount()) {
-        m_templates.clear();
-        m_changeCount = m_system.changeCount();
-    }
-    const auto [at, isNew] = m_templates.try_emplace({m_system.contextOf(request.element, request.configuration),
-                                                      request.kind, request.flags & BuildFlag::noDepend});
-    Template &made = at->second;
-    if (!isNew)
-        return made;
+    const auto key = [&] {
+        if (m_changeCount != m_system.changeCount()) {
+            m_templates.clear();
+            m_changeCount = m_system.changeCount();
+        }
+        return TemplateKey(m_system.contextOf(request.element, request.configuration), request.kind,
+                           request.flags & BuildFlag::noDepend);
+    };
+    const auto found = m_templates.find(key());
+    if (found != m_templates.end())
+        return found->second;
+    loadGenericOptions(request.element, request.configuration);
+    Template &made = m_templates[key()];
+    made.directory = m_system.projectDirectory(request.element);
     made.error = m_genericOptionsError;
     const BuildTools tool = BuildTools(1) << int(request.kind);
     ArgumentRows all(*this, m_system, m_genericOptions, request);
@@ -231,37 +242,72 @@ const ToolCommands::Template &ToolCommands::templateOf(const ToolRequest &reques
             continue;
         all.add(row);
         if (all.isOwn)
-            made.pieces.push_back({{}, &row});
+            made.pieces.push_back({{}, {}, &row});
         else if (!made.pieces.empty() && !made.pieces.back().row)
             made.pieces.back().arguments += all.arguments;
         else
-            made.pieces.push_back({all.arguments, nullptr});
-        if (!all.isOwn && made.error.isEmpty())
-            made.error = all.error;
+            made.pieces.push_back({all.arguments, {}, nullptr});
+        if (!all.isOwn) {
+            made.warnings += all.warnings;
+            if (made.error.isEmpty())
+                made.error = all.error;
+        }
         all.arguments.clear();
         all.error.clear();
+        all.warnings.clear();
         all.isOwn = false;
     }
+    for (Template::Piece &piece : made.pieces)
+        piece.hash.add(piece.arguments);
     return made;
+}
+
+QStringList ToolCommands::inputsOf(const ToolRequest &request) const
+{
+    QStringList inputs;
+    if (!isCompile(request.kind))
+        for (const QString &input : request.inputs)
+            inputs += m_system.expand(request.element, request.configuration, input);
+    return inputs;
 }
 
 ToolCommand ToolCommands::command(const ToolRequest &request)
 {
-    loadGenericOptions(request.element, request.configuration);
     const Template &made = templateOf(request);
     ArgumentRows all(*this, m_system, m_genericOptions, request);
     all.error = made.error;
+    all.warnings = made.warnings;
     for (const Template::Piece &piece : made.pieces) {
         if (piece.row)
             all.add(*piece.row);
         else
             all.arguments += piece.arguments;
     }
-    ToolCommand command{m_system.projectDirectory(request.element), all.arguments, {}, all.error};
-    if (!isCompile(request.kind))
-        for (const QString &input : request.inputs)
-            command.inputs += m_system.expand(request.element, request.configuration, input);
-    return command;
+    return {made.directory, all.arguments, inputsOf(request), all.error, all.warnings};
+}
+
+quint64 ToolCommands::hash(const ToolRequest &request, const QStringList &more, QString &error)
+{
+    const Template &made = templateOf(request);
+    ArgumentRows own(*this, m_system, m_genericOptions, request);
+    own.error = made.error;
+    CommandHash hash;
+    hash.add(made.directory);
+    for (const Template::Piece &piece : made.pieces) {
+        if (piece.row) {
+            own.arguments.clear();
+            own.add(*piece.row);
+            hash.add(own.arguments);
+        } else {
+            hash.add(piece.hash);
+        }
+    }
+    hash.addMark();
+    hash.add(inputsOf(request));
+    hash.add(more);
+    if (!own.error.isEmpty())
+        error = own.error;
+    return hash.value();
 }
 
 QString ToolCommands::inputsFileName(const ToolRequest &request) const
@@ -307,6 +353,8 @@ void ToolCommands::toolCommands(const ToolRequest &request, Builder &builder)
     if (!isCompile(request.kind) && !writeInputsFile(request, made.inputs, builder))
         return;
     builder.beginStep(request.element, stepTitle(request), request.configuration, 0);
+    for (const QString &warning : made.warnings)
+        builder.reportWarning(warning);
     builder.runCommand(made.directory, made.arguments, request.absoluteTarget);
     if (m_state.goesOn())
         builder.endStep(request.element, request.configuration);

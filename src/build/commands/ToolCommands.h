@@ -1,6 +1,7 @@
 #pragma once
 
 #include "build/commands/BuildFlags.h"
+#include "build/commands/CommandRecord.h"
 #include "build/commands/ToolKind.h"
 #include "project/properties/GenericOptions.h"
 
@@ -31,6 +32,7 @@ struct ToolCommand
     QStringList arguments; // the program first
     QStringList inputs;    // lines of the inputs file, of a link or archive
     QString error;         // why it can't be made; empty if it can
+    QStringList warnings;  // files that are named and missing
 };
 
 // Turns properties into file names and command lines of the tool chain.
@@ -84,6 +86,9 @@ public:
 
     // The command that toolCommands would run. Nothing is written or reported.
     ToolCommand command(const ToolRequest &request);
+    // Its commandHash(), `more` counting as further inputs, for less than the command costs; `error` is set if it
+    // has one.
+    quint64 hash(const ToolRequest &request, const QStringList &more, QString &error);
     // What names the inputs to linker and archiver, absolute; toolCommands writes it.
     QString inputsFileName(const ToolRequest &request) const;
     // What else the tool makes; relative or absolute as the target.
@@ -113,13 +118,17 @@ private:
         struct Piece
         {
             QStringList arguments; // in common
+            CommandHash hash;      // of these
             const CommandRow *row; // or what makes those of each; null if they are in common
         };
         std::vector<Piece> pieces;
+        QString directory;
         QString error;
+        QStringList warnings;
     };
 
     const Template &templateOf(const ToolRequest &request);
+    QStringList inputsOf(const ToolRequest &request) const; // lines of the inputs file
     void takeOverOptions(const ProjectElement *project, const QString &configuration);
     QString intermediateDirectory(const ProjectElement *element, const QString &configuration) const;
     QString dependencyPath(const ProjectElement *element, const QString &configuration, const QString &object,

@@ -5,6 +5,7 @@
 #include "build/commands/Idler.h"
 #include "build/commands/ToolCommands.h"
 #include "build/engine/ElementBuild_p.h"
+#include "build/engine/ExternalTemplates_p.h"
 #include "build/engine/ProcessPoller.h"
 #include "build/engine/ProjectNodes.h"
 #include "project/model/ProjectSystem.h"
@@ -27,7 +28,11 @@ struct BuildEngine::Record
 };
 
 BuildEngine::BuildEngine(StandardProjectSystem &system, ToolCommands &tools, BuildState &state, ProcessPoller *poller)
-    : m_system(system), m_tools(tools), m_state(state), m_poller(poller)
+    : m_system(system),
+      m_tools(tools),
+      m_state(state),
+      m_poller(poller),
+      m_externalTemplates(std::make_unique<ExternalTemplates>())
 {}
 
 BuildEngine::~BuildEngine() = default;
@@ -46,10 +51,13 @@ BuildResult BuildEngine::buildProject(const ProjectElement *element, const QStri
     m_listed.clear();
     m_times.clear();
     m_tools.refresh();
+    m_externalTemplates->clear();
     for (Builder *builder : builders)
         builder->reset();
     const bool didSomething = buildJobs(element, configuration, builders, idler, flags, followDependencies, batch);
     saveRecords();
+    m_facts.clear();
+    m_times.clear();
     m_isBuilding = false;
     if (m_state.stop)
         return BuildResult::Terminated;
@@ -117,6 +125,13 @@ QStringList BuildEngine::inputs(const ProjectElement *element, const QString &co
     return ElementBuild(*this, element, configuration, nullptr, nobody, flags).inputs();
 }
 
+QStringList BuildEngine::compileArguments(const ProjectElement *source, const QString &configuration, BuildFlags flags,
+                                          bool &isExternal)
+{
+    Idler nobody;
+    return ElementBuild(*this, source, configuration, nullptr, nobody, flags).compileArguments(isExternal);
+}
+
 void BuildEngine::noteHelperFile(const ProjectElement *element, const QString &path)
 {
     if (!m_runsTools)
@@ -141,7 +156,9 @@ void BuildEngine::runPreBuild(const ProjectElement *project, const QString &conf
     if (!force && m_system.value(project, pre_build_command_control, configuration) != "Always Run"_L1) {
         NullBuilder nobody;
         Idler still;
-        if (!buildElement(project, configuration, &nobody, still, BuildFlag::dryRun) || !m_state.goesOn())
+        const int stepsBefore = m_stepsDone;
+        const bool isNeeded = buildElement(project, configuration, &nobody, still, BuildFlag::dryRun);
+        if ((!isNeeded && m_stepsDone == stepsBefore) || !m_state.goesOn())
             return;
     }
     runProjectCommand(command, m_system.expandedValue(project, pre_build_command_wd, configuration),
@@ -184,6 +201,42 @@ void BuildEngine::runProjectCommand(const QString &command, const QString &direc
     m_tools.refresh();
 }
 
+// ---- What is known of nodes --------------------------------------------------------------------------------------
+
+BuildEngine::NodeFacts &BuildEngine::factsOf(const ProjectElement *element, const QString &configuration,
+                                             BuildFlags flags)
+{
+    const quint64 changes = m_system.changeCount();
+    if (m_factsChanges != changes || m_factsFlags != (flags & BuildFlag::noUnity) ||
+        m_factsConfiguration != configuration) {
+        m_facts.clear();
+        m_factsChanges = changes;
+        m_factsFlags = flags & BuildFlag::noUnity;
+        m_factsConfiguration = configuration;
+    }
+    const auto [at, isNew] = m_facts.try_emplace(element);
+    if (isNew) {
+        at->second.isUnity = isUnityFolder(m_system, element, configuration, flags);
+        at->second.kind = toolKind(m_system, element, configuration, flags);
+    }
+    return at->second;
+}
+
+const BuildEngine::NodeFacts &BuildEngine::facts(const ProjectElement *element, const QString &configuration,
+                                                 BuildFlags flags)
+{
+    return factsOf(element, configuration, flags);
+}
+
+const QString &BuildEngine::outputOf(const ProjectElement *element, const QString &configuration, BuildFlags flags)
+{
+    const ToolKind kind = factsOf(element, configuration, flags).kind;
+    NodeFacts &known = factsOf(element, configuration, flags);
+    if (!std::exchange(known.hasOutput, true))
+        known.output = m_tools.outputName(kind, element, configuration, false);
+    return known.output;
+}
+
 // ---- Records -----------------------------------------------------------------------------------------------------
 
 BuildEngine::Record &BuildEngine::recordOf(const ProjectElement *element, const QString &configuration)
@@ -211,11 +264,13 @@ CommandRecord &BuildEngine::record(const ProjectElement *element, const QString 
     return recordOf(element, configuration).commands;
 }
 
-std::optional<std::span<const FileTimes::Id>>
-BuildEngine::recordedDependencies(const ProjectElement *element, const QString &configuration, const QString &object)
+std::optional<std::span<const FileTimes::Id>> BuildEngine::recordedDependencies(const ProjectElement *element,
+                                                                                const QString &configuration,
+                                                                                const QString &object,
+                                                                                const FileStamp &stamp)
 {
     Record &record = recordOf(element, configuration);
-    const auto indices = record.commands.dependencies(object, m_times.stamp(object));
+    const auto indices = record.commands.dependencies(object, stamp);
     if (!indices)
         return std::nullopt;
     const QStringList &paths = record.commands.paths();

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "build/commands/BuildFlags.h"
+#include "build/commands/ToolKind.h"
 #include "build/engine/BuildJob.h"
 #include "build/engine/FileTimes.h"
 
@@ -8,8 +8,10 @@
 #include <memory>
 #include <set>
 #include <span>
+#include <unordered_map>
 
 class Builder;
+class ExternalTemplates;
 class Idler;
 class ProcessPoller;
 class StandardProjectSystem;
@@ -93,12 +95,27 @@ public:
     // Of the project around the element.
     CommandRecord &record(const ProjectElement *element, const QString &configuration);
     // What the compiler said the object was made from, if that is known; ids of times().
-    std::optional<std::span<const FileTimes::Id>>
-    recordedDependencies(const ProjectElement *element, const QString &configuration, const QString &object);
+    std::optional<std::span<const FileTimes::Id>> recordedDependencies(const ProjectElement *element,
+                                                                       const QString &configuration,
+                                                                       const QString &object, const FileStamp &stamp);
+    // What a node is, kept while nothing changes.
+    struct NodeFacts
+    {
+        ToolKind kind = ToolKind::None;
+        bool isUnity = false;
+        bool hasOutput = false;
+        QString output; // relative to the project's directory or absolute
+    };
+    const NodeFacts &facts(const ProjectElement *element, const QString &configuration, BuildFlags flags);
+    const QString &outputOf(const ProjectElement *element, const QString &configuration, BuildFlags flags);
+    ExternalTemplates &externalTemplates() { return *m_externalTemplates; }
 
     // The commands with that hash have made the output. An empty one: they may have written any file.
     void outputMade(const ProjectElement *element, const QString &configuration, const QString &output, quint64 hash);
     // A job failed; with keep-going the project's own step and those that need it are passed over then.
+    // Elements that did something, or would have. What a project's children did isn't in the project's result.
+    int stepsDone() const { return m_stepsDone; }
+    void noteStep() { ++m_stepsDone; }
     void noteFailure() { ++m_failureCount; } // that ends nothing
     void jobFailed(const ProjectElement *element, const QString &configuration);
     bool hasFailed(const ProjectElement *project, const QString &configuration) const;
@@ -107,6 +124,9 @@ public:
 
     // What an element is made from, absolute: a source, object files and libraries, what is combined.
     QStringList inputs(const ProjectElement *element, const QString &configuration, BuildFlags flags = 0);
+    // The command that compiles a source; empty when it can't be made. External: one of the solution's.
+    QStringList compileArguments(const ProjectElement *source, const QString &configuration, BuildFlags flags,
+                                 bool &isExternal);
     // Files that were written for a command of the element, to be written elsewhere too.
     void noteHelperFile(const ProjectElement *element, const QString &path);
     QStringList takeHelperFiles(const ProjectElement *element);
@@ -114,6 +134,8 @@ public:
 private:
     using ProjectKey = std::pair<const ProjectElement *, QString>;
     struct Record;
+
+    NodeFacts &factsOf(const ProjectElement *element, const QString &configuration, BuildFlags flags);
 
     Record &recordOf(const ProjectElement *element, const QString &configuration);
     void saveRecords();
@@ -134,8 +156,15 @@ private:
     std::set<ProjectKey> m_failedProjects;
     std::set<ProjectKey> m_listed; // while jobs are listed
     std::map<const ProjectElement *, QStringList> m_helperFiles;
+    std::unordered_map<const ProjectElement *, NodeFacts> m_facts; // of one configuration
+    QString m_factsConfiguration;
+    BuildFlags m_factsFlags = 0;
+    quint64 m_factsChanges = 0;
+    std::unique_ptr<ExternalTemplates> m_externalTemplates;
+    int m_listDepth = 0; // of dependencies
     bool m_isBuilding = false;
     bool m_runsTools = true;
     int m_failureCount = 0;
+    int m_stepsDone = 0;
     int m_interrupts = 0; // taken up
 };

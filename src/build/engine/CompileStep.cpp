@@ -3,6 +3,7 @@
 #include "build/commands/Idler.h"
 #include "build/engine/BuildEngine.h"
 #include "build/engine/ElementBuild_p.h"
+#include "build/engine/ExternalTemplates_p.h"
 #include "project/model/ProjectSystem.h"
 
 using namespace Qt::StringLiterals;
@@ -13,10 +14,11 @@ struct ElementBuild::CompilePlan
 {
     QString source;                 // absolute
     QString target, absoluteTarget; // target: as the command names it
-    QStringList preWords, externalWords, postWords;
+    QStringList preWords, postWords;
     QString preDirectory, preOutput, postDirectory;
-    ToolRequest request; // without an external command
-    QString error;       // why it can't be made
+    bool isExternal = false; // a command of the solution's
+    ToolRequest request;     // without one
+    QString error;           // why it can't be made
     quint64 hash = 0;
 };
 
@@ -73,7 +75,7 @@ bool ElementBuild::compile(ToolKind kind)
 {
     m_idler.stepStarted(m_element, m_configuration);
     const CompilePlan plan = planCompile(kind);
-    if (isCompileUpToDate(plan)) {
+    if (isCompileUpToDate(kind, plan)) {
         noteUpToDate(plan.target, "' is up to date"_L1);
         return false;
     }
@@ -93,7 +95,7 @@ ElementBuild::CompilePlan ElementBuild::planCompile(ToolKind kind)
     CompilePlan plan;
     plan.source =
         m_isUnity ? unityFileName(m_system, m_element, m_configuration) : m_system.path(m_element, m_configuration);
-    plan.target = m_tools.outputName(kind, m_element, m_configuration, false);
+    plan.target = m_engine.outputOf(m_element, m_configuration, m_flags);
     plan.absoluteTarget = absolute(plan.target);
     if (!value(compile_pre_build_command).isEmpty()) {
         plan.preWords = splitWords(expanded(compile_pre_build_command));
@@ -102,38 +104,40 @@ ElementBuild::CompilePlan ElementBuild::planCompile(ToolKind kind)
         plan.preOutput = output.isEmpty() ? output : ::absolutePath(plan.preDirectory, output);
     }
     const bool hasPreOutput = !plan.preWords.isEmpty() && !plan.preOutput.isEmpty();
-    plan.request = request(kind, plan.target, {hasPreOutput ? plan.preOutput : plan.source});
+    plan.isExternal = !value(externalCompile(kind).command).isEmpty();
+    if (!plan.isExternal)
+        plan.request = request(kind, plan.target, {hasPreOutput ? plan.preOutput : plan.source});
     if (!value(compile_post_build_command).isEmpty()) {
         const MacroMap macros{{u"TargetPath"_s, plan.absoluteTarget}, {u"RelTargetPath"_s, plan.target}};
         plan.postWords = splitWords(expanded(compile_post_build_command, macros));
         plan.postDirectory = expandedDirectory(compile_post_build_command_wd);
     }
     const QStringList around = plan.preWords + plan.postWords;
-    if (!value(externalCompile(kind).command).isEmpty()) {
-        plan.externalWords = externalCompileWords(kind, plan);
-        plan.hash = commandHash(m_directory, plan.externalWords, around);
+    if (plan.isExternal) {
+        plan.hash = externalCompileHash(kind, plan, around);
     } else {
-        const ToolCommand command = m_tools.command(plan.request);
-        plan.error = command.error;
-        plan.hash = commandHash(command.directory, command.arguments, around);
+        plan.hash = m_tools.hash(plan.request, around, plan.error);
     }
     return plan;
 }
 
-QStringList ElementBuild::externalCompileWords(ToolKind kind, CompilePlan &plan)
+// The words of the external command. For a template, what differs between the sources of one folder is given by
+// `markers` in place of its values; with `isOwn` true then, the template can't be theirs.
+QStringList ElementBuild::externalCompileWords(ToolKind kind, const CompilePlan &plan, bool *isOwn, QString &error,
+                                               const MacroMap &markers)
 {
     const ExternalCompile &row = externalCompile(kind);
     const QString text = value(row.command);
-    MacroMap macros;
+    const int escaped = ProjectSystem::EscapedList | ProjectSystem::ExpandItems;
+    const auto list = [&](ProjectProperty property, int options) {
+        return m_system.propertyList(m_element, property, m_configuration, options, isOwn);
+    };
+    MacroMap macros = m_macros;
     const auto add = [&](const char *name, const auto &makeValue) {
         const QString macro = QString::fromLatin1(name);
         if (text.contains(macro)) // the others would cost more than the command
             macros.insert(macro, makeValue());
     };
-    const auto list = [&](ProjectProperty property, int options) {
-        return m_system.propertyList(m_element, property, m_configuration, options);
-    };
-    const int escaped = ProjectSystem::EscapedList | ProjectSystem::ExpandItems;
     add("TargetPath", [&] { return plan.absoluteTarget; });
     add("RelTargetPath", [&] { return relative(plan.absoluteTarget); });
     add("DependencyPath", [&] { return m_tools.dependencyFileName(m_element, m_configuration, plan.target, true); });
@@ -144,35 +148,74 @@ QStringList ElementBuild::externalCompileWords(ToolKind kind, CompilePlan &plan)
     add("Includes", [&] { return joined(u"-I"_s, list(c_user_include_directories, ProjectSystem::ExpandItems)); });
     for (int round = 0; round < row.roundCount; ++round)
         add(row.rounds[round].macro, [&] { return joined({}, list(row.rounds[round].options, escaped)); });
-    QStringList words = splitWords(expand(text, macros));
+    macros.insert(markers);
+    QStringList words = splitWords(m_system.expand(m_element, m_configuration, text, macros, isOwn));
     for (int round = 0; round < row.roundCount; ++round) {
-        const QString file = expanded(row.rounds[round].optionsFile);
+        const QString file =
+            m_system.expand(m_element, m_configuration, value(row.rounds[round].optionsFile), m_macros, isOwn);
         if (!file.isEmpty() && !loadOptionsFile(absolute(file), words))
-            plan.error = "Cannot load options file: "_L1 + file;
+            error = "Cannot load options file: "_L1 + file;
     }
     return words;
 }
 
-bool ElementBuild::isCompileUpToDate(const CompilePlan &plan)
+QStringList ElementBuild::compileArguments(bool &isExternal)
+{
+    const ToolKind kind = m_engine.facts(m_element, m_configuration, m_flags).kind;
+    const CompilePlan plan = planCompile(kind);
+    isExternal = plan.isExternal;
+    if (!plan.isExternal)
+        return plan.error.isEmpty() ? m_tools.command(plan.request).arguments : QStringList();
+    QString error;
+    return externalCompileWords(kind, plan, nullptr, error);
+}
+
+// By the template of the folder's sources and what is this one's own. Where the template depends on the source in
+// other ways, by the words themselves.
+quint64 ElementBuild::externalCompileHash(ToolKind kind, CompilePlan &plan, const QStringList &around)
+{
+    ExternalTemplates::Template &made =
+        m_engine.externalTemplates().of(m_system.contextOf(m_element, m_configuration), kind, m_system.changeCount());
+    if (!made.isMade) {
+        const QString dependencyFile = value(build_dependency_file_name);
+        made.isMade = true;
+        made.isOwn = m_isUnity || dependencyFile.contains(u'$');
+        MacroMap markers;
+        for (const char *own : ExternalTemplates::ownMacros)
+            markers.insert(QString::fromLatin1(own), u'\1' + QString::fromLatin1(own));
+        QStringList words = externalCompileWords(kind, plan, &made.isOwn, made.error, markers);
+        words << dependencyFile
+              << m_system.expandedValue(m_element, build_intermediate_directory, m_configuration, &made.isOwn);
+        made.key = QString::number(commandHash(m_directory, words));
+        made.hasNodeName = value(externalCompile(kind).command).contains("ProjectNodeName"_L1);
+    }
+    plan.error = made.error;
+    if (!made.isOwn)
+        return commandHash(made.key,
+                           {plan.source, plan.target, made.hasNodeName ? m_element->displayName() : QString()}, around);
+    return commandHash(m_directory, externalCompileWords(kind, plan, nullptr, plan.error), around);
+}
+
+bool ElementBuild::isCompileUpToDate(ToolKind kind, const CompilePlan &plan)
 {
     UpToDate test(m_engine, m_builder, isQuiet());
-    if (m_isForced || !test.targetTime(m_directory, plan.target) || !plan.error.isEmpty())
+    if (m_isForced || !test.targetTime(plan.absoluteTarget, plan.target) || !plan.error.isEmpty())
         return false;
     FileTimes &times = m_engine.times();
     if (!test.inputOlder(times.id(plan.source), plan.source))
         return false;
-    auto dependencies = m_engine.recordedDependencies(m_element, m_configuration, plan.absoluteTarget);
+    auto dependencies = m_engine.recordedDependencies(m_element, m_configuration, plan.absoluteTarget, test.stamp());
     if (!dependencies) {
         m_engine.record(m_element, m_configuration)
             .setDependencies(plan.absoluteTarget, test.stamp(),
                              m_tools.readDependencies(m_element, m_configuration, plan.target));
-        dependencies = m_engine.recordedDependencies(m_element, m_configuration, plan.absoluteTarget);
+        dependencies = m_engine.recordedDependencies(m_element, m_configuration, plan.absoluteTarget, test.stamp());
     }
     for (const FileTimes::Id dependency : *dependencies) {
         if (!test.inputOlder(dependency, times.path(dependency)))
             return false;
     }
-    return test.optionsUpToDate(m_element, m_configuration, plan.request.kind) &&
+    return test.optionsUpToDate(m_element, m_configuration, kind) &&
            test.commandUpToDate(m_element, m_configuration, plan.hash);
 }
 
@@ -184,11 +227,13 @@ void ElementBuild::runCompile(ToolKind kind, const CompilePlan &plan)
         if (!goesOn())
             return;
     }
-    if (!value(externalCompile(kind).command).isEmpty()) {
-        if (!plan.error.isEmpty())
-            return fail(plan.error);
+    if (plan.isExternal) {
+        QString error;
+        const QStringList words = externalCompileWords(kind, plan, nullptr, error);
+        if (!error.isEmpty())
+            return fail(error);
         const QLatin1StringView title = kind == ToolKind::Assemble ? "Assembling "_L1 : "Compiling "_L1;
-        runStep(title + name, {{m_directory, plan.externalWords, plan.absoluteTarget}});
+        runStep(title + name, {{m_directory, words, plan.absoluteTarget}});
     } else {
         m_tools.toolCommands(plan.request, *m_builder);
     }

@@ -9,6 +9,7 @@
 
 #include <QDir>
 #include <QFile>
+#include <QStringBuilder>
 
 using namespace Qt::StringLiterals;
 using enum ProjectProperty;
@@ -32,15 +33,19 @@ bool ElementBuild::run()
     if (m_element->type() == ProjectElement::Type::Configuration)
         return false;
     m_idler.idle(0);
-    m_isUnity = isUnityFolder(m_system, m_element, m_configuration, m_flags);
-    const ToolKind kind = toolKind(m_system, m_element, m_configuration, m_flags);
+    const BuildEngine::NodeFacts &facts = m_engine.facts(m_element, m_configuration, m_flags);
+    m_isUnity = facts.isUnity;
+    const ToolKind kind = facts.kind;
     if (m_isUnity)
         m_isForced |= buildUnityMembers();
     else if (!(m_flags & BuildFlag::noChildren) && kind != ToolKind::External)
         m_isForced |= buildChildren();
     if (!goesOn())
         return false;
-    return m_flags & BuildFlag::analyze ? analyze(kind) : buildStep(kind);
+    const bool didSomething = m_flags & BuildFlag::analyze ? analyze(kind) : buildStep(kind);
+    if (didSomething && kind != ToolKind::None)
+        m_engine.noteStep();
+    return didSomething;
 }
 
 bool ElementBuild::buildStep(ToolKind kind)
@@ -244,7 +249,7 @@ void ElementBuild::removeFile(const QString &path)
 void ElementBuild::noteUpToDate(const QString &target, QLatin1StringView end)
 {
     if (m_builder && !isQuiet())
-        m_builder->reportNote(u'\'' + target + end);
+        m_builder->reportNote(u'\'' % target % end);
 }
 
 void ElementBuild::outputMade(const QString &output, quint64 hash)

@@ -20,6 +20,7 @@ public:
 
     bool run();
     QStringList inputs(); // absolute
+    QStringList compileArguments(bool &isExternal);
 
 private:
     struct Command
@@ -44,8 +45,10 @@ private:
     // Compile.
     struct CompilePlan;
     CompilePlan planCompile(ToolKind kind);
-    QStringList externalCompileWords(ToolKind kind, CompilePlan &plan);
-    bool isCompileUpToDate(const CompilePlan &plan);
+    QStringList externalCompileWords(ToolKind kind, const CompilePlan &plan, bool *isOwn, QString &error,
+                                     const MacroMap &markers = {});
+    quint64 externalCompileHash(ToolKind kind, CompilePlan &plan, const QStringList &around);
+    bool isCompileUpToDate(ToolKind kind, const CompilePlan &plan);
     void runCompile(ToolKind kind, const CompilePlan &plan);
 
     // Link and archive.

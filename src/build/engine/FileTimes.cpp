@@ -1,12 +1,16 @@
 #include "build/engine/FileTimes.h"
 
 #include <QFile>
+#include <algorithm>
+#include <climits>
 #include <ctime>
+#include <fcntl.h>
 #include <sys/stat.h>
 
 namespace {
 
 constexpr qint64 nanoseconds = 1'000'000'000;
+constexpr size_t mostDirectories = 8; // kept open
 
 } // namespace
 
@@ -25,15 +29,54 @@ FileStamp FileTimes::stamp(Id id)
 {
     File &file = m_files[id];
     if (!file.isKnown) {
-        struct stat status;
-        const bool exists = ::stat(QFile::encodeName(file.path).constData(), &status) == 0;
-        file.stamp = exists ? FileStamp{status.st_mtim.tv_sec * nanoseconds + status.st_mtim.tv_nsec, status.st_size}
-                            : FileStamp{};
-        if (exists && !file.stamp.time)
-            file.stamp.time = 1; // 1970 to the nanosecond is a time too
+        file.stamp = ask(file.path);
         file.isKnown = true;
     }
     return file.stamp;
+}
+
+// AT_FDCWD when the directory can't be opened.
+int FileTimes::directory(QStringView path)
+{
+    for (const Directory &known : m_directories) {
+        if (known.path == path)
+            return known.descriptor.number();
+    }
+    FileDescriptor opened(::open(QFile::encodeName(path.toString()).constData(), O_PATH | O_DIRECTORY | O_CLOEXEC));
+    if (!opened.isOpen())
+        return AT_FDCWD;
+    const int number = opened.number();
+    if (m_directories.size() < mostDirectories) {
+        m_directories.push_back({path.toString(), std::move(opened)});
+    } else {
+        m_directories[m_nextDirectory] = {path.toString(), std::move(opened)};
+        m_nextDirectory = (m_nextDirectory + 1) % mostDirectories;
+    }
+    return number;
+}
+
+FileStamp FileTimes::ask(const QString &path)
+{
+    const QStringView whole = path;
+    const int from = directory(whole.first(std::max<qsizetype>(whole.lastIndexOf(u'/'), 0)));
+    const QStringView name = from == AT_FDCWD ? whole : whole.sliced(whole.lastIndexOf(u'/') + 1);
+    // Nearly all names are ASCII.
+    char ascii[PATH_MAX];
+    const bool isAscii = name.size() < PATH_MAX && !name.isEmpty() &&
+                         std::all_of(name.begin(), name.end(), [](QChar c) { return c.unicode() - 1u < 0x7F; });
+    struct stat status;
+    int result;
+    if (isAscii) {
+        std::transform(name.begin(), name.end(), ascii, [](QChar c) { return char(c.unicode()); });
+        ascii[name.size()] = 0;
+        result = ::fstatat(from, ascii, &status, 0);
+    } else {
+        result = ::stat(QFile::encodeName(path).constData(), &status);
+    }
+    if (result != 0)
+        return {};
+    const qint64 time = status.st_mtim.tv_sec * nanoseconds + status.st_mtim.tv_nsec;
+    return {time ? time : 1, status.st_size}; // the first instant of 1970 is a time too
 }
 
 void FileTimes::forget(const QString &path)
@@ -43,6 +86,7 @@ void FileTimes::forget(const QString &path)
 
 void FileTimes::forgetAll()
 {
+    m_directories.clear(); // one may have been replaced
     for (File &file : m_files)
         file.isKnown = false;
 }
@@ -56,6 +100,7 @@ void FileTimes::setWritten(const QString &path)
 
 void FileTimes::clear()
 {
+    m_directories.clear();
     m_ids.clear();
     m_files.clear();
     m_now = 0;

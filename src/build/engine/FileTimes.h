@@ -1,5 +1,6 @@
 #pragma once
 
+#include "base/FileDescriptor.h"
 #include "build/commands/CommandRecord.h"
 
 #include <QHash>
@@ -40,6 +41,17 @@ private:
         bool isWritten = false;
     };
 
+    FileStamp ask(const QString &path);
+    int directory(QStringView path);
+
+    // Thousands of files lie in a few directories; a file is reached faster from its own than from the root.
+    struct Directory
+    {
+        QString path;
+        FileDescriptor descriptor;
+    };
+    std::vector<Directory> m_directories;
+    size_t m_nextDirectory = 0; // the one to be replaced
     QHash<QString, Id> m_ids;
     std::vector<File> m_files;
     qint64 m_now = 0;

@@ -178,25 +178,28 @@ void ElementBuild::planExternalLink(LinkPlan &plan)
 
 void ElementBuild::gatherObjects(const ProjectElement *parent, bool isAbsolute, QStringList &objects)
 {
-    const auto add = [&](const ProjectElement *node, ToolKind kind) {
-        const QString name = m_tools.outputName(kind, node, m_configuration, isAbsolute);
+    const auto add = [&](const ProjectElement *node) {
+        const QString &name = m_engine.outputOf(node, m_configuration, m_flags);
         if (!name.isEmpty())
-            objects += name;
+            objects += isAbsolute ? m_system.absolutePath(node, name) : name;
     };
     for (const ProjectElement *child = parent->firstElement(); child; child = child->nextElement()) {
         if (child->type() == ProjectElement::Type::Configuration)
             continue;
-        const ToolKind kind = toolKind(m_system, child, m_configuration, m_flags);
+        const auto [kind, isUnity] = [&] {
+            const BuildEngine::NodeFacts &facts = m_engine.facts(child, m_configuration, m_flags);
+            return std::pair(facts.kind, facts.isUnity);
+        }();
         if (kind == ToolKind::Excluded)
             continue;
         if (kind != ToolKind::None)
-            add(child, kind);
-        if (!isUnityFolder(m_system, child, m_configuration, m_flags)) {
+            add(child);
+        if (!isUnity) {
             gatherObjects(child, isAbsolute, objects);
             continue;
         }
         for (const ProjectElement *file : unityFiles(m_system, child, m_configuration).excluded)
-            add(file, toolKind(m_system, file, m_configuration, m_flags));
+            add(file);
     }
 }
 
@@ -223,7 +226,7 @@ QStringList ElementBuild::dependentOutputs()
 bool ElementBuild::isLinkUpToDate(const LinkPlan &plan)
 {
     UpToDate test(m_engine, m_builder, isQuiet());
-    if (m_isForced || !test.targetTime(m_directory, plan.target) || !plan.error.isEmpty() ||
+    if (m_isForced || !test.targetTime(plan.absoluteTarget, plan.target) || !plan.error.isEmpty() ||
         !test.inputsOlder(m_directory, plan.objects))
         return false;
     if (plan.kind == ToolKind::Link) {

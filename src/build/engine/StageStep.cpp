@@ -24,7 +24,7 @@ bool ElementBuild::stageFile()
     const quint64 hash = commandHash(directory, words);
     if (!target.isEmpty()) {
         UpToDate test(m_engine, m_builder, isQuiet());
-        if (!m_isForced && test.targetTime(m_directory, target) &&
+        if (!m_isForced && test.targetTime(absolute(target), target) &&
             test.inputsOlder(m_directory, {m_system.path(m_element, m_configuration)}) &&
             test.optionsUpToDate(m_element, m_configuration, ToolKind::Stage) &&
             test.commandUpToDate(m_element, m_configuration, hash)) {
@@ -67,7 +67,7 @@ bool ElementBuild::combine()
         words += piece.arguments;
     const quint64 hash = commandHash(directory, words, relativeInputs);
     UpToDate test(m_engine, m_builder, isQuiet());
-    if (!m_isForced && test.targetTime(m_directory, target) && test.inputsOlder(m_directory, inputs) &&
+    if (!m_isForced && test.targetTime(absolute(target), target) && test.inputsOlder(m_directory, inputs) &&
         test.optionsUpToDate(m_element, m_configuration, ToolKind::Combine) &&
         test.commandUpToDate(m_element, m_configuration, hash)) {
         noteUpToDate(target, "' is up to date"_L1);

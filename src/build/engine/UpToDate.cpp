@@ -31,10 +31,10 @@ void UpToDate::tell(const QString &text)
         m_builder->reportDetail(text);
 }
 
-bool UpToDate::targetTime(const QString &directory, const QString &name)
+bool UpToDate::targetTime(const QString &path, const QString &name)
 {
     m_name = name;
-    m_path = absolutePath(directory, name);
+    m_path = path;
     m_target = m_engine.times().stamp(m_path);
     if (!m_target.time)
         tell(name + " does not exist."_L1);
@@ -94,7 +94,10 @@ bool UpToDate::optionsUpToDate(const ProjectElement *element, const QString &con
 
 bool UpToDate::commandUpToDate(const ProjectElement *element, const QString &configuration, quint64 hash)
 {
-    const std::optional<quint64> known = m_engine.record(element, configuration).command(m_path);
+    CommandRecord &record = m_engine.record(element, configuration);
+    const std::optional<quint64> known = record.command(m_path);
+    if (!known) // then it counts as made by this one, so that the next change is seen
+        record.setCommand(m_path, hash);
     if (!known || *known == hash)
         return true;
     tell(m_name + " command line has changed."_L1);

@@ -16,7 +16,7 @@ public:
     {}
 
     // Names are relative to the directory or absolute, and are told as given. The first question: is it there?
-    bool targetTime(const QString &directory, const QString &name);
+    bool targetTime(const QString &path, const QString &name); // the path: absolute
     const FileStamp &stamp() const { return m_target; }
     bool inputOlder(FileTimes::Id input, const QString &name);
     bool inputsOlder(const QString &directory, const QStringList &inputs);

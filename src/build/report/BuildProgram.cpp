@@ -119,6 +119,14 @@ QStringList globalMacros(const CommandArguments &arguments)
     return macros;
 }
 
+// What is to be built, cleaned, checked or exported.
+ProjectElement &chosenElement(const CommandArguments &arguments, LoadedSolution &loaded, const QString &configuration)
+{
+    if (arguments.has("only"))
+        return loaded.file(arguments.value("only"), configuration);
+    return arguments.has("project") ? loaded.project(arguments.value("project")) : loaded.solution();
+}
+
 int build(const CommandArguments &arguments, LoadedSolution &loaded)
 {
     BuildRequest request;
@@ -126,13 +134,11 @@ int build(const CommandArguments &arguments, LoadedSolution &loaded)
     request.flags = buildFlags(arguments);
     request.jobs = jobCount(arguments);
     request.isBatch = arguments.has("batch");
-    request.element = arguments.has("only")      ? &loaded.file(arguments.value("only"), request.configuration)
-                      : arguments.has("project") ? &loaded.project(arguments.value("project"))
-                                                 : &loaded.solution();
+    request.element = &chosenElement(arguments, loaded, request.configuration);
     const TextReport::Options text = textOptions(arguments);
     std::unique_ptr<BuildReport> report;
     if (arguments.has("json"))
-        report = std::make_unique<JsonReport>();
+        report = std::make_unique<JsonReport>(text.detail == TextReport::Detail::All);
     else
         report = std::make_unique<TextReport>(text);
     const BuildOutcome outcome = runBuild(loaded, request, *report);
@@ -144,12 +150,15 @@ int build(const CommandArguments &arguments, LoadedSolution &loaded)
 int run(const CommandArguments &arguments)
 {
     const QByteArray query = oneOf(arguments, {"list", "get", "set", "command", "export", "rebuild", "clean", "check"});
+    oneOf(arguments, {"project", "only"});
     oneOf(arguments, {"quiet", "verbose"});
     jobCount(arguments); // wrong words are told before the solution is loaded
     textOptions(arguments);
     const bool isJson = arguments.has("json");
 
-    LoadedSolution loaded(arguments.positional().first(), globalMacros(arguments));
+    // Never taken apart: the process ends with it, and a large tree takes its time.
+    static LoadedSolution *const solution = new LoadedSolution(arguments.positional().first(), globalMacros(arguments));
+    LoadedSolution &loaded = *solution;
     if (query == "set") {
         const QString configuration = loaded.configuration(arguments.value("config", u"Common"_s));
         setProperties(loaded, arguments.values("set"), loaded.node(arguments.value("node"), configuration),
@@ -166,6 +175,9 @@ int run(const CommandArguments &arguments)
                     loaded.node(arguments.value("node"), configuration), configuration, isJson);
     } else if (query == "command") {
         printCommands(loaded, loaded.nodeOrFile(arguments.value("command"), configuration), configuration, isJson);
+    } else if (query == "export") {
+        exportBuild(loaded, {arguments.value("export"), arguments.value("output"), buildFlags(arguments)},
+                    chosenElement(arguments, loaded, configuration), configuration);
     } else {
         return build(arguments, loaded);
     }

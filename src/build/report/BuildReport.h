@@ -45,7 +45,9 @@ public:
                                 const QString & /*output*/)
     {}
     virtual void commandFailed(const BuildPlace &, const QString & /*title*/, int /*exitStatus*/) {}
-    virtual void output(const BuildPlace &, const QString & /*line*/, bool /*isError*/) {}
+    // Echo: a command that the tool-chain driver runs, which it shows because it was told to.
+    enum class Stream { Output, Error, Echo };
+    virtual void output(const BuildPlace &, const QString & /*line*/, Stream) {}
     // A row with a severity: of a tool, whose line output() has told as well, or of the build itself. It may get
     // an excerpt later.
     virtual void diagnostic(const BuildPlace &, const BuildLogItem &, bool /*isOfTool*/) {}

@@ -101,11 +101,11 @@ void JsonReport::commandStarted(const BuildPlace &place, const QString &director
     print(json);
 }
 
-void JsonReport::output(const BuildPlace &place, const QString &line, bool isError)
+void JsonReport::output(const BuildPlace &place, const QString &line, Stream stream)
 {
     JsonWriter json;
     begin(json, "output"_L1, place, line);
-    json.field("stream", isError ? u"stderr" : u"stdout");
+    json.field("stream", stream == Stream::Error ? u"stderr" : u"stdout");
     print(json);
 }
 
@@ -121,8 +121,10 @@ void JsonReport::diagnostic(const BuildPlace &place, const BuildLogItem &item, b
     print(json);
 }
 
-void JsonReport::note(const BuildPlace &place, NoteKind, const QString &text)
+void JsonReport::note(const BuildPlace &place, NoteKind kind, const QString &text)
 {
+    if (kind == NoteKind::UpToDate && !m_tellsAll)
+        return;
     JsonWriter json;
     begin(json, "note"_L1, place, text);
     print(json);

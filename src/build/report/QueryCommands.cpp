@@ -3,9 +3,13 @@
 #include "base/CommandLine.h"
 #include "base/HException.h"
 #include "base/JsonWriter.h"
+#include "base/SafeFile.h"
 #include "build/commands/Idler.h"
 #include "build/commands/StandardToolCommands.h"
 #include "build/engine/BuildEngine.h"
+#include "build/engine/CompileCommands.h"
+#include "build/engine/CompileCommands.h"
+#include "build/engine/ExportBuilder.h"
 #include "build/engine/StudioBuilder.h"
 
 using namespace Qt::StringLiterals;
@@ -304,4 +308,27 @@ void printCommands(LoadedSolution &loaded, const ProjectElement &node, const QSt
     }
     if (isJson)
         printJson(json);
+}
+
+void exportBuild(LoadedSolution &loaded, const ExportRequest &request, const ProjectElement &node,
+                 const QString &configuration)
+{
+    BuildState state;
+    StandardToolCommands tools(loaded.system(), state);
+    BuildEngine engine(loaded.system(), tools, state);
+    QByteArray text;
+    if (request.what == "commands"_L1)
+        text = exportBuildCommands(engine, &node, configuration, request.flags).join(u'\n').toUtf8() + '\n';
+    else if (request.what == "make"_L1)
+        text = exportMakefile(engine, &node, configuration, request.flags).join(u'\n').toUtf8() + '\n';
+    else if (request.what == "compile-commands"_L1)
+        text = exportCompileCommands(engine, &node, configuration, request.flags);
+    else if (request.what == "compile-commands"_L1)
+        text = exportCompileCommands(engine, &node, configuration, request.flags);
+    else
+        throw UsageError(u"--export takes commands, make or compile-commands; not '%1'"_s.arg(request.what));
+    if (request.file.isEmpty() || request.file == "-"_L1)
+        printOut(QByteArrayView(text));
+    else
+        writeFileSafely(request.file, text);
 }

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "build/commands/BuildFlags.h"
 #include "build/report/LoadedSolution.h"
 
 // What vnBuild answers without building. Each prints its result, as text or as one JSON document, and throws
@@ -24,3 +25,13 @@ void setProperties(LoadedSolution &loaded, const QStringList &assignments, Proje
 
 // The command lines that would make the node's output, pre- and post-steps included; nothing is run.
 void printCommands(LoadedSolution &loaded, const ProjectElement &node, const QString &configuration, bool isJson);
+
+struct ExportRequest
+{
+    QString what; // "commands", "make" or "compile-commands"
+    QString file; // empty or "-": standard output
+    BuildFlags flags = 0;
+};
+// Writes the build of the node down. Throws UsageError for another `what`.
+void exportBuild(LoadedSolution &loaded, const ExportRequest &request, const ProjectElement &node,
+                 const QString &configuration);

@@ -1,6 +1,17 @@
 #include "build/report/ReportingBuilder.h"
 
+#include "base/Directories.h"
 #include "build/log/BuildLog.h"
+
+namespace {
+
+QString driverPath()
+{
+    static const QString path = installationDirectory() + QStringLiteral("/bin/cc");
+    return path;
+}
+
+} // namespace
 
 LastItem::LastItem(BuildLog &log)
 {
@@ -38,6 +49,7 @@ void ReportingBuilder::commandStarted(const QString &directory, const QStringLis
 {
     ++m_commandCount;
     m_isRunning = true;
+    m_isEchoing = arguments.first() == driverPath() && arguments.contains(u"-v");
     m_report.commandStarted(place(), directory, arguments, m_output);
     StudioBuilder::commandStarted(directory, arguments);
 }
@@ -57,7 +69,10 @@ bool ReportingBuilder::pollCommand(const ProjectElement *element, const QString 
 void ReportingBuilder::lineReceived(const QString &line, bool isError)
 {
     const BuildLogItem *item = m_lastItem.addedBy([&] { StudioBuilder::lineReceived(line, isError); });
-    const Line received{line, isError, item && item->severity() >= Severity::Note ? item : nullptr};
+    const auto stream = isError       ? BuildReport::Stream::Error
+                        : m_isEchoing ? BuildReport::Stream::Echo
+                                      : BuildReport::Stream::Output;
+    const Line received{line, stream, item && item->severity() >= Severity::Note ? item : nullptr};
     if (m_isAlone)
         tell(received);
     else
@@ -66,7 +81,7 @@ void ReportingBuilder::lineReceived(const QString &line, bool isError)
 
 void ReportingBuilder::tell(const Line &line)
 {
-    m_report.output(place(), line.text, line.isError);
+    m_report.output(place(), line.text, line.stream);
     if (line.diagnostic)
         m_report.diagnostic(place(), *line.diagnostic, true);
 }
@@ -96,9 +111,9 @@ void ReportingBuilder::reportInfo(const QString &text)
     m_report.note(place(), BuildReport::NoteKind::Information, text);
 }
 
+// Not for the log: a build that has nothing to do would write thousands of rows that nobody sees.
 void ReportingBuilder::reportNote(const QString &text)
 {
-    StudioBuilder::reportNote(text);
     m_report.note(place(), BuildReport::NoteKind::UpToDate, text);
 }
 

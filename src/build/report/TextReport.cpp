@@ -98,9 +98,10 @@ void TextReport::commandFailed(const BuildPlace &, const QString &title, int exi
     m_error.print(m_error.colored(Terminal::Red, u"Failed: "_s) + u"%1 (exit status %2)"_s.arg(title).arg(exitStatus));
 }
 
-void TextReport::output(const BuildPlace &, const QString &line, bool)
+void TextReport::output(const BuildPlace &, const QString &line, Stream stream)
 {
-    m_error.print(line);
+    if (stream != Stream::Echo || m_options.showsCommands || m_options.detail == Detail::All)
+        m_error.print(line);
 }
 
 void TextReport::diagnostic(const BuildPlace &place, const BuildLogItem &item, bool isOfTool)

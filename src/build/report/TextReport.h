@@ -23,7 +23,7 @@ public:
     void commandStarted(const BuildPlace &place, const QString &directory, const QStringList &arguments,
                         const QString &output) override;
     void commandFailed(const BuildPlace &place, const QString &title, int exitStatus) override;
-    void output(const BuildPlace &place, const QString &line, bool isError) override;
+    void output(const BuildPlace &place, const QString &line, Stream stream) override;
     void diagnostic(const BuildPlace &place, const BuildLogItem &item, bool isOfTool) override;
     void note(const BuildPlace &place, NoteKind kind, const QString &text) override;
     void idle() override { m_error.refresh(); }

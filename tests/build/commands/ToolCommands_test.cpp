@@ -101,6 +101,10 @@ TEST_F(CommandsTest, PropertiesMakeArguments)
         EXPECT_EQ(line(made.arguments), QString::fromUtf8(row.command)) << row.what;
         EXPECT_EQ(made.directory, folder.root()) << row.what;
         EXPECT_EQ(made.error, QString()) << row.what;
+        QString error;
+        EXPECT_EQ(tools.hash(request(row.node), {u"more"_s}, error),
+                  commandHash(made.directory, made.arguments, made.inputs + QStringList(u"more"_s)))
+            << row.what;
         EXPECT_NO_THROW(DriverOptions::parse(made.arguments.sliced(1))) << row.what; // the driver knows them all
     }
     load("");
@@ -229,6 +233,31 @@ TEST_F(CommandsTest, FailWithoutRunningAnything)
     tools.toolCommands(request("app"), builder);
     EXPECT_TRUE(state.failed);
     EXPECT_EQ(shown(builder.notes.join(u',')), u"error Cannot open file: P/s.vnProject/o/app.ind"_s);
+}
+
+TEST_F(CommandsTest, WarnOfFilesThatAreNamedAndMissing)
+{
+    struct Row
+    {
+        const char *attributes, *warning;
+    };
+    const Row rows[] = {
+        {"", ""},
+        {R"x(linker_memory_map_file="$(Configuration).xml")x", "Cannot find memory map file: Debug.xml"},
+        {R"(linker_memory_map_file="no.xml" linker_section_placements_segments="FLASH RX 0 10")", ""},
+        {R"(linker_section_placement_file="no.xml")", "Cannot find section placement file: no.xml"},
+        {R"(link_linker_script_file="no.ld")", ""},
+        {R"(link_linker_script_file="no.ld" link_use_linker_script_file="Yes")",
+         "Cannot find linker script file: no.ld"},
+    };
+    for (const Row &row : rows) {
+        load(row.attributes);
+        builder.notes.clear();
+        tools.toolCommands(request("app"), builder);
+        EXPECT_EQ(builder.notes.filter(u"warning"_s).join(u','),
+                  QString::fromLatin1(*row.warning ? "warning " : "") + QString::fromLatin1(row.warning))
+            << row.attributes;
+    }
 }
 
 TEST_F(CommandsTest, PropertyGroupsAddTheirs)
