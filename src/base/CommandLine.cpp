@@ -4,6 +4,7 @@
 
 #include <QCommandLineParser>
 #include <QFile>
+#include <QLoggingCategory>
 #include <cstdio>
 #include <fcntl.h>
 #include <new>
@@ -28,6 +29,22 @@ QString optionHead(const CommandOption &option)
         names += (name.size() == 1 ? u"-"_s : u"--"_s) + name;
     QString head = (names.first().startsWith(u"--") ? u"    "_s : QString()) + names.join(u", "_s);
     return option.valueName ? head + u' ' + text(option.valueName) : head;
+}
+
+// Of every program.
+constexpr CommandOption commonOptions[] = {
+    {"trace", "CATEGORY,...", "tell what these libraries do (debug/dwarf; * for all), on standard error"},
+    {"h,help", nullptr, "this text"},
+};
+
+// A library's category is its folder below src/.
+void startTracing(const QString &categories)
+{
+    QString rules;
+    for (const QString &category : categories.split(u','))
+        rules += category + u".debug=true\n"_s;
+    QLoggingCategory::setFilterRules(rules);
+    qSetMessagePattern(u"%{category}: %{message}"_s);
 }
 
 void say(const char *program, const QString &message)
@@ -74,9 +91,11 @@ QString CommandLine::help(const CommandVerb *verb) const
     QStringList head{program, text(verb->name), u"[options]"_s, text(verb->arguments)};
     head.removeAll(QString());
     QString page = u"usage: %1\n%2\n\n"_s.arg(head.join(u' '), text(verb->help));
-    for (const CommandOption &option : verb->options)
-        page += u"  %1 %2\n"_s.arg(optionHead(option).leftJustified(26), text(option.help));
-    return page + u"  %1 this text\n"_s.arg(u"-h, --help"_s.leftJustified(26));
+    for (const auto options : {verb->options, std::span<const CommandOption>(commonOptions)}) {
+        for (const CommandOption &option : options)
+            page += u"  %1 %2\n"_s.arg(optionHead(option).leftJustified(26), text(option.help));
+    }
+    return page;
 }
 
 int CommandLine::run(const QStringList &arguments, const char *version) const
@@ -134,15 +153,18 @@ int CommandLine::runVerb(const CommandVerb &verb, const QStringList &arguments) 
     parser.setSingleDashWordOptionMode(QCommandLineParser::ParseAsCompactedShortOptions);
     if (verb.endsAtArgument)
         parser.setOptionsAfterPositionalArgumentsMode(QCommandLineParser::ParseAsPositionalArguments);
-    for (const CommandOption &option : verb.options)
-        parser.addOption(QCommandLineOption(text(option.names).split(u','), QString(), text(option.valueName)));
-    parser.addOption(QCommandLineOption(QStringList{u"h"_s, u"help"_s}));
+    for (const auto options : {verb.options, std::span<const CommandOption>(commonOptions)}) {
+        for (const CommandOption &option : options)
+            parser.addOption(QCommandLineOption(text(option.names).split(u','), QString(), text(option.valueName)));
+    }
     if (!parser.parse(arguments))
         throw UsageError(parser.errorText().chopped(parser.errorText().endsWith(u'.')));
     if (parser.isSet(u"help"_s)) {
         printOut(help(&verb));
         return exitDone;
     }
+    if (parser.isSet(u"trace"_s))
+        startTracing(parser.value(u"trace"_s));
     CommandArguments given;
     given.m_parser = &parser;
     given.m_positional = parser.positionalArguments();

@@ -45,10 +45,10 @@ struct CommandRow
 std::span<const CommandRow> commandRows();
 
 // The arguments of one request, row by row.
-class CommandArguments
+class ArgumentRows
 {
 public:
-    CommandArguments(ToolCommands &tools, const StandardProjectSystem &system, const GenericOptions &genericOptions,
+    ArgumentRows(ToolCommands &tools, const StandardProjectSystem &system, const GenericOptions &genericOptions,
                      const ToolRequest &request);
 
     void add(const CommandRow &row);
@@ -56,6 +56,7 @@ public:
     QStringList arguments;
     bool isOwn = false; // what was added may differ between nodes of one context
     QString error;      // the first
+    QStringList warnings;
 
 private:
     QString value(ProjectProperty property) const;
@@ -66,7 +67,7 @@ private:
     void addPair(const CommandRow &row, const QString &text);
     void addEach(const CommandRow &row, const QStringList &items);
     void addExpanded(const CommandRow &row, const QStringList &items);
-    void addFile(const CommandRow &row, ProjectProperty property, const std::optional<QString> &path);
+    void addLinkFile(const CommandRow &row);
     void addIncludes(const CommandRow &row);
     void addGroups();
     void addOptionsFile(const CommandRow &row);

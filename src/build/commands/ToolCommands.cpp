@@ -236,7 +236,7 @@ const ToolCommands::Template &ToolCommands::templateOf(const ToolRequest &reques
     made.directory = m_system.projectDirectory(request.element);
     made.error = m_genericOptionsError;
     const BuildTools tool = BuildTools(1) << int(request.kind);
-    CommandArguments all(*this, m_system, m_genericOptions, request);
+    ArgumentRows all(*this, m_system, m_genericOptions, request);
     for (const CommandRow &row : commandRows()) {
         if (!(row.tools & tool))
             continue;
@@ -247,10 +247,14 @@ const ToolCommands::Template &ToolCommands::templateOf(const ToolRequest &reques
             made.pieces.back().arguments += all.arguments;
         else
             made.pieces.push_back({all.arguments, {}, nullptr});
-        if (!all.isOwn && made.error.isEmpty())
-            made.error = all.error;
+        if (!all.isOwn) {
+            made.warnings += all.warnings;
+            if (made.error.isEmpty())
+                made.error = all.error;
+        }
         all.arguments.clear();
         all.error.clear();
+        all.warnings.clear();
         all.isOwn = false;
     }
     for (Template::Piece &piece : made.pieces)
@@ -270,21 +274,22 @@ QStringList ToolCommands::inputsOf(const ToolRequest &request) const
 ToolCommand ToolCommands::command(const ToolRequest &request)
 {
     const Template &made = templateOf(request);
-    CommandArguments all(*this, m_system, m_genericOptions, request);
+    ArgumentRows all(*this, m_system, m_genericOptions, request);
     all.error = made.error;
+    all.warnings = made.warnings;
     for (const Template::Piece &piece : made.pieces) {
         if (piece.row)
             all.add(*piece.row);
         else
             all.arguments += piece.arguments;
     }
-    return {made.directory, all.arguments, inputsOf(request), all.error};
+    return {made.directory, all.arguments, inputsOf(request), all.error, all.warnings};
 }
 
 quint64 ToolCommands::hash(const ToolRequest &request, const QStringList &more, QString &error)
 {
     const Template &made = templateOf(request);
-    CommandArguments own(*this, m_system, m_genericOptions, request);
+    ArgumentRows own(*this, m_system, m_genericOptions, request);
     own.error = made.error;
     CommandHash hash;
     hash.add(made.directory);
@@ -348,6 +353,8 @@ void ToolCommands::toolCommands(const ToolRequest &request, Builder &builder)
     if (!isCompile(request.kind) && !writeInputsFile(request, made.inputs, builder))
         return;
     builder.beginStep(request.element, stepTitle(request), request.configuration, 0);
+    for (const QString &warning : made.warnings)
+        builder.reportWarning(warning);
     builder.runCommand(made.directory, made.arguments, request.absoluteTarget);
     if (m_state.goesOn())
         builder.endStep(request.element, request.configuration);

@@ -32,6 +32,7 @@ struct ToolCommand
     QStringList arguments; // the program first
     QStringList inputs;    // lines of the inputs file, of a link or archive
     QString error;         // why it can't be made; empty if it can
+    QStringList warnings;  // files that are named and missing
 };
 
 // Turns properties into file names and command lines of the tool chain.
@@ -123,6 +124,7 @@ private:
         std::vector<Piece> pieces;
         QString directory;
         QString error;
+        QStringList warnings;
     };
 
     const Template &templateOf(const ToolRequest &request);

@@ -116,9 +116,7 @@ ElementBuild::CompilePlan ElementBuild::planCompile(ToolKind kind)
     if (plan.isExternal) {
         plan.hash = externalCompileHash(kind, plan, around);
     } else {
-        const ToolCommand command = m_tools.command(plan.request);
-        plan.error = command.error;
-        plan.hash = commandHash(command.directory, command.arguments, around);
+        plan.hash = m_tools.hash(plan.request, around, plan.error);
     }
     return plan;
 }
@@ -218,7 +216,7 @@ bool ElementBuild::isCompileUpToDate(ToolKind kind, const CompilePlan &plan)
         if (!test.inputOlder(dependency, times.path(dependency)))
             return false;
     }
-    return test.optionsUpToDate(m_element, m_configuration, kind) && test.commandUpToDate(known.command, plan.hash);
+    return test.optionsUpToDate(m_element, m_configuration, kind) && test.commandUpToDate(record, known.command, plan.hash);
 }
 
 void ElementBuild::runCompile(ToolKind kind, const CompilePlan &plan)

@@ -94,11 +94,14 @@ bool UpToDate::optionsUpToDate(const ProjectElement *element, const QString &con
 
 bool UpToDate::commandUpToDate(const ProjectElement *element, const QString &configuration, quint64 hash)
 {
-    return commandUpToDate(m_engine.record(element, configuration).entry(m_engine.times().path(m_id)).command, hash);
+    CommandRecord &record = m_engine.record(element, configuration);
+    return commandUpToDate(record, record.entry(m_engine.times().path(m_id)).command, hash);
 }
 
-bool UpToDate::commandUpToDate(quint64 known, quint64 hash)
+bool UpToDate::commandUpToDate(CommandRecord &record, quint64 known, quint64 hash)
 {
+    if (!known && m_engine.runsTools()) // it counts as made by this one, so that the next change is seen
+        record.setCommand(m_engine.times().path(m_id), hash);
     if (!known || known == hash)
         return true;
     tell(m_name + " command line has changed."_L1);

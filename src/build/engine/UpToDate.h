@@ -22,7 +22,7 @@ public:
     bool optionsUpToDate(const ProjectElement *element, const QString &configuration, ToolKind kind);
     // The command with that hash made it, as far as is known. `known`: the one on record, 0 for none.
     bool commandUpToDate(const ProjectElement *element, const QString &configuration, quint64 hash);
-    bool commandUpToDate(quint64 known, quint64 hash);
+    bool commandUpToDate(CommandRecord &record, quint64 known, quint64 hash);
 
 private:
     void tell(const QString &text);

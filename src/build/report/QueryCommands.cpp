@@ -8,6 +8,7 @@
 #include "build/commands/StandardToolCommands.h"
 #include "build/engine/BuildEngine.h"
 #include "build/engine/CompileCommands.h"
+#include "build/engine/CompileCommands.h"
 #include "build/engine/ExportBuilder.h"
 #include "build/engine/StudioBuilder.h"
 
@@ -320,6 +321,8 @@ void exportBuild(LoadedSolution &loaded, const ExportRequest &request, const Pro
         text = exportBuildCommands(engine, &node, configuration, request.flags).join(u'\n').toUtf8() + '\n';
     else if (request.what == "make"_L1)
         text = exportMakefile(engine, &node, configuration, request.flags).join(u'\n').toUtf8() + '\n';
+    else if (request.what == "compile-commands"_L1)
+        text = exportCompileCommands(engine, &node, configuration, request.flags);
     else if (request.what == "compile-commands"_L1)
         text = exportCompileCommands(engine, &node, configuration, request.flags);
     else

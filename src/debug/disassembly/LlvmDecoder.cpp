@@ -3,7 +3,11 @@
 #include "base/HException.h"
 #include "base/SharedLibrary.h"
 
+#include <QLoggingCategory>
+
 using namespace Qt::StringLiterals;
+
+Q_LOGGING_CATEGORY(disassemblyTrace, "debug/disassembly", QtWarningMsg)
 
 namespace {
 
@@ -31,8 +35,10 @@ struct Library
     {
         QString error;
         for (const char *name : libraryNames) {
-            if (library.load(QString::fromLatin1(name)))
+            if (library.load(QString::fromLatin1(name))) {
+                qCDebug(disassemblyTrace, "%s", name);
                 break;
+            }
             if (error.isEmpty())
                 error = library.errorString();
         }
@@ -72,6 +78,7 @@ const Library &llvm()
 LlvmDecoder::LlvmDecoder(const char *triple, const char *features)
     : m_context(llvm().create(triple, "", features, this, 0, nullptr, lookUpSymbol))
 {
+    qCDebug(disassemblyTrace, "%s with %s", triple, features);
     if (!m_context)
         throw HException(u"LLVM's library has no disassembler for %1"_s.arg(QString::fromLatin1(triple)));
 }

@@ -1,6 +1,7 @@
 #include "debug/dwarf/DwarfCompilationUnit.h"
 
 #include "debug/dwarf/DwarfFile.h"
+#include "debug/dwarf/DwarfTrace.h"
 
 #include <algorithm>
 
@@ -141,6 +142,7 @@ void DwarfCompilationUnit::readTree()
             previous.push_back(noIndex);
         }
     }
+    qCDebug(dwarfTrace, "tree of the unit at 0x%x: %zu entries", m_offset, m_records.size());
 }
 
 const DwarfCompilationUnit::Record &DwarfCompilationUnit::record(quint32 index)

@@ -69,7 +69,7 @@ constexpr quint32 executable = image | bit(FileAction::Debug);
 
 // Of two rows for one ending the first whose doctype fits counts.
 constexpr FileType::Row typeRows[] = {
-    {"ProjectFileType", "Veldane Project File", false, project, "project", "vnproject", nullptr},
+    {"ProjectFileType", "Veldane Studio Project File", false, project, "project", "vnproject", nullptr},
     {"CFileType", "C source file", false, source, "c", "c", nullptr},
     {"CppFileType", "C++ source file", false, source, "cpp", "cpp cxx cc", nullptr},
     {"HFileType", "C include file", false, basic, "header", "h hpp hxx hh", nullptr},
@@ -118,7 +118,9 @@ bool FileType::perform(FileAction action, const QString &path) const
     };
     if (!m_handler || !offers(action))
         return false;
-    (m_handler.get()->*operations[int(action)])(path);
+    const auto operation = operations[size_t(action)];
+    FileTypeHandler &handler = *m_handler;
+    (handler.*operation)(path);
     return true;
 }
 

@@ -2,12 +2,14 @@
 
 #include "xml/macros/SystemMacroTable.h"
 
-#include <QFileInfo>
 #include <algorithm>
 
 using namespace Qt::StringLiterals;
 
 namespace {
+
+constexpr QChar patternMark(0xE000); // of private use
+constexpr qsizetype usualLength = 100;
 
 // A node as its own macros see it.
 struct OwnNode
@@ -19,28 +21,28 @@ struct OwnNode
     QString relative() const { return path.wasRelative ? system.relativePath(&element, path.path) : path.path; }
 };
 
-QString fileNameOf(const QString &path)
+QStringView fileNameOf(QStringView path)
 {
     return path.sliced(path.lastIndexOf(u'/') + 1);
 }
 
-QString directoryOf(const QString &path)
+QStringView directoryOf(QStringView path)
 {
     const qsizetype slash = path.lastIndexOf(u'/');
-    return slash < 0 ? u"."_s : slash == 0 ? u"/"_s : path.first(slash);
+    return slash < 0 ? QStringView(u".") : slash == 0 ? QStringView(u"/") : path.first(slash);
 }
 
 // Without its ending, which a name that begins with its only dot doesn't have.
-QString baseNameOf(const QString &fileName)
+QStringView baseNameOf(QStringView fileName)
 {
     const qsizetype dot = fileName.lastIndexOf(u'.');
     return dot > 0 ? fileName.first(dot) : fileName;
 }
 
-QString endingOf(const QString &fileName) // without the dot
+QStringView endingOf(QStringView fileName) // without the dot
 {
     const qsizetype dot = fileName.lastIndexOf(u'.');
-    return dot > 0 ? fileName.sliced(dot + 1) : u""_s;
+    return dot > 0 ? fileName.sliced(dot + 1) : QStringView(u"");
 }
 
 enum Nodes { AllNodes, Files, FilesAndProjects }; // files are folders with a file name, too
@@ -48,18 +50,20 @@ struct OwnMacro
 {
     QLatin1StringView name;
     Nodes nodes;
-    QString (*make)(const OwnNode &);
+    void (*append)(const OwnNode &, QString &);
 };
 const OwnMacro ownMacros[] = {
-    {"ProjectNodeName"_L1, AllNodes, [](const OwnNode &node) { return node.element.displayName(); }},
-    {"InputDir"_L1, Files, [](const OwnNode &node) { return directoryOf(node.path.path); }},
-    {"InputName"_L1, Files, [](const OwnNode &node) { return baseNameOf(fileNameOf(node.path.path)); }},
-    {"InputFileName"_L1, Files, [](const OwnNode &node) { return fileNameOf(node.path.path); }},
-    {"InputExt"_L1, Files, [](const OwnNode &node) { return endingOf(fileNameOf(node.path.path)); }},
-    {"InputPath"_L1, Files, [](const OwnNode &node) { return node.path.path; }},
-    {"RelInputPath"_L1, FilesAndProjects, [](const OwnNode &node) { return node.relative(); }},
+    {"ProjectNodeName"_L1, AllNodes, [](const OwnNode &node, QString &text) { text += node.element.displayName(); }},
+    {"InputDir"_L1, Files, [](const OwnNode &node, QString &text) { text += directoryOf(node.path.path); }},
+    {"InputName"_L1, Files, [](const OwnNode &node, QString &text) { text += baseNameOf(fileNameOf(node.path.path)); }},
+    {"InputFileName"_L1, Files, [](const OwnNode &node, QString &text) { text += fileNameOf(node.path.path); }},
+    {"InputExt"_L1, Files, [](const OwnNode &node, QString &text) { text += endingOf(fileNameOf(node.path.path)); }},
+    {"InputPath"_L1, Files, [](const OwnNode &node, QString &text) { text += node.path.path; }},
+    {"RelInputPath"_L1, FilesAndProjects, [](const OwnNode &node, QString &text) { text += node.relative(); }},
     {"RelInputDir"_L1, FilesAndProjects,
-     [](const OwnNode &node) { return node.path.wasRelative ? directoryOf(node.relative()) : u"."_s; }},
+     [](const OwnNode &node, QString &text) {
+         text += node.path.wasRelative ? directoryOf(node.relative()).toString() : u"."_s;
+     }},
 };
 
 bool hasMacro(const ProjectElement &element, Nodes nodes)
@@ -88,6 +92,18 @@ const QString *find(const MacroMap &macros, const QString &name)
     return found == macros.constEnd() ? nullptr : &*found;
 }
 
+// Whether a reference has another one, or brackets, within its own.
+bool hasNestedReference(const QString &text)
+{
+    for (qsizetype at = text.indexOf("$("_L1); at >= 0; at = text.indexOf("$("_L1, at + 2)) {
+        const qsizetype end = text.indexOf(u')', at);
+        const QStringView inside = QStringView(text).sliced(at + 2, qMax<qsizetype>(end - at - 2, 0));
+        if (end < 0 || inside.contains(u'$') || inside.contains(u'('))
+            return true;
+    }
+    return false;
+}
+
 // The display names of the folders from `folder` outwards, the outermost first.
 QString folderPath(const ProjectElement *folder)
 {
@@ -110,6 +126,7 @@ std::optional<QString> NodeMacros::value(const QString &name)
             return std::nullopt;
         const std::optional<QString> now = SystemMacroTable::instance().currentTime(name);
         m_isOwn |= now.has_value();
+        m_isTooInvolved |= now.has_value();
         return now.value_or(*found);
     };
     if (const QString *found = m_extra ? find(*m_extra, name) : nullptr)
@@ -137,9 +154,54 @@ std::optional<QString> NodeMacros::ownValue(const QString &name)
     // While the node's path is worked out, nothing that comes from it is there.
     if (known->nodes != AllNodes && m_element->cache().isResolving)
         return std::nullopt;
+    if (m_pattern) {
+        m_pattern->parts.push_back({QString(), size_t(known - std::begin(ownMacros))});
+        return QString(patternMark);
+    }
+    QString made = u""_s;
+    appendOwn(size_t(known - std::begin(ownMacros)), made);
+    return made;
+}
+
+void NodeMacros::appendOwn(size_t macro, QString &text) const
+{
     static const ElementPath none;
-    const ElementPath &path = known->nodes == AllNodes ? none : m_system.resolve(m_element, m_context.configuration);
-    return known->make({m_system, *m_element, path});
+    const OwnMacro &own = ownMacros[macro];
+    own.append(
+        {m_system, *m_element, own.nodes == AllNodes ? none : m_system.resolve(m_element, m_context.configuration)},
+        text);
+}
+
+MacroPattern NodeMacros::patternOf(const QString &text)
+{
+    MacroPattern pattern;
+    if (m_element->cache().isResolving || hasNestedReference(text))
+        return pattern;
+    m_pattern = &pattern;
+    pattern.end = expandMacros(*this, text);
+    m_pattern = nullptr;
+    // Each own macro left one mark in the text; another one there isn't ours.
+    if (m_isTooInvolved || pattern.end.count(patternMark) != qsizetype(pattern.parts.size()))
+        return pattern;
+    for (MacroPattern::Part &part : pattern.parts) {
+        const qsizetype mark = pattern.end.indexOf(patternMark);
+        part.before = pattern.end.first(mark);
+        pattern.end.remove(0, mark + 1);
+    }
+    pattern.isUsable = true;
+    return pattern;
+}
+
+QString NodeMacros::expand(const MacroPattern &pattern) const
+{
+    QString text;
+    text.reserve(usualLength);
+    for (const MacroPattern::Part &part : pattern.parts) {
+        text += part.before;
+        appendOwn(part.macro, text);
+    }
+    text += pattern.end;
+    return text;
 }
 
 // None where the directory isn't a macro.
@@ -179,6 +241,7 @@ std::optional<QString> NodeMacros::directoryValue(int directory)
     known.state = isOwn ? Macro::Own : made ? Macro::Shared : Macro::Absent;
     known.value = isOwn ? QString() : made.value_or(QString());
     m_isOwn |= isOwn;
+    m_isTooInvolved |= isOwn;
     return made;
 }
 
@@ -209,12 +272,12 @@ void NodeMacros::fill(const ProjectSystem &system, const ProjectElement *element
             add(u"ProjectName"_s, project->displayName());
         }
         if (const ProjectElement *root = element->enclosing(ProjectElement::Type::Solution)) {
-            const QString fileName = fileNameOf(root->filePath());
+            const QString fileName = fileNameOf(root->filePath()).toString();
             add(u"SolutionDir"_s, system.solutionDirectory(root));
-            add(u"SolutionName"_s, baseNameOf(fileName));
+            add(u"SolutionName"_s, baseNameOf(fileName).toString());
             add(u"SolutionFileName"_s, fileName);
             add(u"SolutionPath"_s, root->filePath());
-            add(u"SolutionExt"_s, endingOf(fileName));
+            add(u"SolutionExt"_s, endingOf(fileName).toString());
         }
     }
     context.later = {{u"Configuration"_s, configuration},
@@ -247,106 +310,4 @@ MacroMap NodeMacros::all()
         if (const auto found = directoryValue(directory))
             map[directoryNames[directory]] = *found;
     return map;
-}
-
-const MacroMap &ProjectSystem::userMacros(const ProjectElement *element, const QString &configuration) const
-{
-    const QString text = value(element, ProjectProperty::macros, configuration);
-    if (m_lastMacros.text != text || m_lastMacros.generation != changeCount())
-        m_lastMacros = {text, changeCount(), readMacroString(expandSystem(text))};
-    return m_lastMacros.macros;
-}
-
-NodeContext &ProjectSystem::context(const ProjectElement *element, const QString &configuration) const
-{
-    const quint64 generation = changeCount();
-    if (m_lastContext.isFor(element, configuration, generation))
-        return *m_lastContext.found;
-    const bool isMember = element && element->type() == ProjectElement::Type::File &&
-                          element->configurations().isEmpty() && element->parentElement();
-    ElementCache &cache = !element ? *m_noNode : isMember ? element->parentElement()->cache() : element->cache();
-    bool isCurrent;
-    NodeContext &found =
-        cachedEntry(isMember ? cache.memberContexts : cache.ownContexts, configuration, generation, isCurrent);
-    if (!isCurrent)
-        NodeMacros::fill(*this, element, found);
-    m_lastContext = {&found, element, configuration, generation};
-    return found;
-}
-
-const void *ProjectSystem::contextOf(const ProjectElement *element, const QString &configuration) const
-{
-    return &context(element, configuration);
-}
-
-QString ProjectSystem::expand(const ProjectElement *element, const QString &configuration, const QString &text,
-                              const MacroMap &extra, bool *isOwn) const
-{
-    if (!text.contains(u'$'))
-        return text;
-    NodeMacros macros(*this, element, context(element, configuration), extra.isEmpty() ? nullptr : &extra);
-    const QString expanded = expandMacros(macros, text);
-    if (isOwn)
-        *isOwn |= macros.isOwn();
-    return expanded;
-}
-
-QString ProjectSystem::expandedValue(const ProjectElement *element, ProjectProperty property,
-                                     const QString &configuration, bool *isOwn) const
-{
-    const QString raw = value(element, property, configuration);
-    if (!raw.contains(u'$'))
-        return raw;
-    NodeContext &shared = context(element, configuration);
-    if (const QString *known = shared.values.find(quint32(property)))
-        return *known;
-    bool isItsOwn = false;
-    const QString expanded = expand(element, configuration, raw, {}, &isItsOwn);
-    if (!isItsOwn)
-        shared.values.insert(quint32(property), expanded);
-    else if (isOwn)
-        *isOwn = true;
-    return expanded;
-}
-
-QStringList ProjectSystem::propertyList(const ProjectElement *element, ProjectProperty property,
-                                        const QString &configuration, int options, bool *isOwn) const
-{
-    NodeContext &shared = context(element, configuration);
-    const quint32 key = quint32(property) << 8 | quint32(options);
-    if (const QStringList *known = shared.lists.find(key))
-        return *known;
-    bool isItsOwn = false;
-    const QStringList items =
-        listItems(element, value(element, property, configuration), configuration, options, &isItsOwn);
-    if (!isItsOwn)
-        shared.lists.insert(key, items);
-    else if (isOwn)
-        *isOwn = true;
-    return items;
-}
-
-QStringList ProjectSystem::propertyList(const ProjectElement *element, const PropertyClass &propertyClass,
-                                        const QString &configuration, int options, bool *isOwn) const
-{
-    if (const auto id = m_schema.idOf(&propertyClass))
-        return propertyList(element, *id, configuration, options, isOwn);
-    return listItems(element, value(element, propertyClass, configuration), configuration, options, isOwn);
-}
-
-QStringList ProjectSystem::listItems(const ProjectElement *element, const QString &text, const QString &configuration,
-                                     int options, bool *isOwn) const
-{
-    QStringList items = options & EscapedList ? splitAtSemicolons(text) : text.split(u';', Qt::SkipEmptyParts);
-    if (options & ExpandItems) {
-        for (QString &item : items)
-            item = expand(element, configuration, item, {}, isOwn);
-        items.removeAll(QString());
-    }
-    return items;
-}
-
-MacroMap ProjectSystem::buildMacros(const ProjectElement *element, const QString &configuration) const
-{
-    return NodeMacros(*this, element, context(element, configuration)).all();
 }

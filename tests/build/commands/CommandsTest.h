@@ -26,6 +26,7 @@ public:
         lastArguments = arguments;
     }
     void reportError(const QString &text) override { notes += QString::fromLatin1("error ") + text; }
+    void reportWarning(const QString &text) override { notes += QString::fromLatin1("warning ") + text; }
 
     QStringList notes, lastArguments;
 };

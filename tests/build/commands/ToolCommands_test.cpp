@@ -235,6 +235,31 @@ TEST_F(CommandsTest, FailWithoutRunningAnything)
     EXPECT_EQ(shown(builder.notes.join(u',')), u"error Cannot open file: P/s.vnProject/o/app.ind"_s);
 }
 
+TEST_F(CommandsTest, WarnOfFilesThatAreNamedAndMissing)
+{
+    struct Row
+    {
+        const char *attributes, *warning;
+    };
+    const Row rows[] = {
+        {"", ""},
+        {R"x(linker_memory_map_file="$(Configuration).xml")x", "Cannot find memory map file: Debug.xml"},
+        {R"(linker_memory_map_file="no.xml" linker_section_placements_segments="FLASH RX 0 10")", ""},
+        {R"(linker_section_placement_file="no.xml")", "Cannot find section placement file: no.xml"},
+        {R"(link_linker_script_file="no.ld")", ""},
+        {R"(link_linker_script_file="no.ld" link_use_linker_script_file="Yes")",
+         "Cannot find linker script file: no.ld"},
+    };
+    for (const Row &row : rows) {
+        load(row.attributes);
+        builder.notes.clear();
+        tools.toolCommands(request("app"), builder);
+        EXPECT_EQ(builder.notes.filter(u"warning"_s).join(u','),
+                  QString::fromLatin1(*row.warning ? "warning " : "") + QString::fromLatin1(row.warning))
+            << row.attributes;
+    }
+}
+
 TEST_F(CommandsTest, PropertyGroupsAddTheirs)
 {
     folder.write("groups.xml",

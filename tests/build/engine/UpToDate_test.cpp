@@ -135,6 +135,11 @@ TEST_F(UpToDate, AChangedCommandCountsWithoutAChangeList)
     system.clearChanges();
     age();
     EXPECT_EQ(build(1), BuildResult::UpToDate);
+    // From then on it is.
+    system.setPropertyValue(project("app"), &system.schema()[ProjectProperty::c_preprocessor_definitions], u"Debug"_s,
+                            u"X=3"_s);
+    system.clearChanges();
+    expectRebuild(u"obj/app/a.o command line has changed."_s);
 }
 
 TEST_F(UpToDate, AFailedCommandIsNoLongerOnRecord)

@@ -117,10 +117,7 @@ protected:
     {
         return json(QStringList{u"print"_s, u"--json"_s} + options + QStringList{u"--"_s, elf} + expressions, status);
     }
-    QString value(const char *expression)
-    {
-        return print({QString::fromLatin1(expression)})[0][u"value"].toString();
-    }
+    QString value(const char *expression) { return print({QString::fromLatin1(expression)})[0][u"value"].toString(); }
 
     QString elf;
 };
@@ -154,40 +151,41 @@ bool isSame(const Leaf &ours, QString gdb)
     return gdb == ours.value;
 }
 
-const QStringList askedGlobals = {
-    u"table"_s, u"grid"_s,  u"greeting"_s, u"bytes"_s,  u"bits"_s,    u"packed"_s,    u"anon"_s,    u"first"_s,
-    u"color"_s, u"below"_s, u"wide"_s,     u"pi"_s,     u"minus"_s,   u"ratio"_s,     u"yes"_s,     u"no"_s,
-    u"small"_s, u"medium"_s, u"large"_s,   u"huge"_s,   u"motor"_s,   u"pointer"_s,   u"inner"_s,   u"reference"_s,
-    u"zeros"_s, u"alias"_s, u"guarded"_s,  u"derived"_s, u"device::counter"_s, u"device::mode"_s};
+const QStringList askedGlobals = {u"table"_s,  u"grid"_s,    u"greeting"_s, u"bytes"_s,           u"bits"_s,
+                                  u"packed"_s, u"anon"_s,    u"first"_s,    u"color"_s,           u"below"_s,
+                                  u"wide"_s,   u"pi"_s,      u"minus"_s,    u"ratio"_s,           u"yes"_s,
+                                  u"no"_s,     u"small"_s,   u"medium"_s,   u"large"_s,           u"huge"_s,
+                                  u"motor"_s,  u"pointer"_s, u"inner"_s,    u"reference"_s,       u"zeros"_s,
+                                  u"alias"_s,  u"guarded"_s, u"derived"_s,  u"device::counter"_s, u"device::mode"_s};
 
 const QStringList askedExpressions = {u"table[1] + 2"_s,
-                              u"*(table + 3)"_s,
-                              u"&grid[1][2]"_s,
-                              u"grid[1]"_s,
-                              u"*pointer"_s,
-                              u"pointer->next->speed"_s,
-                              u"first.next->next->value"_s,
-                              u"sizeof(motor)"_s,
-                              u"sizeof(int)"_s,
-                              u"(char)65"_s,
-                              u"(unsigned char)color"_s,
-                              u"(int)pi"_s,
-                              u"(double)table[3]"_s,
-                              u"(int)ratio"_s,
-                              u"(short)alias"_s,
-                              u"(word)small"_s,
-                              u"*(int*)&table[1]"_s,
-                              u"(device::Motor*)&motor"_s,
-                              u"((device::Motor*)pointer)->gain"_s,
-                              u"color == GREEN"_s,
-                              u"bits.c * 2"_s,
-                              u"(int)bits.c"_s,
-                              u"RED"_s,
-                              u"device::FAST"_s,
-                              u"&motor"_s,
-                              u"twice == 0"_s,
-                              u"-table[0]"_s,
-                              u"huge >> 4"_s};
+                                      u"*(table + 3)"_s,
+                                      u"&grid[1][2]"_s,
+                                      u"grid[1]"_s,
+                                      u"*pointer"_s,
+                                      u"pointer->next->speed"_s,
+                                      u"first.next->next->value"_s,
+                                      u"sizeof(motor)"_s,
+                                      u"sizeof(int)"_s,
+                                      u"(char)65"_s,
+                                      u"(unsigned char)color"_s,
+                                      u"(int)pi"_s,
+                                      u"(double)table[3]"_s,
+                                      u"(int)ratio"_s,
+                                      u"(short)alias"_s,
+                                      u"(word)small"_s,
+                                      u"*(int*)&table[1]"_s,
+                                      u"(device::Motor*)&motor"_s,
+                                      u"((device::Motor*)pointer)->gain"_s,
+                                      u"color == GREEN"_s,
+                                      u"bits.c * 2"_s,
+                                      u"(int)bits.c"_s,
+                                      u"RED"_s,
+                                      u"device::FAST"_s,
+                                      u"&motor"_s,
+                                      u"twice == 0"_s,
+                                      u"-table[0]"_s,
+                                      u"huge >> 4"_s};
 
 TEST_P(PrintVerb, ValuesAreGdbs)
 {
@@ -195,9 +193,10 @@ TEST_P(PrintVerb, ValuesAreGdbs)
         GTEST_SKIP() << "gdb-multiarch isn't installed";
     std::vector<Leaf> leaves = leavesOf(print(askedGlobals + askedExpressions));
     // gdb names neither bases nor compilers' members so, shows structures without a leaf, and strings to their end.
-    std::erase_if(leaves, [](const Leaf &leaf) { return leaf.expression.contains(u"::Base"_s) ||
-                                                        leaf.expression.contains(u"::Second"_s) ||
-                                                        leaf.type == u"char[]"; });
+    std::erase_if(leaves, [](const Leaf &leaf) {
+        return leaf.expression.contains(u"::Base"_s) || leaf.expression.contains(u"::Second"_s) ||
+               leaf.type == u"char[]";
+    });
     ASSERT_GT(leaves.size(), 380u);
     QStringList expressions;
     for (const Leaf &leaf : leaves)

