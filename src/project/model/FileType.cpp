@@ -118,7 +118,8 @@ bool FileType::perform(FileAction action, const QString &path) const
     };
     if (!m_handler || !offers(action))
         return false;
-    (m_handler.get()->*operations[int(action)])(path);
+    const auto operation = operations[int(action)];
+    (m_handler.get()->*operation)(path);
     return true;
 }
 
