@@ -33,8 +33,7 @@ TEST_F(CommandsTest, LanguageArgumentsAreWhatClangUnderstands)
 TEST_F(CommandsTest, ClangReadsAFirmwareSourceByThem)
 {
     load(R"(c_additional_options="-mcpu=cortex-m3;-mthumb;-Og" cpp_only_additional_options="-std=c++20")");
-    const QByteArray text =
-        "#include <stdio.h>\n#include <stdint.h>\nint f(void) { return sizeof(void *) == 4 ? 0 : missing; }\n";
+    const QByteArray text = "#include <stdio.h>\n#include <stdint.h>\nchar is32Bits[sizeof(void *) == 4 ? 1 : -1];\n";
     folder.write("main.c", text);
     ASSERT_TRUE(QDir().mkpath(folder.path("sub")));
     folder.write("sub/util.cpp", "#include <vector>\n" + text);
@@ -47,8 +46,7 @@ TEST_F(CommandsTest, ClangReadsAFirmwareSourceByThem)
                                                                        given + QStringList(system.path(file, debug)));
         if (result.status == 127)
             GTEST_SKIP() << "clang-14 isn't there";
-        EXPECT_EQ(result.error.count("error: "), 1) << result.error.toStdString(); // the one that is in the text
-        EXPECT_TRUE(result.error.contains("undeclared identifier")) << result.error.toStdString();
+        EXPECT_EQ(result.status, 0) << result.error.toStdString();
     }
 }
 
