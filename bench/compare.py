@@ -35,6 +35,8 @@ def compare(title, programs, rounds=10, wall=False, **options):
     reference = list(programs)[-1]
     print(f"{title} ({'wall' if wall else 'CPU'} time, best of {rounds})")
     for name, seconds in best.items():
-        ratio = f"{seconds / best[reference]:6.3f} x {reference}" if name != reference else ""
+        ratio = ""
+        if name != reference:
+            ratio = f"{seconds / best[reference]:6.3f} x {reference}, memory {memory[name] / memory[reference]:5.2f} x"
         print(f"  {name:28} {seconds * 1000:9.1f} ms {memory[name]:7.1f} MB  {ratio}")
     return best

@@ -51,3 +51,10 @@ for version in (5, 4):
     compare("addresses of a line", {
         "vnDump": [ours, "address", path, place],
         "gdb": ["gdb-multiarch", "-nx", "-batch", "-ex", f"info line {place}", path]}, rounds=3)
+    compare("a type by its name", {
+        "vnDump": [ours, "type", path, "unit7::Device33"],
+        "gdb": ["gdb-multiarch", "-nx", "-batch", "-ex", "ptype /o unit7::Device33", path]}, rounds=3)
+    compare("disassembly of everything", {
+        "vnDump": [ours, "disassemble", path], "objdump": ["arm-none-eabi-objdump", "-d", path]}, rounds=3)
+    compare("disassembly with source lines", {
+        "vnDump": [ours, "disassemble", "--source", path], "objdump": ["arm-none-eabi-objdump", "-d", "-S", path]}, rounds=1)

@@ -8,7 +8,7 @@ set -euo pipefail
 build="ca-certificates ccache cmake g++ ninja-build python3-minimal pkg-config
     qt6-base-dev qt6-svg-dev libgl-dev zlib1g-dev libbz2-dev libiberty-dev libedit-dev libgtest-dev libgmock-dev
     gcc-arm-none-eabi libnewlib-arm-none-eabi libstdc++-arm-none-eabi-dev gcc-riscv64-unknown-elf
-    clang-14 lld-14 llvm-14-linker-tools qemu-system-arm"
+    clang-14 lld-14 llvm-14-linker-tools libllvm14 qemu-system-arm"
 # What the tests and checks need besides.
 test="$build git libclang-rt-14-dev clang-format-14 qemu-system-misc gdb-multiarch gdbserver
     libhunspell-dev hunspell-en-us libclang1-14 libclang-common-14-dev openocd socat xvfb xauth"

@@ -4,8 +4,11 @@
 
 #include <QCommandLineParser>
 #include <QFile>
+#include <QLoggingCategory>
 #include <cstdio>
+#include <fcntl.h>
 #include <new>
+#include <unistd.h>
 
 using namespace Qt::StringLiterals;
 
@@ -28,9 +31,35 @@ QString optionHead(const CommandOption &option)
     return option.valueName ? head + u' ' + text(option.valueName) : head;
 }
 
+// Of every program.
+constexpr CommandOption commonOptions[] = {
+    {"trace", "CATEGORY,...", "tell what these libraries do (debug/dwarf; * for all), on standard error"},
+    {"h,help", nullptr, "this text"},
+};
+
+// A library's category is its folder below src/.
+void startTracing(const QString &categories)
+{
+    QString rules;
+    for (const QString &category : categories.split(u','))
+        rules += category + u".debug=true\n"_s;
+    QLoggingCategory::setFilterRules(rules);
+    qSetMessagePattern(u"%{category}: %{message}"_s);
+}
+
 void say(const char *program, const QString &message)
 {
     std::fprintf(stderr, "%s: %s\n", program, message.toLocal8Bit().constData());
+}
+
+// A standard stream that is closed gets a file that fails as it would: else the next file to be opened would
+// have its number, and messages would go into that.
+void occupyStandardStreams()
+{
+    for (const int number : {STDIN_FILENO, STDOUT_FILENO, STDERR_FILENO})
+        if (::fcntl(number, F_GETFD) < 0) // the lowest free number, so open() takes it
+            [[maybe_unused]]
+            const int taken = ::open("/dev/null", number == STDIN_FILENO ? O_WRONLY : O_RDONLY);
 }
 
 } // namespace
@@ -62,13 +91,16 @@ QString CommandLine::help(const CommandVerb *verb) const
     QStringList head{program, text(verb->name), u"[options]"_s, text(verb->arguments)};
     head.removeAll(QString());
     QString page = u"usage: %1\n%2\n\n"_s.arg(head.join(u' '), text(verb->help));
-    for (const CommandOption &option : verb->options)
-        page += u"  %1 %2\n"_s.arg(optionHead(option).leftJustified(26), text(option.help));
-    return page + u"  %1 this text\n"_s.arg(u"-h, --help"_s.leftJustified(26));
+    for (const auto options : {verb->options, std::span<const CommandOption>(commonOptions)}) {
+        for (const CommandOption &option : options)
+            page += u"  %1 %2\n"_s.arg(optionHead(option).leftJustified(26), text(option.help));
+    }
+    return page;
 }
 
 int CommandLine::run(const QStringList &arguments, const char *version) const
 {
+    occupyStandardStreams();
     const QString first = arguments.value(1);
     if (first == u"--version") {
         printOut(u"%1 (Veldane) %2\n"_s.arg(text(m_program), text(version)));
@@ -121,15 +153,18 @@ int CommandLine::runVerb(const CommandVerb &verb, const QStringList &arguments) 
     parser.setSingleDashWordOptionMode(QCommandLineParser::ParseAsCompactedShortOptions);
     if (verb.endsAtArgument)
         parser.setOptionsAfterPositionalArgumentsMode(QCommandLineParser::ParseAsPositionalArguments);
-    for (const CommandOption &option : verb.options)
-        parser.addOption(QCommandLineOption(text(option.names).split(u','), QString(), text(option.valueName)));
-    parser.addOption(QCommandLineOption(QStringList{u"h"_s, u"help"_s}));
+    for (const auto options : {verb.options, std::span<const CommandOption>(commonOptions)}) {
+        for (const CommandOption &option : options)
+            parser.addOption(QCommandLineOption(text(option.names).split(u','), QString(), text(option.valueName)));
+    }
     if (!parser.parse(arguments))
         throw UsageError(parser.errorText().chopped(parser.errorText().endsWith(u'.')));
     if (parser.isSet(u"help"_s)) {
         printOut(help(&verb));
         return exitDone;
     }
+    if (parser.isSet(u"trace"_s))
+        startTracing(parser.value(u"trace"_s));
     CommandArguments given;
     given.m_parser = &parser;
     given.m_positional = parser.positionalArguments();

@@ -37,12 +37,18 @@ void logMessage(LogBit bit, const char *category, quint32 flags, const char *for
 {
     if (!(currentMask & bit))
         return;
-    std::string text(maximumTextBytes + 1, '\0');
-    va_list arguments;
+    char usual[1024];
+    va_list arguments, again;
     va_start(arguments, format);
-    const int length = std::vsnprintf(text.data(), text.size(), format, arguments);
+    va_copy(again, arguments);
+    const int length = qBound(0, std::vsnprintf(usual, sizeof usual, format, arguments), maximumTextBytes);
+    std::string text(usual, std::min(size_t(length), sizeof usual - 1));
+    if (size_t(length) >= sizeof usual) {
+        text.resize(size_t(length));
+        std::vsnprintf(text.data(), text.size() + 1, format, again);
+    }
+    va_end(again);
     va_end(arguments);
-    text.resize(size_t(qBound(0, length, maximumTextBytes)));
     if (flags & 1)
         text += '\n';
     currentSink(category, text.c_str());

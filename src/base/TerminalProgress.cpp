@@ -18,13 +18,23 @@ void noteInterrupt(int number)
     std::signal(number, SIG_DFL); // where a write blocks, a second one ends the program
 }
 
+// Gives what the signal did before. One that whoever started the program has it ignore (nohup, a job in the
+// background of a script) stays ignored.
+auto listenTo(int number)
+{
+    const auto before = std::signal(number, noteInterrupt);
+    if (before == SIG_IGN)
+        std::signal(number, SIG_IGN);
+    return before;
+}
+
 } // namespace
 
 TerminalProgress::TerminalProgress(bool quiet) : m_isQuiet(quiet || !::isatty(STDERR_FILENO))
 {
     isInterrupted = 0;
-    m_oldInterrupt = std::signal(SIGINT, noteInterrupt);
-    m_oldTerminate = std::signal(SIGTERM, noteInterrupt);
+    m_oldInterrupt = listenTo(SIGINT);
+    m_oldTerminate = listenTo(SIGTERM);
     m_sinceShown.start();
 }
 

@@ -6,8 +6,11 @@
 #include "elf/ElfSymbolTable_p.h"
 
 #include <QFile>
+#include <QLoggingCategory>
 
 using namespace Qt::StringLiterals;
+
+Q_LOGGING_CATEGORY(elfTrace, "elf", QtWarningMsg)
 
 namespace {
 
@@ -84,6 +87,8 @@ void ElfFile::parse(ByteImage image)
         readHeaders();
         readSectionNames();
         findSymbolTable();
+        qCDebug(elfTrace, "%zu bytes, %zu sections, %zu segments, %lld symbols: %s", m_image.size(), m_sections.size(),
+                m_segments.size(), static_cast<long long>(m_symbolCount), qUtf8Printable(m_path));
     } catch (const HException &) {
         clear();
         throw;

@@ -42,6 +42,8 @@ public:
     // The tree of the expression that `text` begins with; null when there is none but blanks. `endPosition` takes
     // where the rest of the text begins, the text's length when there is none. Throws a ParserException.
     std::unique_ptr<Expression> parse(const QString &text, int *endPosition = nullptr);
+    // The type that is all of the text; null for a text that is none. Throws a ParserException.
+    std::unique_ptr<BaseType> parseTypeText(const QString &text);
     // Kind None for an empty text. Throws a ParserException.
     ExpressionValue evaluate(const QString &text, int *endPosition = nullptr);
 
@@ -68,6 +70,7 @@ private:
 
     std::unique_ptr<BaseType> parseType();
     std::unique_ptr<BaseType> parseSimpleType();
+    std::unique_ptr<BaseType> parseQualifiedType();
     std::unique_ptr<BaseType> parseDeclarator(std::unique_ptr<BaseType> type);
     std::unique_ptr<BaseType> parseCastType();
     std::unique_ptr<BaseType> parseStruct();

@@ -66,30 +66,30 @@ QString Lexer::expandMacro(const QString &)
 
 void Lexer::setInput(const QString &text)
 {
-    m_lines.clear();
-    m_lines.push_back({text});
-    m_token = TOKEN_EOL;
-    m_text = {};
-    m_tokenStart = 0;
-    m_expansions = 0;
+    m_place.lines.clear();
+    m_place.lines.push_back({text});
+    m_place.token = TOKEN_EOL;
+    m_place.text = {};
+    m_place.tokenStart = 0;
+    m_place.expansions = 0;
 }
 
 Token Lexer::next()
 {
     for (;;) {
-        Line &line = m_lines.back();
-        if (m_lines.size() == 1)
-            m_tokenStart = line.position;
+        Line &line = m_place.lines.back();
+        if (m_place.lines.size() == 1)
+            m_place.tokenStart = line.position;
         const QStringView rest = QStringView(line.text).sliced(line.position);
         if (rest.isEmpty()) {
-            if (m_lines.size() > 1) {
-                m_lines.pop_back();
+            if (m_place.lines.size() > 1) {
+                m_place.lines.pop_back();
                 continue;
             }
-            m_token = TOKEN_EOL;
-            m_precedence = noOperator;
-            m_text = {};
-            return m_token;
+            m_place.token = TOKEN_EOL;
+            m_place.precedence = noOperator;
+            m_place.text = {};
+            return m_place.token;
         }
         const Match found = match(rest);
         if (found.length == 0)
@@ -97,16 +97,17 @@ Token Lexer::next()
         line.position += found.length;
         if (found.token == TOKEN_SPACE)
             continue;
-        m_token = found.token;
-        m_precedence = found.precedence;
-        m_text = rest.first(found.length);
-        if (m_token != TOKEN_IDENT || m_lines.size() >= maximumOpenLines || m_expansions >= maximumExpansions)
-            return m_token;
-        const QString expansion = expandMacro(m_text.toString());
-        if (expansion.isEmpty() || expansion == m_text)
-            return m_token;
-        ++m_expansions;
-        m_lines.push_back({expansion});
+        m_place.token = found.token;
+        m_place.precedence = found.precedence;
+        m_place.text = rest.first(found.length);
+        if (m_place.token != TOKEN_IDENT || m_place.lines.size() >= maximumOpenLines ||
+            m_place.expansions >= maximumExpansions)
+            return m_place.token;
+        const QString expansion = expandMacro(m_place.text.toString());
+        if (expansion.isEmpty() || expansion == m_place.text)
+            return m_place.token;
+        ++m_place.expansions;
+        m_place.lines.push_back({expansion});
     }
 }
 

@@ -23,13 +23,13 @@ public:
     // "unrecognised token: " and the rest of the line.
     Token next();
 
-    Token token() const { return m_token; }
+    Token token() const { return m_place.token; }
     // Of the current token as a binary operator, from -4 (loosest) to 9; anything above is no operator.
-    int precedence() const { return m_precedence; }
-    void setPrecedence(int precedence) { m_precedence = precedence; }
-    QStringView text() const { return m_text; } // of the current token; valid until next()
+    int precedence() const { return m_place.precedence; }
+    void setPrecedence(int precedence) { m_place.precedence = precedence; }
+    QStringView text() const { return m_place.text; } // of the current token; valid until next()
     // Where the current token begins in the input; for one out of a macro, where the name of the macro does.
-    qsizetype position() const { return m_tokenStart; }
+    qsizetype position() const { return m_place.tokenStart; }
 
     static QString tokenName(Token token);
 
@@ -49,12 +49,24 @@ private:
         QString text;
         qsizetype position = 0;
     };
-    std::vector<Line> m_lines; // the last is being read; the first is the input
-    Token m_token = TOKEN_EOL;
-    int m_precedence = 10;
-    QStringView m_text;
-    qsizetype m_tokenStart = 0;
-    quint32 m_expansions = 0;
+
+public:
+    // Where the lexer stands, to come back to after a look ahead in the same input.
+    class Place
+    {
+        friend class Lexer;
+        std::vector<Line> lines; // the last is being read; the first is the input
+        Token token = TOKEN_EOL;
+        int precedence = 10;
+        QStringView text; // of one of the lines
+        qsizetype tokenStart = 0;
+        quint32 expansions = 0;
+    };
+    Place place() const { return m_place; }
+    void setPlace(const Place &place) { m_place = place; }
+
+private:
+    Place m_place;
 };
 
 // The tokens of a C-like expression language.

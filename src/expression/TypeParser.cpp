@@ -24,12 +24,41 @@ std::unique_ptr<BaseType> ExpressionParser::parseType()
     if (std::unique_ptr<BaseType> simple = parseSimpleType())
         return simple;
     const QString first = m_lexer->text().toString();
-    if (token() != TOKEN_IDENT || !(isTypeName(first) || isTemplateName(first)))
+    if (token() != TOKEN_IDENT)
         return nullptr;
+    if (!isTypeName(first) && !isTemplateName(first))
+        return parseQualifiedType();
     QString name = parseTemplateName();
     while (accept(TOKEN_COLONCOLON))
         name += u"::"_s + parseTemplateName();
     return std::make_unique<UserType>(name);
+}
+
+// A type that is named with the namespaces around it; null, with nothing taken, for other names.
+std::unique_ptr<BaseType> ExpressionParser::parseQualifiedType()
+{
+    const Lexer::Place start = m_lexer->place();
+    QString name = takeIdentifier();
+    bool isQualified = false;
+    while (accept(TOKEN_COLONCOLON)) {
+        isQualified = true;
+        name += u"::"_s + parseTemplateName();
+    }
+    if (isQualified && isTypeName(name))
+        return std::make_unique<UserType>(name);
+    m_lexer->setPlace(start);
+    return nullptr;
+}
+
+std::unique_ptr<BaseType> ExpressionParser::parseTypeText(const QString &text)
+{
+    m_nesting = 0;
+    m_lexer->setInput(text);
+    m_lexer->next();
+    std::unique_ptr<BaseType> type = parseType();
+    if (type)
+        type = parseDeclarator(std::move(type));
+    return token() == TOKEN_EOL ? std::move(type) : nullptr;
 }
 
 // Words of a simple type in any order that C knows: "unsigned long int", "char const".

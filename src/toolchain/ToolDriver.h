@@ -17,8 +17,11 @@ public:
     // Throws HException for what is wrong with documents and files, ToolFailure when a tool has failed. Outputs
     // are gone then.
     void run();
+    // The command of the compiler by which run() would compile or assemble. Throws HException.
+    QStringList compileCommand();
 
 private:
+    QString objectFile() const;
     void compile();
     void archive();
     void link();

@@ -276,7 +276,7 @@ TEST(Directories, FollowTheEnvironment)
     };
     EXPECT_EQ(dataWith("/own/", "/xdg"), u"/own"_s);
     EXPECT_EQ(dataWith("", "/xdg/"), u"/xdg/veldane"_s);
-    EXPECT_EQ(dataWith("", "relative"), QDir::homePath() + u"/.local/share/veldane"_s);
+    EXPECT_EQ(dataWith("", "relative"), QDir::home().filePath(u".local/share/veldane"_s));
     for (int i : {0, 1})
         saved[i].isNull() ? qunsetenv(names[i]) : qputenv(names[i], saved[i]);
 }
@@ -293,6 +293,11 @@ TEST(Log, TheMaskGatesMessagesAndTheirLengthIsBounded)
     logged.clear();
     logMessage(logErrors, "e", 0, "%s", QByteArray(70000, 'x').constData());
     EXPECT_EQ(logged.size(), 2 + 65536);
+    for (int length : {1022, 1023, 1024, 1025, 65535, 65536}) { // around the sizes of the buffers
+        logged.clear();
+        logMessage(logErrors, "e", 1, "%s", QByteArray(length, 'x').constData());
+        EXPECT_EQ(logged, "e|" + QByteArray(length, 'x') + '\n');
+    }
     setLogMask(0xFFFFFFFF);
     setLogSink(nullptr);
 }

@@ -2,14 +2,19 @@
 #include "base/HException.h"
 #include "support/QtPrinters.h"
 
+#include <QLoggingCategory>
+
 using namespace Qt::StringLiterals;
 
 namespace {
+
+Q_LOGGING_CATEGORY(noteTrace, "tests/note", QtWarningMsg)
 
 QStringList seen;
 
 int note(const CommandArguments &arguments)
 {
+    qCDebug(noteTrace, "%d noted", int(arguments.positional().size()));
     seen = arguments.positional();
     seen += arguments.value("config", u"none"_s);
     seen += QString::number(arguments.has("json"));
@@ -85,6 +90,14 @@ TEST(CommandLine, AFailedJobIsOneAndHelpGoesToStandardOutput)
     seen.clear();
     EXPECT_EQ(run({u"--version"_s}), 0);
     EXPECT_EQ(seen[0], u"prog (Veldane) 1.0\n"_s);
+}
+
+TEST(CommandLine, TracesTheCategoriesAskedFor)
+{
+    EXPECT_EQ(run({u"note"_s, u"--trace=debug/none,tests/note"_s, u"a"_s}), 0);
+    EXPECT_EQ(seen.last(), u"tests/note: 1 noted\n"_s);
+    EXPECT_EQ(run({u"note"_s, u"--trace=debug/none"_s, u"a"_s}), 0);
+    EXPECT_EQ(seen.last(), QString());
 }
 
 } // namespace

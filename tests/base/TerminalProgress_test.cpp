@@ -8,14 +8,24 @@ namespace {
 
 TEST(TerminalProgress, AnInterruptCancelsAndOnlyThen)
 {
+    const auto before = std::signal(SIGINT, SIG_DFL);
     {
         TerminalProgress progress(true);
         progress.update(1, 2);
         std::raise(SIGINT);
         EXPECT_THROW(progress.update(1, 2), StudioCancelException);
     }
-    TerminalProgress progress(true);
-    progress.update(0, 0);
+    {
+        TerminalProgress progress(true);
+        progress.update(0, 0);
+    }
+    std::signal(SIGINT, SIG_IGN);
+    {
+        TerminalProgress progress(true);
+        std::raise(SIGINT);
+        EXPECT_NO_THROW(progress.update(0, 0)) << "who started the program doesn't want it interrupted";
+    }
+    std::signal(SIGINT, before);
 }
 
 TEST(TerminalProgress, IsSilentWithoutATerminal)

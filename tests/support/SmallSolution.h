@@ -19,8 +19,7 @@ public:
     SmallSolution()
     {
         QDir(m_folder.root()).mkpath(u"src"_s);
-        m_folder.write("compile.sh", "case $1 in --slow) sleep 30;; esac\n"
-                                     "if grep -q careful \"$1\"; then echo \"$1:1:1: warning: careful\" >&2; fi\n"
+        m_folder.write("compile.sh", "if grep -q careful \"$1\"; then echo \"$1:1:1: warning: careful\" >&2; fi\n"
                                      "if grep -q bad \"$1\"; then echo \"$1:3:5: error: it is bad\" >&2; exit 7; fi\n"
                                      "cp \"$1\" \"$2\"\n");
         write("main.c", "int main;\n");
@@ -30,15 +29,15 @@ public:
     }
 
     void write(const char *name, const QByteArray &text) { m_folder.write(name, text); }
-    void writeSolution(const QByteArray &attributes = {})
+    void writeSolution()
     {
-        m_folder.write("small.vnProject", R"(<!DOCTYPE Veldane_Project_File>
+        m_folder.write("small.vnProject", R"xml(<!DOCTYPE Veldane_Project_File>
 <solution Name="small" target="8" version="2">
   <project Name="app">
     <configuration Name="Common" project_type="Externally Built Library" project_dependencies="lib"
-      external_c_compile_command="/bin/sh compile.sh $(RelInputPath) $(RelTargetPath)" c_preprocessor_definitions="ALL"
-      external_archive_command="/bin/cp main.c $(RelTargetPath)" external_build_file_name="app.out" build_output_file_name="app.out" )"
-                                              + attributes + R"(/>
+      external_c_compile_command="/bin/sh compile.sh $(RelInputPath) $(RelTargetPath)"
+      external_archive_command="/bin/cp main.c $(RelTargetPath)"
+      external_build_file_name="app.out" build_output_file_name="app.out" c_preprocessor_definitions="ALL" />
     <folder Name="Source Files">
       <configuration Name="Debug" c_preprocessor_definitions="FOLDER" />
       <file file_name="main.c" />
@@ -46,22 +45,20 @@ public:
     </folder>
   </project>
   <project Name="lib">
-    <configuration Name="Common" project_type="Externally Built Library" external_build_file_name="lib.out" build_output_file_name="lib.out"
+    <configuration Name="Common" project_type="Externally Built Library"
+      external_c_compile_command="/bin/sh compile.sh $(RelInputPath) $(RelTargetPath)"
       external_archive_command="/bin/cp lib.c $(RelTargetPath)"
-      external_c_compile_command="/bin/sh compile.sh $(RelInputPath) $(RelTargetPath)" />
+      external_build_file_name="lib.out" build_output_file_name="lib.out" />
     <file file_name="lib.c" />
   </project>
   <configuration Name="Debug" inherited_configurations="Common;Base" />
   <configuration Name="Release" />
   <configuration Name="Base" hidden="Yes" />
 </solution>
-)");
+)xml");
     }
 
-    QString path(const char *name) const
-    {
-        return m_folder.path(name);
-    }
+    QString path(const char *name) const { return m_folder.path(name); }
     QByteArray read(const char *name) const { return m_folder.read(name); }
     QString file() const { return path("small.vnProject"); }
 

@@ -86,7 +86,7 @@ std::span<const CommandRow> commandRows()
     return rows;
 }
 
-CommandArguments::CommandArguments(ToolCommands &tools, const StandardProjectSystem &system,
+ArgumentRows::ArgumentRows(ToolCommands &tools, const StandardProjectSystem &system,
                                    const GenericOptions &genericOptions, const ToolRequest &request)
     : m_tools(tools), m_system(system), m_genericOptions(genericOptions), m_request(request)
 {
@@ -94,7 +94,7 @@ CommandArguments::CommandArguments(ToolCommands &tools, const StandardProjectSys
         m_unityMacros = unityMacros(system, request.element, request.configuration);
 }
 
-void CommandArguments::add(const CommandRow &row)
+void ArgumentRows::add(const CommandRow &row)
 {
     const QString raw = row.property == ProjectProperty() ? QString() : value(row.property);
     switch (row.form) {
@@ -132,22 +132,22 @@ void CommandArguments::add(const CommandRow &row)
     }
 }
 
-QString CommandArguments::value(ProjectProperty property) const
+QString ArgumentRows::value(ProjectProperty property) const
 {
     return m_system.value(m_request.element, property, m_request.configuration);
 }
 
-QString CommandArguments::expand(const QString &text)
+QString ArgumentRows::expand(const QString &text)
 {
     return m_system.expand(m_request.element, m_request.configuration, text, m_unityMacros, &isOwn);
 }
 
-void CommandArguments::addText(const CommandRow &row)
+void ArgumentRows::addText(const CommandRow &row)
 {
     arguments += QString::fromRawData(row.text.data(), row.text.size()); // the table stays
 }
 
-void CommandArguments::addPair(const CommandRow &row, const QString &text)
+void ArgumentRows::addPair(const CommandRow &row, const QString &text)
 {
     if (text.isEmpty())
         return;
@@ -156,21 +156,21 @@ void CommandArguments::addPair(const CommandRow &row, const QString &text)
     arguments += text;
 }
 
-void CommandArguments::addEach(const CommandRow &row, const QStringList &items)
+void ArgumentRows::addEach(const CommandRow &row, const QStringList &items)
 {
     for (const QString &item : items)
         if (!item.isEmpty())
             arguments += row.text.toString() + item;
 }
 
-void CommandArguments::addExpanded(const CommandRow &row, const QStringList &items)
+void ArgumentRows::addExpanded(const CommandRow &row, const QStringList &items)
 {
     for (const QString &item : items)
         addEach(row, {expand(item)});
 }
 
 // One that is named and missing isn't passed on, and without it the linker says strange things.
-void CommandArguments::addLinkFile(const CommandRow &row)
+void ArgumentRows::addLinkFile(const CommandRow &row)
 {
     const ProjectElement *element = m_request.element;
     const QString &configuration = m_request.configuration;
@@ -193,18 +193,18 @@ void CommandArguments::addLinkFile(const CommandRow &row)
                     name;
 }
 
-QString CommandArguments::normalizedInclude(const QString &directory) const
+QString ArgumentRows::normalizedInclude(const QString &directory) const
 {
     return QDir::isAbsolutePath(directory) ? normalizedPath(directory) : directory;
 }
 
-void CommandArguments::addIncludes(const CommandRow &row)
+void ArgumentRows::addIncludes(const CommandRow &row)
 {
     for (const QString &item : value(row.property).split(u';', Qt::SkipEmptyParts))
         addEach(row, {normalizedInclude(expand(item))});
 }
 
-void CommandArguments::addGroups()
+void ArgumentRows::addGroups()
 {
     using Contribution = PropertyValueGroupClass::Contribution;
     for (const Contribution *one : m_system.groupContributions(m_request.element, m_request.configuration)) {
@@ -215,7 +215,7 @@ void CommandArguments::addGroups()
     }
 }
 
-void CommandArguments::addOptionsFile(const CommandRow &row)
+void ArgumentRows::addOptionsFile(const CommandRow &row)
 {
     const QString name = expandedValue(row.property);
     if (name.isEmpty())
@@ -225,7 +225,7 @@ void CommandArguments::addOptionsFile(const CommandRow &row)
         error = u"Cannot load options file: "_s + name;
 }
 
-void CommandArguments::addToolOptions(const CommandRow &row)
+void ArgumentRows::addToolOptions(const CommandRow &row)
 {
     struct ToolRow
     {
@@ -250,7 +250,7 @@ void CommandArguments::addToolOptions(const CommandRow &row)
 
 // i, l, ll: the largest integer; d, f: floating point, double or float; p: width and precision, which floating
 // point brings along; w: wide characters.
-QString CommandArguments::printfCode() const
+QString ArgumentRows::printfCode() const
 {
     const QString level = value(linker_printf_fmt_level), floating = value(linker_printf_fp_enabled);
     QString code;
@@ -268,7 +268,7 @@ QString CommandArguments::printfCode() const
 }
 
 // As of printf, c: groups of characters.
-QString CommandArguments::scanfCode() const
+QString ArgumentRows::scanfCode() const
 {
     const QString level = value(linker_scanf_fmt_level);
     QString code = level == "int"_L1 ? u"i"_s : level == "long long"_L1 ? u"ll"_s : u"l"_s;

@@ -45,10 +45,10 @@ struct CommandRow
 std::span<const CommandRow> commandRows();
 
 // The arguments of one request, row by row.
-class CommandArguments
+class ArgumentRows
 {
 public:
-    CommandArguments(ToolCommands &tools, const StandardProjectSystem &system, const GenericOptions &genericOptions,
+    ArgumentRows(ToolCommands &tools, const StandardProjectSystem &system, const GenericOptions &genericOptions,
                      const ToolRequest &request);
 
     void add(const CommandRow &row);

@@ -236,7 +236,7 @@ const ToolCommands::Template &ToolCommands::templateOf(const ToolRequest &reques
     made.directory = m_system.projectDirectory(request.element);
     made.error = m_genericOptionsError;
     const BuildTools tool = BuildTools(1) << int(request.kind);
-    CommandArguments all(*this, m_system, m_genericOptions, request);
+    ArgumentRows all(*this, m_system, m_genericOptions, request);
     for (const CommandRow &row : commandRows()) {
         if (!(row.tools & tool))
             continue;
@@ -274,7 +274,7 @@ QStringList ToolCommands::inputsOf(const ToolRequest &request) const
 ToolCommand ToolCommands::command(const ToolRequest &request)
 {
     const Template &made = templateOf(request);
-    CommandArguments all(*this, m_system, m_genericOptions, request);
+    ArgumentRows all(*this, m_system, m_genericOptions, request);
     all.error = made.error;
     all.warnings = made.warnings;
     for (const Template::Piece &piece : made.pieces) {
@@ -289,7 +289,7 @@ ToolCommand ToolCommands::command(const ToolRequest &request)
 quint64 ToolCommands::hash(const ToolRequest &request, const QStringList &more, QString &error)
 {
     const Template &made = templateOf(request);
-    CommandArguments own(*this, m_system, m_genericOptions, request);
+    ArgumentRows own(*this, m_system, m_genericOptions, request);
     own.error = made.error;
     CommandHash hash;
     hash.add(made.directory);

@@ -125,6 +125,13 @@ QStringList BuildEngine::inputs(const ProjectElement *element, const QString &co
     return ElementBuild(*this, element, configuration, nullptr, nobody, flags).inputs();
 }
 
+QStringList BuildEngine::compileArguments(const ProjectElement *source, const QString &configuration, BuildFlags flags,
+                                          bool &isExternal)
+{
+    Idler nobody;
+    return ElementBuild(*this, source, configuration, nullptr, nobody, flags).compileArguments(isExternal);
+}
+
 void BuildEngine::noteHelperFile(const ProjectElement *element, const QString &path)
 {
     if (!m_runsTools)

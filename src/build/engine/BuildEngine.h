@@ -121,6 +121,9 @@ public:
 
     // What an element is made from, absolute: a source, object files and libraries, what is combined.
     QStringList inputs(const ProjectElement *element, const QString &configuration, BuildFlags flags = 0);
+    // The command that compiles a source; empty when it can't be made. External: one of the solution's.
+    QStringList compileArguments(const ProjectElement *source, const QString &configuration, BuildFlags flags,
+                                 bool &isExternal);
     // Files that were written for a command of the element, to be written elsewhere too.
     void noteHelperFile(const ProjectElement *element, const QString &path);
     QStringList takeHelperFiles(const ProjectElement *element);

@@ -159,6 +159,17 @@ QStringList ElementBuild::externalCompileWords(ToolKind kind, const CompilePlan 
     return words;
 }
 
+QStringList ElementBuild::compileArguments(bool &isExternal)
+{
+    const ToolKind kind = m_engine.facts(m_element, m_configuration, m_flags).kind;
+    const CompilePlan plan = planCompile(kind);
+    isExternal = plan.isExternal;
+    if (!plan.isExternal)
+        return plan.error.isEmpty() ? m_tools.command(plan.request).arguments : QStringList();
+    QString error;
+    return externalCompileWords(kind, plan, nullptr, error);
+}
+
 // By the template of the folder's sources and what is this one's own. Where the template depends on the source in
 // other ways, by the words themselves.
 quint64 ElementBuild::externalCompileHash(ToolKind kind, CompilePlan &plan, const QStringList &around)

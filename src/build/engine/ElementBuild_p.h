@@ -20,6 +20,7 @@ public:
 
     bool run();
     QStringList inputs(); // absolute
+    QStringList compileArguments(bool &isExternal);
 
 private:
     struct Command

@@ -136,6 +136,7 @@ ExportBuilder::Project &ExportBuilder::project(const ProjectElement *element, co
     m_order.push_back(key);
     Project &made = m_projects[key];
     made.name = project ? project->displayName() : u"solution"_s;
+    made.directory = m_engine.system().projectDirectory(element);
     if (!project)
         return made;
     for (const QString &name : dependencyNames(m_engine.system(), project, configuration)) {
@@ -224,9 +225,12 @@ QStringList ExportBuilder::makeLines() const
 void ExportBuilder::addRuleLines(const Project &project, const Rule &rule, std::set<QString> &directories,
                                  QStringList &lines) const
 {
+    // Names in a compiler's file count from the project's directory.
+    const bool isElsewhere = !rule.dependencyFile.isEmpty() && project.directory != m_base;
+    const QString renamed = rule.dependencyFile + ".mk"_L1;
     lines += QString();
     if (!rule.dependencyFile.isEmpty())
-        lines += "-include "_L1 + ruleName(rule.dependencyFile);
+        lines += "-include "_L1 + ruleName(isElsewhere ? renamed : rule.dependencyFile);
     if (!rule.isFile)
         lines += ".PHONY: "_L1 + ruleName(rule.target);
     QString line = ruleName(rule.target) + u':';
@@ -245,6 +249,16 @@ void ExportBuilder::addRuleLines(const Project &project, const Rule &rule, std::
     lines += before.isEmpty() ? line : line + " | "_L1 + before.join(u' ');
     for (const QString &command : rule.recipe)
         lines += recipeIndent + command;
+    if (isElsewhere) {
+        QString prefix = ruleName(project.directory) + u'/';
+        for (const char special : {'\\', '&', ','})
+            prefix.replace(QLatin1Char(special), u'\\' + QString(QLatin1Char(special)));
+        const QString script = QString(uR"(s,(^|[^\\]) +([^/ \\]),\1 @\2,g; s,^([^/ ]),@\1,)"_s).replace(u'@', prefix);
+        const QString from = shellWord(rule.dependencyFile), to = shellWord(renamed);
+        lines += recipeIndent +
+                 QString("test ! -f "_L1 + from + " || sed -E "_L1 + shellWord(script) + u' ' + from + " > "_L1 + to)
+                     .replace(u'$', "$$"_L1);
+    }
 }
 
 // ---- Exports -----------------------------------------------------------------------------------------------------

@@ -49,6 +49,7 @@ private:
     };
     struct Project
     {
+        QString directory;
         QString name; // for what is no file
         std::vector<Rule> rules;
         QString preBuild;         // the target that its other rules wait for; empty if none

@@ -156,7 +156,9 @@ int run(const CommandArguments &arguments)
     textOptions(arguments);
     const bool isJson = arguments.has("json");
 
-    LoadedSolution loaded(arguments.positional().first(), globalMacros(arguments));
+    // Never taken apart: the process ends with it, and a large tree takes its time.
+    static LoadedSolution *const solution = new LoadedSolution(arguments.positional().first(), globalMacros(arguments));
+    LoadedSolution &loaded = *solution;
     if (query == "set") {
         const QString configuration = loaded.configuration(arguments.value("config", u"Common"_s));
         setProperties(loaded, arguments.values("set"), loaded.node(arguments.value("node"), configuration),

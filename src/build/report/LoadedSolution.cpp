@@ -1,7 +1,7 @@
 #include "build/report/LoadedSolution.h"
 
-#include "base/Directories.h"
 #include "base/HException.h"
+#include "project/model/ConfigFile.h"
 #include "xml/macros/SystemMacroTable.h"
 
 #include <QDir>
@@ -13,9 +13,11 @@ namespace {
 
 constexpr qsizetype mostNamesShown = 40;
 
+// "FILE:LINE: message"; the message may begin with the file.
 HException located(const SolutionLoadError &error)
 {
-    const QString message = error.message.trimmed();
+    const bool isNamed = error.message.startsWith(error.fileName);
+    const QString message = (isNamed ? error.message.sliced(error.fileName.size()) : error.message).trimmed();
     if (error.fileName.isEmpty())
         return HException(message);
     const QString place = error.hasPosition ? u"%1:%2"_s.arg(error.fileName).arg(error.line) : error.fileName;
@@ -36,9 +38,8 @@ HException notFound(const QString &what, QStringList existing)
 
 LoadedSolution::LoadedSolution(const QString &path, const QStringList &globalMacros)
 {
-    SystemMacroTable &table = SystemMacroTable::instance();
-    table.addInstallationMacros(QDir(installationDirectory()), QDir(userDirectory(UserFiles::Data)));
-    table.setGlobalMacros(globalMacros);
+    loadInstallation();
+    SystemMacroTable::instance().setGlobalMacros(globalMacros);
     if (QFileInfo(path).isDir())
         throw HException(path + ": is a folder, not a solution file"_L1);
     try {

@@ -7,6 +7,8 @@
 #include "build/commands/Idler.h"
 #include "build/commands/StandardToolCommands.h"
 #include "build/engine/BuildEngine.h"
+#include "build/engine/CompileCommands.h"
+#include "build/engine/CompileCommands.h"
 #include "build/engine/ExportBuilder.h"
 #include "build/engine/StudioBuilder.h"
 
@@ -319,6 +321,10 @@ void exportBuild(LoadedSolution &loaded, const ExportRequest &request, const Pro
         text = exportBuildCommands(engine, &node, configuration, request.flags).join(u'\n').toUtf8() + '\n';
     else if (request.what == "make"_L1)
         text = exportMakefile(engine, &node, configuration, request.flags).join(u'\n').toUtf8() + '\n';
+    else if (request.what == "compile-commands"_L1)
+        text = exportCompileCommands(engine, &node, configuration, request.flags);
+    else if (request.what == "compile-commands"_L1)
+        text = exportCompileCommands(engine, &node, configuration, request.flags);
     else
         throw UsageError(u"--export takes commands, make or compile-commands; not '%1'"_s.arg(request.what));
     if (request.file.isEmpty() || request.file == "-"_L1)

@@ -1,6 +1,7 @@
 #include "debug/dwarf/DwarfCompilationUnit.h"
 
 #include "debug/dwarf/DwarfFile.h"
+#include "debug/dwarf/DwarfTrace.h"
 
 #include <algorithm>
 
@@ -141,6 +142,7 @@ void DwarfCompilationUnit::readTree()
             previous.push_back(noIndex);
         }
     }
+    qCDebug(dwarfTrace, "tree of the unit at 0x%x: %zu entries", m_offset, m_records.size());
 }
 
 const DwarfCompilationUnit::Record &DwarfCompilationUnit::record(quint32 index)
@@ -224,13 +226,19 @@ std::vector<DwarfAttribute> DwarfCompilationUnit::attributesOf(quint32 index)
 
 DwarfAttribute DwarfCompilationUnit::readAttribute(ByteCursor &cursor, const DwarfAttributeSpecification &specification)
 {
+    return readAttribute(cursor, specification, m_format);
+}
+
+DwarfAttribute DwarfCompilationUnit::readAttribute(ByteCursor &cursor, const DwarfAttributeSpecification &specification,
+                                                   DwarfFormat format)
+{
     if (specification.form == DW_FORM_implicit_const)
         return {.name = specification.name,
                 .form = DW_FORM_data1,
                 .valueClass = DwarfAttribute::SignedNumber,
                 .value = quint64(specification.implicitValue),
                 .unit = this};
-    return readForm(cursor, specification.name, specification.form);
+    return readForm(cursor, specification.name, specification.form, format);
 }
 
 QByteArrayView DwarfCompilationUnit::scannedName(const DwarfAbbreviation &first, ByteCursor attributes)
@@ -273,7 +281,7 @@ QByteArrayView DwarfCompilationUnit::scannedName(const DwarfAbbreviation &first,
     return {};
 }
 
-DwarfAttribute DwarfCompilationUnit::readForm(ByteCursor &cursor, quint32 name, quint32 form)
+DwarfAttribute DwarfCompilationUnit::readForm(ByteCursor &cursor, quint32 name, quint32 form, DwarfFormat format)
 {
     if (form == DW_FORM_indirect) {
         form = quint32(cursor.readUleb128());
@@ -332,21 +340,21 @@ DwarfAttribute DwarfCompilationUnit::readForm(ByteCursor &cursor, quint32 name, 
     case DW_FORM_ref8:
     case DW_FORM_ref_sup8: reference(cursor.readU64()); break;
     case DW_FORM_ref_udata: reference(cursor.readUleb128()); break;
-    case DW_FORM_ref_addr: reference(cursor.readUnsigned(m_format.referenceSize)); break;
+    case DW_FORM_ref_addr: reference(cursor.readUnsigned(format.referenceSize)); break;
     case DW_FORM_sec_offset:
-    case DW_FORM_GNU_ref_alt: reference(cursor.readUnsigned(m_format.offsetSize)); break;
+    case DW_FORM_GNU_ref_alt: reference(cursor.readUnsigned(format.offsetSize)); break;
     case DW_FORM_loclistx: indexedList(cursor.readUleb128(), false); break;
     case DW_FORM_rnglistx: indexedList(cursor.readUleb128(), true); break;
     case DW_FORM_string: text(cursor.readString()); break;
-    case DW_FORM_strp: text(m_file->stringAt(cursor.readUnsigned(m_format.offsetSize))); break;
+    case DW_FORM_strp: text(m_file->stringAt(cursor.readUnsigned(format.offsetSize))); break;
     case DW_FORM_line_strp: {
         const DwarfSections &sections = m_file->sections();
-        text(sections.cursorAt(sections.lineStrings, cursor.readUnsigned(m_format.offsetSize)).readString());
+        text(sections.cursorAt(sections.lineStrings, cursor.readUnsigned(format.offsetSize)).readString());
         break;
     }
     case DW_FORM_strp_sup:
     case DW_FORM_GNU_strp_alt:
-        cursor.skip(m_format.offsetSize);
+        cursor.skip(format.offsetSize);
         text({});
         break;
     case DW_FORM_strx:

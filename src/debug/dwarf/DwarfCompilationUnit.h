@@ -89,6 +89,9 @@ public:
     std::vector<DwarfAddressRange> rangesAt(quint64 offset);
 
     DwarfAttribute readAttribute(ByteCursor &cursor, const DwarfAttributeSpecification &specification);
+    // Of a table that belongs to the unit and has a format of its own.
+    DwarfAttribute readAttribute(ByteCursor &cursor, const DwarfAttributeSpecification &specification,
+                                 DwarfFormat format);
 
 private:
     friend class DwarfDebuggingInformationEntry;
@@ -127,7 +130,7 @@ private:
     ByteCursor attributeCursor(quint32 index);
     // The name of an entry whose attributes begin at the cursor, or of its origin, without any tree.
     QByteArrayView scannedName(const DwarfAbbreviation &abbreviation, ByteCursor cursor);
-    DwarfAttribute readForm(ByteCursor &cursor, quint32 name, quint32 form);
+    DwarfAttribute readForm(ByteCursor &cursor, quint32 name, quint32 form, DwarfFormat format);
 
     DwarfFile *m_file;
     std::span<const quint8> m_bytes; // from the unit's first byte; empty for made entries

@@ -1,11 +1,15 @@
 #include "debug/dwarf/DwarfFile.h"
 
 #include "debug/dwarf/DwarfNameIndex.h"
+#include "debug/dwarf/DwarfNameTables.h"
+#include "debug/dwarf/DwarfTrace.h"
 #include "elf/ElfFile.h"
 
 #include <algorithm>
 #define HAVE_DECL_BASENAME 1 // else the header declares basename() in its own way
 #include <libiberty/demangle.h>
+
+Q_LOGGING_CATEGORY(dwarfTrace, "debug/dwarf", QtWarningMsg)
 
 namespace {
 
@@ -74,6 +78,8 @@ void DwarfFile::load(DwarfSections sections, quint32 loadOffset, bool ignoreAran
         }
     }
     m_unitLines.resize(m_units.size());
+    qCDebug(dwarfTrace, "%zu units, %zu of them for types, in %zu bytes", m_units.size() + m_typesSectionUnits.size(),
+            m_typeUnits.size(), m_sections.information.size() + m_sections.types.size());
 }
 
 void DwarfFile::readUnits(DwarfSections::Bytes section, bool isInTypesSection, std::vector<DwarfCompilationUnit> &units)
@@ -198,7 +204,7 @@ void DwarfFile::readRanges()
         return;
     m_hasReadRanges = true;
     std::vector<bool> isNamed(m_units.size(), false);
-    if (!m_ignoresAranges)
+    if (!m_ignoresAranges && m_isExecutable) // in an object code may be at 0, which ends a set
         readAddressRanges(isNamed);
     const size_t maximumRanges =
         m_units.size() + m_sections.ranges.size() + m_sections.rangeLists.size() + m_sections.addressRanges.size();
@@ -212,6 +218,7 @@ void DwarfFile::readRanges()
         if (ranges.empty())
             addUnitRange(index, linesOf(index).extent);
     }
+    qCDebug(dwarfTrace, "%zu ranges of units", m_unitRanges.size());
     std::ranges::stable_sort(m_unitRanges, {}, &UnitRange::start);
     quint32 highest = 0;
     for (UnitRange &range : m_unitRanges)
@@ -282,6 +289,8 @@ const DwarfFile::UnitLines &DwarfFile::linesOf(quint32 index)
     }
     DwarfLineTable::Rows &program = m_program;
     table->run(m_isExecutable, program);
+    qCDebug(dwarfTrace, "line table of the unit at 0x%x: version %d, %zu rows", m_units[index].offset(),
+            table->version(), program.rows.size());
     constexpr quint32 unknown = ~quint32(0), none = unknown - 1;
     std::vector<quint32> ids(table->fileCount() + table->firstFile(), unknown);
     lines->rows.reserve(program.rows.size());
@@ -382,9 +391,21 @@ SymbolicLocation DwarfFile::symbolicLocationAt(quint32 address)
 
 DwarfNameIndex &DwarfFile::names()
 {
-    if (!m_names)
+    if (!m_names) {
         m_names = std::make_unique<DwarfNameIndex>(*this);
+        qCDebug(dwarfTrace, "index of %zu names", m_names->size());
+    }
     return *m_names;
+}
+
+// Null unless the file has usable ones.
+DwarfNameTables *DwarfFile::nameTables()
+{
+    if (!m_nameTables) {
+        m_nameTables = std::make_unique<DwarfNameTables>(*this);
+        qCDebug(dwarfTrace, ".debug_names: %s", m_nameTables->areUsable() ? "used for types" : "not used");
+    }
+    return m_nameTables->areUsable() ? m_nameTables.get() : nullptr;
 }
 
 namespace {
@@ -411,11 +432,12 @@ bool isPublicType(const DwarfDebuggingInformationEntry &entry)
 
 } // namespace
 
-DwarfDebuggingInformationEntry DwarfFile::findType(const QString &name)
+template <typename EntriesNamed>
+DwarfDebuggingInformationEntry DwarfFile::selectType(const QString &name, EntriesNamed entriesNamed)
 {
     const QByteArray asked = name.toUtf8();
-    const auto candidates = names().entriesNamed(bareName(asked));
-    const auto bare = bareName(asked).size() == asked.size() ? candidates : names().entriesNamed(asked);
+    const auto candidates = entriesNamed(bareName(asked));
+    const auto bare = bareName(asked).size() == asked.size() ? candidates : entriesNamed(asked);
     for (const bool isEnumeration : {false, true}) {
         const auto isKind = [&](const DwarfDebuggingInformationEntry &entry) {
             return (isEnumeration ? entry.tag() == DW_TAG_enumeration_type : isDwarfTypeKind(entry.tag())) &&
@@ -432,6 +454,16 @@ DwarfDebuggingInformationEntry DwarfFile::findType(const QString &name)
             return *found;
     }
     return {};
+}
+
+// What the compiler's name tables lack the index over the entries may have.
+DwarfDebuggingInformationEntry DwarfFile::findType(const QString &name)
+{
+    if (DwarfNameTables *tables = m_names ? nullptr : nameTables()) {
+        if (const auto found = selectType(name, [&](QByteArrayView bare) { return tables->typesNamed(bare); }))
+            return found;
+    }
+    return selectType(name, [&](QByteArrayView bare) { return names().entriesNamed(bare); });
 }
 
 std::vector<DwarfDebuggingInformationEntry> DwarfFile::publicEntries(const QString &name)

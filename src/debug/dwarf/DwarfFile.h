@@ -12,6 +12,7 @@
 #include <tuple>
 
 class DwarfNameIndex;
+class DwarfNameTables;
 class ElfFile;
 
 // An entry that .debug_pubnames or .debug_pubtypes would name.
@@ -139,6 +140,9 @@ private:
     std::optional<SourcePosition> positionInFunction(quint32 address, quint32 low, quint32 high);
     std::optional<SourcePosition> positionOfRow(quint32 address);
     DwarfNameIndex &names();
+    DwarfNameTables *nameTables();
+    template <typename EntriesNamed>
+    DwarfDebuggingInformationEntry selectType(const QString &name, EntriesNamed entriesNamed);
 
     DwarfSections m_sections;
     quint32 m_loadOffset = 0;
@@ -159,4 +163,5 @@ private:
     std::unique_ptr<SourceAddressMap> m_lineMap;
     DwarfFrameTable m_frames;
     std::unique_ptr<DwarfNameIndex> m_names;
+    std::unique_ptr<DwarfNameTables> m_nameTables;
 };

@@ -114,11 +114,13 @@ bool DwarfLineTable::readEntries(bool areFiles)
     for (DwarfAttributeSpecification &format : formats) {
         format = {quint32(m_program.readUleb128()), quint32(m_program.readUleb128()), 0};
     }
+    DwarfFormat tableFormat = m_unit->format();
+    tableFormat.offsetSize = m_offsetSize; // assemblers write 32-bit tables for 64-bit units
     for (quint64 left = m_program.readUleb128(); left && !m_program.failed(); --left) {
         const quint8 *before = m_program.position();
         File entry = {};
         for (const DwarfAttributeSpecification &format : formats) {
-            const DwarfAttribute value = m_unit->readAttribute(m_program, format);
+            const DwarfAttribute value = m_unit->readAttribute(m_program, format, tableFormat);
             if (format.name == ContentPath)
                 entry.name = value.text();
             else if (format.name == ContentDirectory)

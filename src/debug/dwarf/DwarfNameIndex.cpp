@@ -2,6 +2,7 @@
 
 #include "debug/dwarf/DwarfFile.h"
 
+#include <algorithm>
 #include <bit>
 
 namespace {
@@ -36,17 +37,14 @@ bool isIndexed(quint32 tag, bool isInFunction)
 
 DwarfNameIndex::DwarfNameIndex(DwarfFile &file) : m_file(&file)
 {
-    const size_t count = file.m_units.size() + file.m_typesSectionUnits.size();
+    const quint32 count = quint32(file.m_units.size() + file.m_typesSectionUnits.size());
     constexpr size_t bytesOfEntry = 12; // about; what isn't used is never touched
-    constexpr int minimumBucketBits = 4, maximumBucketBits = 16, entriesOfBucketBits = 4;
-    const size_t expected = (file.m_sections.information.size() + file.m_sections.types.size()) / bytesOfEntry;
-    m_entries.reserve(expected);
-    const int bits =
-        std::clamp(int(std::bit_width(expected)) - entriesOfBucketBits, minimumBucketBits, maximumBucketBits);
-    m_shift = quint32(32 - bits);
-    m_buckets.assign(size_t(1) << bits, noEntry);
-    for (quint32 index = 0; index < count; ++index)
-        addUnit(index);
+    m_entries.reserve((file.m_sections.information.size() + file.m_sections.types.size()) / bytesOfEntry);
+    m_unitStarts.reserve(count);
+    for (quint32 index = 0; index < count; ++index) {
+        m_unitStarts.push_back(quint32(m_entries.size()));
+        addUnit(unit(index));
+    }
 }
 
 DwarfCompilationUnit &DwarfNameIndex::unit(quint32 index) const
@@ -55,9 +53,8 @@ DwarfCompilationUnit &DwarfNameIndex::unit(quint32 index) const
                                           : m_file->m_typesSectionUnits[index - m_file->m_units.size()];
 }
 
-void DwarfNameIndex::addUnit(quint32 unitIndex)
+void DwarfNameIndex::addUnit(DwarfCompilationUnit &unit)
 {
-    DwarfCompilationUnit &unit = this->unit(unitIndex);
     unit.readRoot();
     if (!unit.m_hasRoot)
         return;
@@ -81,9 +78,11 @@ void DwarfNameIndex::addUnit(quint32 unitIndex)
         if (isIndexed(abbreviation.tag, isInFunction)) {
             const QByteArrayView name = unit.scannedName(abbreviation, cursor);
             if (!name.isEmpty())
-                add(name, unitIndex, offset);
-            if (const qsizetype bracket = name.indexOf('<'); bracket > 0 && isDwarfClassKind(abbreviation.tag))
-                add(name.first(bracket), unitIndex, offset);
+                m_entries.push_back({hashOf(name), offset});
+            if (isDwarfClassKind(abbreviation.tag)) {
+                if (const qsizetype bracket = name.indexOf('<'); bracket > 0)
+                    m_entries.push_back({hashOf(name.first(bracket)), offset});
+            }
         }
         table.skipAttributes(abbreviation, cursor);
         if (abbreviation.hasChildren) {
@@ -93,36 +92,53 @@ void DwarfNameIndex::addUnit(quint32 unitIndex)
     }
 }
 
-void DwarfNameIndex::add(QByteArrayView name, quint32 unitIndex, quint32 offset)
+void DwarfNameIndex::makeBuckets()
 {
-    const quint32 hash = hashOf(name);
-    quint32 &last = m_buckets[hash >> m_shift];
-    m_entries.push_back({hash, unitIndex, offset, last});
-    last = quint32(m_entries.size() - 1);
+    constexpr int minimumBucketBits = 4, maximumBucketBits = 20, entriesOfBucketBits = 2;
+    const int bits =
+        std::clamp(int(std::bit_width(m_entries.size())) - entriesOfBucketBits, minimumBucketBits, maximumBucketBits);
+    m_shift = quint32(32 - bits);
+    m_buckets.assign(size_t(1) << bits, noEntry);
+    m_next.resize(m_entries.size());
+    for (quint32 i = quint32(m_entries.size()); i-- > 0;)
+        m_next[i] = std::exchange(m_buckets[m_entries[i].hash >> m_shift], i);
 }
 
 template <typename Accept>
-std::vector<DwarfDebuggingInformationEntry> DwarfNameIndex::find(QByteArrayView name, Accept accept) const
+std::vector<DwarfDebuggingInformationEntry> DwarfNameIndex::find(QByteArrayView name, Accept accept)
 {
-    std::vector<DwarfDebuggingInformationEntry> entries;
+    constexpr int maximumScans = 8; // about the cost of the buckets
+    std::vector<DwarfDebuggingInformationEntry> found;
     const quint32 hash = hashOf(name);
-    for (quint32 i = m_buckets[hash >> m_shift]; i != noEntry; i = m_entries[i].next) {
-        if (m_entries[i].hash != hash)
-            continue;
-        const auto entry = unit(m_entries[i].unit).entryAt(m_entries[i].offset);
+    const auto take = [&](quint32 index) {
+        const auto next = std::ranges::upper_bound(m_unitStarts, index);
+        const auto entry = unit(quint32(next - m_unitStarts.begin() - 1)).entryAt(m_entries[index].offset);
         if (entry && accept(entry.nameBytes()))
-            entries.push_back(entry);
+            found.push_back(entry);
+    };
+    if (m_scans < maximumScans) {
+        ++m_scans;
+        for (quint32 i = 0; i < quint32(m_entries.size()); ++i) {
+            if (m_entries[i].hash == hash)
+                take(i);
+        }
+        return found;
     }
-    std::ranges::reverse(entries); // a bucket's last comes first
-    return entries;
+    if (m_buckets.empty())
+        makeBuckets();
+    for (quint32 i = m_buckets[hash >> m_shift]; i != noEntry; i = m_next[i]) {
+        if (m_entries[i].hash == hash)
+            take(i);
+    }
+    return found;
 }
 
-std::vector<DwarfDebuggingInformationEntry> DwarfNameIndex::entriesNamed(QByteArrayView name) const
+std::vector<DwarfDebuggingInformationEntry> DwarfNameIndex::entriesNamed(QByteArrayView name)
 {
     return find(name, [&](QByteArrayView candidate) { return candidate == name; });
 }
 
-bool DwarfNameIndex::hasTemplate(QByteArrayView name) const
+bool DwarfNameIndex::hasTemplate(QByteArrayView name)
 {
     return !find(name, [&](QByteArrayView candidate) {
                 return candidate.startsWith(name) && candidate.sliced(name.size()).startsWith('<');

@@ -1,8 +1,18 @@
 #include "debug/dwarf/ElfDwarfFile.h"
 
+#include "target/loadfile/ElfLoadFile.h"
+
 #include <QFileInfo>
 
+using namespace Qt::StringLiterals;
+
 ElfDwarfFile::~ElfDwarfFile() = default;
+
+bool ElfDwarfFile::readSections()
+{
+    readElfSections(*m_elf, m_sections);
+    return true;
+}
 
 std::unique_ptr<ElfFile> ElfDwarfFile::createElfFile()
 {
@@ -16,9 +26,13 @@ std::unique_ptr<DwarfFile> ElfDwarfFile::createDwarfFile()
 
 void ElfDwarfFile::load(bool loadSymbols, quint32 loadOffset, const ElfDwarfOptions &options)
 {
+    m_sections.clear();
+    m_sectionsRead = false;
     m_dwarf.reset();
     m_elf = createElfFile();
     m_elf->load(m_path);
+    if (m_elf->header().e_entry) // 0 stands for no entry point
+        setEntryPoint(m_elf->header().e_entry);
     m_dwarf = createDwarfFile();
     if (loadSymbols)
         loadDwarf(loadOffset, options, m_elf->header().e_type == ET_EXEC);
@@ -67,4 +81,17 @@ void ElfDwarfFiles::close(ElfDwarfFile *file)
     const auto found = std::ranges::find_if(m_entries, [&](const Entry &entry) { return entry.file.get() == file; });
     if (found != m_entries.end() && --found->references == 0)
         m_entries.erase(found);
+}
+
+LoadFileInterface *ElfDwarfLoadFileFactory::createLoadFile(const QString &path, const QString &typeKey)
+{
+    return typeKey == u"elf" ? m_files.open(path) : LoadFileFactory::createLoadFile(path, typeKey);
+}
+
+void ElfDwarfLoadFileFactory::destroyLoadFile(LoadFileInterface *file)
+{
+    if (auto *program = dynamic_cast<ElfDwarfFile *>(file))
+        m_files.close(program);
+    else
+        LoadFileFactory::destroyLoadFile(file);
 }

@@ -2,6 +2,8 @@
 
 #include "debug/dwarf/DwarfFile.h"
 #include "elf/ElfFile.h"
+#include "target/loadfile/LoadFile.h"
+#include "target/loadfile/LoadFileFactory.h"
 
 #include <QDateTime>
 #include <list>
@@ -23,12 +25,18 @@ struct ElfDwarfOptions
     bool operator==(const ElfDwarfOptions &) const = default;
 };
 
-// One program: its ELF file and its debug information.
-class ElfDwarfFile
+// One program: its ELF file and its debug information. It is a load file, too: what a loader writes comes from the
+// image that the debugger reads.
+class ElfDwarfFile : public StandardLoadFile
 {
 public:
     explicit ElfDwarfFile(const QString &path) : m_path(path) {}
-    virtual ~ElfDwarfFile();
+    ~ElfDwarfFile() override;
+
+    bool hasAddressInformation() const override { return true; }
+    bool hasDebugInformation() const override { return true; }
+    // After load(). Throws what readElfSections() throws.
+    bool readSections() override;
 
     virtual std::unique_ptr<ElfFile> createElfFile(); // with demangled names
     virtual std::unique_ptr<DwarfFile> createDwarfFile();
@@ -80,4 +88,18 @@ private:
     };
 
     std::list<Entry> m_entries; // the newest first
+};
+
+// Opens ELF files (key "elf") as programs of `files`, where a debugger finds them open.
+class ElfDwarfLoadFileFactory : public ElfLoadFileFactory
+{
+public:
+    // `files` must outlive the factory.
+    explicit ElfDwarfLoadFileFactory(ElfDwarfFiles &files) : m_files(files) {}
+
+    LoadFileInterface *createLoadFile(const QString &path, const QString &typeKey) override;
+    void destroyLoadFile(LoadFileInterface *file) override;
+
+private:
+    ElfDwarfFiles &m_files;
 };

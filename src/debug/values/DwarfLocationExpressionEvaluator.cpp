@@ -30,6 +30,11 @@ quint64 truncated(quint64 value, quint32 size)
     return size >= 8 ? value : value & ((quint64(1) << 8 * size) - 1);
 }
 
+bool isBigEndian(DwarfDebuggingInformationEntry entry)
+{
+    return entry && entry.unit()->file().bigEndian();
+}
+
 // What a base type says about the bits of a stack entry.
 struct Encoding
 {
@@ -111,16 +116,26 @@ quint64 DwarfLocationExpressionEvaluator::evaluate(DwarfDebuggingInformationEntr
                                                    std::span<const quint8> expression, bool pushZero, bool &isRegister,
                                                    bool &isValue)
 {
-    return resultOf(run(entry, expression, pushZero), isRegister, isValue);
+    return resultOf(pushZero ? runFrom(entry, expression, 0) : run(entry, expression), isBigEndian(entry), isRegister,
+                    isValue);
 }
 
 std::vector<DwarfStackValue> DwarfLocationExpressionEvaluator::run(DwarfDebuggingInformationEntry entry,
-                                                                   std::span<const quint8> expression, bool pushZero)
+                                                                   std::span<const quint8> expression)
 {
     int operationsLeft = maximumOperations;
     Run run{.entry = entry, .operationsLeft = operationsLeft};
-    if (pushZero)
-        run.push(0);
+    runInner(run, expression);
+    return std::move(run.stack);
+}
+
+std::vector<DwarfStackValue> DwarfLocationExpressionEvaluator::runFrom(DwarfDebuggingInformationEntry entry,
+                                                                       std::span<const quint8> expression,
+                                                                       quint64 initial)
+{
+    int operationsLeft = maximumOperations;
+    Run run{.entry = entry, .operationsLeft = operationsLeft};
+    run.push(initial);
     runInner(run, expression);
     return std::move(run.stack);
 }
@@ -129,7 +144,7 @@ void DwarfLocationExpressionEvaluator::runInner(Run &run, std::span<const quint8
 {
     if (!run.entry || run.depth > maximumDepth)
         return;
-    ByteCursor cursor(expression, run.entry.unit()->file().bigEndian());
+    ByteCursor cursor(expression, isBigEndian(run.entry));
     while (!cursor.atEnd() && run.operationsLeft-- > 0 && step(run, cursor)) {
     }
 }
@@ -140,7 +155,7 @@ quint64 DwarfLocationExpressionEvaluator::innerResult(Run &outer, DwarfDebugging
     Run inner{.entry = entry, .operationsLeft = outer.operationsLeft, .depth = outer.depth + 1};
     runInner(inner, expression);
     bool isValue = false;
-    return resultOf(inner.stack, isRegister, isValue);
+    return resultOf(inner.stack, isBigEndian(entry), isRegister, isValue);
 }
 
 std::span<const quint8> DwarfLocationExpressionEvaluator::expressionOf(const DwarfAttribute &attribute)
@@ -157,40 +172,6 @@ std::span<const quint8> DwarfLocationExpressionEvaluator::expressionOf(const Dwa
     case DwarfAttribute::String: break;
     }
     return {};
-}
-
-quint64 DwarfLocationExpressionEvaluator::resultOf(const std::vector<DwarfStackValue> &stack, bool &isRegister,
-                                                   bool &isValue)
-{
-    isRegister = isValue = false;
-    if (stack.empty())
-        return 0;
-    if (stack.size() == 1) {
-        isValue = stack[0].kind == DwarfStackValue::Value;
-        isRegister = stack[0].kind == DwarfStackValue::Register;
-        return stack[0].value;
-    }
-    quint64 result = 0;
-    isRegister = std::ranges::all_of(stack, [](const auto &piece) { return piece.kind == DwarfStackValue::Register; });
-    if (isRegister) {
-        for (auto piece = stack.rbegin(); piece != stack.rend(); ++piece)
-            result = result << 8 | piece->value;
-        return result | 0xFFFFFFFF80000000;
-    }
-    isValue = true;
-    for (auto piece = stack.rbegin(); piece != stack.rend(); ++piece) {
-        quint64 bits = 0;
-        switch (piece->kind) {
-        case DwarfStackValue::Plain: bits = readWord(quint32(piece->value)); break;
-        case DwarfStackValue::Value: bits = piece->value; break;
-        case DwarfStackValue::Register: bits = readRegister(quint32(piece->value)); break;
-        case DwarfStackValue::Missing:
-        case DwarfStackValue::Pointer: break;
-        }
-        const quint32 size = quint32(std::min<quint64>(piece->pieceSize, 8));
-        result = (size == 8 ? 0 : result << 8 * size) | truncated(bits, size);
-    }
-    return result;
 }
 
 // False ends the expression.

@@ -53,8 +53,15 @@ public:
     quint64 evaluate(DwarfDebuggingInformationEntry entry, std::span<const quint8> expression, bool pushZero,
                      bool &isRegister, bool &isValue);
     // The stack at the end of the expression, the bottom first.
-    std::vector<DwarfStackValue> run(DwarfDebuggingInformationEntry entry, std::span<const quint8> expression,
-                                     bool pushZero = false);
+    std::vector<DwarfStackValue> run(DwarfDebuggingInformationEntry entry, std::span<const quint8> expression);
+    // The same with `initial` on the stack at the start.
+    std::vector<DwarfStackValue> runFrom(DwarfDebuggingInformationEntry entry, std::span<const quint8> expression,
+                                         quint64 initial);
+    // The pieces of a value as they would lie in the target's memory, as far as `size` bytes.
+    QByteArray compose(std::span<const DwarfStackValue> pieces, bool bigEndian, quint32 size);
+    // The number of a set of registers as evaluate() gives it; none when the pieces are no such set: two to four
+    // registers, each a word, with numbers that fit.
+    static std::optional<quint64> registerSetOf(std::span<const DwarfStackValue> pieces);
 
     // The expression of an attribute that is in force at programCounter(): its block, or what its location list
     // has for that address. Empty when there is none.
@@ -72,7 +79,8 @@ private:
                         bool &isRegister);
     bool step(Run &run, ByteCursor &cursor);
     bool stepBinary(Run &run, quint8 code);
-    quint64 resultOf(const std::vector<DwarfStackValue> &stack, bool &isRegister, bool &isValue);
+    quint64 resultOf(const std::vector<DwarfStackValue> &stack, bool bigEndian, bool &isRegister, bool &isValue);
+    QByteArray bytesOf(const DwarfStackValue &piece, quint32 size, bool bigEndian);
 };
 
 // The expression for an address (of the file) in a location list of `unit`: .debug_loclists for version 5, else

@@ -99,6 +99,16 @@ bool DwarfTypes::isPointer(DwarfDebuggingInformationEntry entry)
     return entry.tag() == DW_TAG_pointer_type || entry.tag() == DW_TAG_reference_type;
 }
 
+bool DwarfTypes::isUnsignedEnumeration(DwarfDebuggingInformationEntry type)
+{
+    switch (type.target(DW_AT_type).number(DW_AT_encoding).value_or(0)) {
+    case DW_ATE_unsigned:
+    case DW_ATE_unsigned_char:
+    case DW_ATE_boolean: return true;
+    }
+    return false;
+}
+
 quint32 DwarfTypes::sizeOf(DwarfDebuggingInformationEntry entry, bool *incomplete) const
 {
     bool isIncomplete = false;

@@ -59,6 +59,9 @@ public:
         return isBaseType(entry) && entry.number(DW_AT_encoding) == DW_ATE_float;
     }
 
+    // Whether its enumerators are unsigned numbers, as far as the debug information tells.
+    static bool isUnsignedEnumeration(DwarfDebuggingInformationEntry type);
+
     // The members in the order of their declaration; none for a type that is no class.
     std::vector<TypeMember> members(DwarfDebuggingInformationEntry type) const;
     std::vector<TypeEnumerator> enumerators(DwarfDebuggingInformationEntry type) const;

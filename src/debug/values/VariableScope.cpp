@@ -66,31 +66,35 @@ VariableScope VariableScope::at(DwarfFile &file, quint32 address)
         appendGlobals(scope.globals, unit->tree());
 
     std::vector<std::vector<DwarfDebuggingInformationEntry>> blocks; // the outermost first
-    DwarfDebuggingInformationEntry block = scope.function;
-    while (block) {
+    for (const auto &block : blocksAt(scope.function, address - file.loadOffset())) {
         auto &variables = blocks.emplace_back();
-        DwarfDebuggingInformationEntry inner;
         for (auto child = block.child(); child; child = child.sibling()) {
-            switch (child.tag()) {
-            case DW_TAG_formal_parameter:
+            if (child.tag() == DW_TAG_formal_parameter)
                 (block == scope.function ? scope.parameters : variables).push_back(child);
-                break;
-            case DW_TAG_variable:
-                if (!child.isDeclaration())
-                    variables.push_back(child);
-                break;
-            case DW_TAG_lexical_block:
-            case DW_TAG_inlined_subroutine:
-                if (!inner && holds(child, address - file.loadOffset()))
-                    inner = child;
-                break;
-            }
+            else if (child.tag() == DW_TAG_variable && !child.isDeclaration())
+                variables.push_back(child);
         }
-        block = inner;
     }
     for (auto variables = blocks.rbegin(); variables != blocks.rend(); ++variables)
         scope.locals.insert(scope.locals.end(), variables->begin(), variables->end());
     return scope;
+}
+
+std::vector<DwarfDebuggingInformationEntry> VariableScope::blocksAt(DwarfDebuggingInformationEntry function,
+                                                                    quint32 address)
+{
+    std::vector<DwarfDebuggingInformationEntry> blocks;
+    while (function) {
+        blocks.push_back(function);
+        DwarfDebuggingInformationEntry inner;
+        for (auto child = function.child(); child && !inner; child = child.sibling()) {
+            const bool isBlock = child.tag() == DW_TAG_lexical_block || child.tag() == DW_TAG_inlined_subroutine;
+            if (isBlock && holds(child, address))
+                inner = child;
+        }
+        function = inner;
+    }
+    return blocks;
 }
 
 VariableLocation VariableLocation::of(DwarfDebuggingInformationEntry variable, quint32 programCounter)

@@ -13,6 +13,9 @@ struct VariableScope
     std::vector<DwarfDebuggingInformationEntry> globals; // of the unit, those in namespaces too; no declarations
 
     static VariableScope at(DwarfFile &file, quint32 address);
+    // The function and the blocks in it around an address of the file, the outermost first.
+    static std::vector<DwarfDebuggingInformationEntry> blocksAt(DwarfDebuggingInformationEntry function,
+                                                                quint32 address);
 };
 
 // Where a variable is while the program stands at an address, as far as the file alone can tell.

@@ -2,6 +2,7 @@
 
 #include "debug/verbs/ReportingFile.h"
 #include "debug/verbs/Results.h"
+#include "debug/verbs/SymbolSearch.h"
 
 using namespace Qt::StringLiterals;
 
@@ -237,33 +238,6 @@ const char *const symbolBindings[] = {"LOCAL", "GLOBAL", "WEAK"};
 QString nameOf(std::span<const char *const> names, quint32 number)
 {
     return number < names.size() ? QString::fromLatin1(names[number]) : QString::number(number);
-}
-
-// A symbol by its name: as the linker has it, as a declaration, or as one without its parameters.
-const ElfSymbol *symbolOfName(const ElfFile &elf, const QString &name)
-{
-    if (const ElfSymbol *symbol = elf.symbolNamed(name))
-        return symbol;
-    const QByteArray raw = name.toUtf8();
-    const ElfSymbol *found = nullptr;
-    for (const ElfSymbol *symbol : elf.symbolsByAddress()) {
-        if (symbol->rawName() == raw)
-            return symbol;
-        if (!found && symbol->rawName().startsWith("_Z") && symbol->name().startsWith(name + u'('))
-            found = symbol;
-    }
-    return found;
-}
-
-// A symbol by an address: the function or object that holds it, else the nearest one.
-const ElfSymbol *symbolOfAddress(const ElfFile &elf, quint32 address)
-{
-    const auto holds = [&](const ElfSymbol *symbol) { return symbol && address - symbol->value() < symbol->size(); };
-    if (const ElfSymbol *function = elf.functionSymbolAt(address, true, false); holds(function))
-        return function;
-    if (const ElfSymbol *object = elf.objectSymbolAt(address, true); holds(object))
-        return object;
-    return elf.nearestSymbol(address);
 }
 
 void writeSymbol(Results &results, const ElfFile &elf, const QString &query, const ElfSymbol *symbol, quint32 offset)

@@ -1,5 +1,7 @@
 #include "debug/verbs/ReportingFile.h"
 
+#include "debug/dwarf/DwarfTrace.h"
+
 #include <QSet>
 #include <cstdarg>
 #include <cstdio>
@@ -24,6 +26,16 @@ public:
         const bool isLast = m_reports.size() > maximumReports;
         std::fprintf(stderr, "vnDump: %s",
                      isLast ? "more of this is wrong; the rest isn't told\n" : report.constData());
+    }
+
+    void reportTrace(const char *format, ...) override Q_ATTRIBUTE_FORMAT_PRINTF(2, 3)
+    {
+        if (!dwarfTrace().isDebugEnabled())
+            return;
+        va_list arguments;
+        va_start(arguments, format);
+        qCDebug(dwarfTrace, "%s", QString::vasprintf(format, arguments).trimmed().toLocal8Bit().constData());
+        va_end(arguments);
     }
 
 private:

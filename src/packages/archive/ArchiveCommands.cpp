@@ -2,13 +2,12 @@
 
 #include "base/HException.h"
 #include "base/JsonWriter.h"
+#include "base/TerminalProgress.h"
 #include "packages/archive/PackageArchive.h"
 
 #include <QDir>
-#include <QElapsedTimer>
 #include <QFile>
 #include <QTemporaryDir>
-#include <csignal>
 #include <filesystem>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -19,35 +18,10 @@ namespace {
 
 constexpr int usualLevel = 6; // 7 and more cost time and save next to nothing
 
-volatile std::sig_atomic_t interrupted = 0;
-
-void noteInterrupt(int)
-{
-    interrupted = 1;
-}
-
-// Shows how far a long operation is, on a terminal, and ends it when the user interrupts, so that it can clean up.
 PackageArchive::Progress watchedProgress(const CommandArguments &arguments)
 {
-    std::signal(SIGINT, noteInterrupt);
-    std::signal(SIGTERM, noteInterrupt);
-    const bool isShown = ::isatty(STDERR_FILENO) && !arguments.has("quiet");
-    QElapsedTimer timer;
-    timer.start();
-    return [isShown, timer](quint64 done, quint64 total) mutable {
-        constexpr int intervalMs = 200;
-        const bool isLast = done == total;
-        if (isShown && timer.hasExpired(intervalMs)) {
-            std::fprintf(stderr, isLast ? "\r    \r" : "\r%3d%%", int(total ? done * 100 / total : 100));
-            if (!isLast)
-                timer.restart();
-        }
-        if (interrupted) {
-            if (isShown)
-                std::fputs("\r    \r", stderr);
-            throw StudioCancelException();
-        }
-    };
+    const auto progress = std::make_shared<TerminalProgress>(arguments.has("quiet"));
+    return [progress](quint64 done, quint64 total) { progress->update(done, total); };
 }
 
 qint64 integerOption(const CommandArguments &arguments, const char *name, qint64 otherwise)

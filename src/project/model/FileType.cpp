@@ -69,7 +69,7 @@ constexpr quint32 executable = image | bit(FileAction::Debug);
 
 // Of two rows for one ending the first whose doctype fits counts.
 constexpr FileType::Row typeRows[] = {
-    {"ProjectFileType", "Veldane Project File", false, project, "project", "vnproject", nullptr},
+    {"ProjectFileType", "Veldane Studio Project File", false, project, "project", "vnproject", nullptr},
     {"CFileType", "C source file", false, source, "c", "c", nullptr},
     {"CppFileType", "C++ source file", false, source, "cpp", "cpp cxx cc", nullptr},
     {"HFileType", "C include file", false, basic, "header", "h hpp hxx hh", nullptr},

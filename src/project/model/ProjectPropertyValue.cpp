@@ -165,7 +165,8 @@ PropertyValueList projectPropertyValues(ProjectSystem *system, ProjectElement *e
     PropertyValueList values;
     const bool isSolution = element->type() == ProjectElement::Type::Solution;
     for (const auto &known : system->schema().classes()) {
-        const bool isOfSolution = known->name.endsWith("_configurations"_L1) && known->name != "batch_build_configurations"_L1;
+        const bool isOfSolution =
+            known->name.endsWith("_configurations"_L1) && known->name != "batch_build_configurations"_L1;
         if (system->schema().propertyClassNamed(known->name) == known.get() && (isSolution || !isOfSolution))
             values.appendUnique(makeProjectPropertyValue(system, known.get(), element, configuration));
     }

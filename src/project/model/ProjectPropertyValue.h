@@ -13,7 +13,7 @@ public:
 
     using PropertyValue::setValue;
     std::unique_ptr<PropertyValue> clone() const override { return std::make_unique<ProjectPropertyValue>(*this); }
-    bool isReadOnly() const override; // also what belongs to a node that can't be modified
+    bool isReadOnly() const override;  // also what belongs to a node that can't be modified
     bool isInherited() const override; // it isn't set on this node in this configuration
     // As it is looked up; of a list only what is set here.
     QString value() const override;

@@ -29,7 +29,7 @@ class SessionOpenFile : public QObject
     Q_PROPERTY(QString openedFrom MEMBER openedFrom)
 
 public:
-    int x = 0, y = 0; // caret: column and line
+    int x = 0, y = 0;      // caret: column and line
     int top = 0, left = 0; // of the view
     int selected = 0;
     QString path;

@@ -137,6 +137,9 @@ public:
     // The elements of an array (or other object) that lie in one piece from 0 on, holes as esAbsent values;
     // size may be less than the length. Good until a property is put or deleted.
     std::span<ESValue> elements(ESObject *object) { return {object->m_elements->values, object->m_elements->size}; }
+    // Each element takes the place before it, the first is gone; there must be one. Costs the same however many
+    // there are: the header moves over the first value. The length stays.
+    void dropFirstElement(ESObject *object);
 
     // Natives. Functions of `rows` become properties of `owner` (flags 2): their class is `esClass`, their ids
     // count from `firstId`, their full names are `prefix` + name.

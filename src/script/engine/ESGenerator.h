@@ -5,7 +5,8 @@
 class ESContext;
 
 // Makes the bytecode of one function from its tree. Throws ESSyntaxError, or ESFatalError for what the
-// bytecode can't hold.
+// bytecode can't hold. Names, instructions and statements are in ESGenerator.cpp, expressions in
+// ESGeneratorExpressions.cpp.
 class ESGenerator
 {
 public:
@@ -56,6 +57,7 @@ private:
     void key(ESNode *node); // of "." or "["
     void store(ESNode *target);
     void fetch(ESSymbol *name, quint32 line);
+    void fetch(const Resolved &place, quint32 line);
     void put(ESSymbol *name, quint32 line);
 
     using Op = ESOpcode;

@@ -169,8 +169,8 @@ ESValue shift(ESContext &context, const ESCall &call)
         return {};
     }
     const ESValue first = context.get(self, 0u);
-    if (const std::span<ESValue> elements = denseElements(context, self, length); !elements.empty()) {
-        std::copy(elements.begin() + 1, elements.end(), elements.begin());
+    if (!denseElements(context, self, length).empty()) {
+        context.dropFirstElement(self);
     } else {
         walkableLengthOf(context, self);
         for (quint32 i = 1; i < length; ++i) {
@@ -179,8 +179,8 @@ ESValue shift(ESContext &context, const ESCall &call)
             else
                 context.deleteProperty(self, i - 1);
         }
+        context.deleteProperty(self, length - 1);
     }
-    context.deleteProperty(self, length - 1);
     storeLength(context, self, length - 1);
     return first;
 }

@@ -13,7 +13,7 @@ constexpr quint32 freeEntry = 0, deletedEntry = 1, firstEntry = 2;
 constexpr quint32 densestGap = 64; // how far beyond the last element a new one may lie
 constexpr quint32 largestPresized = 1 << 24;
 
-ESElements noElements = {0, 0, {}};
+ESElements noElements = {0, 0, 0, {}};
 
 quint32 hashOf(const ESSymbol *name)
 {
@@ -358,9 +358,18 @@ bool ESContext::growElements(ESObject *object, quint32 index)
     const bool isPlain = object->m_shape->isPlainGet() && (object->m_shape->isPlainPut() || object->isArray());
     if (!isPlain || object->m_hasSparse || (!presized && index > quint64(elements->size) * 2 + densestGap))
         return false;
-    if (index >= elements->capacity) {
+    const quint32 dropped = elements->dropped;
+    if (index >= elements->capacity && dropped) { // the values move back to the start of their block
+        ESElements *start = elements - dropped;
+        std::memmove(start, elements, sizeof(ESElements) + elements->size * sizeof(ESValue));
+        object->m_elements = elements = start;
+        elements->capacity += dropped;
+        elements->dropped = 0;
+    }
+    if (index >= elements->capacity || (dropped && elements->dropped == 0 && dropped < elements->size / 2)) {
         const quint32 size = elements->size;
-        size_t bytes = sizeof(ESElements) + (size_t(index) + 1) * sizeof(ESValue);
+        const quint32 capacity = std::max(index, elements->capacity) + 1;
+        size_t bytes = sizeof(ESElements) + capacity * sizeof(ESValue);
         void *larger =
             elements->capacity
                 ? m_arena.growBlock(elements, std::bit_ceil(sizeof(ESElements) + elements->capacity * sizeof(ESValue)),
@@ -369,11 +378,23 @@ bool ESContext::growElements(ESObject *object, quint32 index)
         object->m_elements = elements = static_cast<ESElements *>(larger);
         elements->size = size;
         elements->capacity = quint32((bytes - sizeof(ESElements)) / sizeof(ESValue));
+        elements->dropped = 0;
     }
     for (quint32 i = elements->size; i <= index; ++i)
         elements->values[i].type = esAbsent;
     elements->size = index + 1;
     return true;
+}
+
+void ESContext::dropFirstElement(ESObject *object)
+{
+    ESElements *elements = object->m_elements;
+    ESElements moved = *elements;
+    --moved.size;
+    --moved.capacity;
+    ++moved.dropped;
+    object->m_elements = elements + 1;
+    std::memcpy(static_cast<void *>(object->m_elements), &moved, sizeof moved);
 }
 
 void ESContext::putElement(ESObject *object, quint32 index, ESValue value)

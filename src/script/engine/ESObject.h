@@ -55,8 +55,10 @@ struct ESElements
 {
     quint32 size;
     quint32 capacity;
+    quint32 dropped; // values between the start of the block and here, see ESContext::dropFirstElement()
     ESValue values[];
 };
+static_assert(sizeof(ESElements) == sizeof(ESValue));
 
 // The record behind every object of a script: shape (names, prototype, class) and values. Objects are made
 // by a context and live as long as it does. Properties keep the order in which they were created; those named

@@ -21,6 +21,24 @@ const ElfSegment *segmentOf(const ElfFile &file, const Elf32_Shdr &section)
 
 } // namespace
 
+void readElfSections(const ElfFile &elf, LoadFileSections &sections)
+{
+    for (const auto &section : elf.sections()) {
+        const Elf32_Shdr &header = section->header();
+        if (!(header.sh_flags & SHF_ALLOC) || header.sh_type == SHT_NOBITS || header.sh_size == 0)
+            continue;
+        const ElfSegment *const segment = segmentOf(elf, header);
+        if (!segment)
+            continue;
+        const quint32 address = header.sh_addr + (segment->header.p_paddr - segment->header.p_vaddr);
+        if (address + quint64(header.sh_size) > quint64(1) << 32)
+            throw HException(u"section %1 passes the end of the address space"_s.arg(section->name()));
+        const std::span<quint8> content = section->content();
+        sections.append(std::make_unique<StandardLoadFileSection>(section->name().toUtf8(), address,
+                                                                  quint32(content.size()), content.data()));
+    }
+}
+
 ElfLoadFile::ElfLoadFile(const QString &path)
 {
     m_elf.load(path);
@@ -30,19 +48,6 @@ ElfLoadFile::ElfLoadFile(const QString &path)
 
 bool ElfLoadFile::readSections()
 {
-    for (const auto &section : m_elf.sections()) {
-        const Elf32_Shdr &header = section->header();
-        if (!(header.sh_flags & SHF_ALLOC) || header.sh_type == SHT_NOBITS || header.sh_size == 0)
-            continue;
-        const ElfSegment *const segment = segmentOf(m_elf, header);
-        if (!segment)
-            continue;
-        const quint32 address = header.sh_addr + (segment->header.p_paddr - segment->header.p_vaddr);
-        if (address + quint64(header.sh_size) > quint64(1) << 32)
-            throw HException(u"section %1 passes the end of the address space"_s.arg(section->name()));
-        const std::span<quint8> content = section->content();
-        m_sections.append(std::make_unique<StandardLoadFileSection>(section->name().toUtf8(), address,
-                                                                    quint32(content.size()), content.data()));
-    }
+    readElfSections(m_elf, m_sections);
     return true;
 }

@@ -52,6 +52,7 @@ void XMLPP2::Walk::run(XMLNode *first, const QString &file, const MacroMap &macr
     while (!m_chains.empty()) {
         Chain &chain = m_chains.back();
         if (chain.next == chain.end) {
+            m_ownMacros -= chain.ownMacros;
             m_chains.pop_back();
             continue;
         }
@@ -111,6 +112,32 @@ void XMLPP2::Walk::decide(Chain &chain, XMLElement &element, bool holds)
         drop(element);
 }
 
+// An undefined macro becomes defined and empty by being asked for.
+QString XMLPP2::Walk::macroValue(Chain &chain, const XMLElement &element, const QString &name)
+{
+    const auto found = chain.macros.constFind(name);
+    if (found != chain.macros.constEnd())
+        return *found;
+    setMacro(chain, element, name, QString());
+    return {};
+}
+
+// A chain's first change copies the macros of the chain around it, so what all the open ones hold is bounded.
+void XMLPP2::Walk::setMacro(Chain &chain, const XMLElement &element, const QString &name, const QString &value)
+{
+    if (chain.ownMacros == 0) {
+        const quint64 count = quint64(chain.macros.size()) + 1;
+        if (m_ownMacros + count > m_document.m_maximumProduced) {
+            if (!std::exchange(m_toldOfMacros, true))
+                report(chain, element,
+                       u"more than %1 macros were to be defined inside each other"_s.arg(m_document.m_maximumProduced));
+            return;
+        }
+        m_ownMacros += chain.ownMacros = count;
+    }
+    chain.macros[name] = value;
+}
+
 void XMLPP2::Walk::processIf(Chain &chain, XMLElement &element)
 {
     if (element.attributes().size() != 1) {
@@ -118,8 +145,8 @@ void XMLPP2::Walk::processIf(Chain &chain, XMLElement &element)
         return keep(chain, element);
     }
     const XMLAttribute &condition = element.attributes().front();
-    // An undefined macro becomes defined and empty by being asked for.
-    const bool isListed = conditionList(textOf(condition.value())).contains(chain.macros[textOf(condition.name())]);
+    const QString value = macroValue(chain, element, textOf(condition.name()));
+    const bool isListed = conditionList(textOf(condition.value())).contains(value);
     decide(chain, element, isListed == (element.name() == "if"));
 }
 
@@ -140,7 +167,7 @@ void XMLPP2::Walk::processIfdef(Chain &chain, XMLElement &element)
 
 void XMLPP2::Walk::processSwitch(Chain &chain, XMLElement &element)
 {
-    const QString value = chain.macros[attributeText(element, "name")];
+    const QString value = macroValue(chain, element, attributeText(element, "name"));
     XMLElement *chosen = nullptr, *otherwise = nullptr;
     for (XMLElement *child = element.firstChildElement(); child && !chosen; child = child->nextSiblingElement()) {
         if (child->name() == "case" && conditionList(attributeText(*child, "value")).contains(value))
@@ -172,7 +199,7 @@ void XMLPP2::Walk::processDefine(Chain &chain, XMLElement &element)
 bool XMLPP2::Walk::defineValue(Chain &chain, const XMLElement &element, const QString &name)
 {
     if (element.hasAttribute("value")) {
-        chain.macros[name] = attributeText(element, "value");
+        setMacro(chain, element, name, attributeText(element, "value"));
         return true;
     }
     const bool isDecimal = element.hasAttribute("expression");
@@ -182,7 +209,7 @@ bool XMLPP2::Walk::defineValue(Chain &chain, const XMLElement &element, const QS
     bool ok = false;
     const qint64 number = m_calculator.evaluateSigned(expandWith(chain.macros, expression), &ok);
     if (ok)
-        chain.macros[name] = isDecimal ? QString::number(number) : upperHex(quint64(number));
+        setMacro(chain, element, name, isDecimal ? QString::number(number) : upperHex(quint64(number)));
     return true;
 }
 
@@ -338,6 +365,7 @@ std::vector<XMLPP2::Walk::LoopVariable> XMLPP2::Walk::loopVariables(Chain &chain
     QString separator = u","_s;
     bool expands = false;
     QStringList excluded;
+    QSet<QString> excludedItems; // the same
     QList<QRegularExpression> patterns;
     for (const XMLAttribute &attribute : element.attributes()) {
         const QString value = textOf(attribute.value());
@@ -353,17 +381,19 @@ std::vector<XMLPP2::Walk::LoopVariable> XMLPP2::Walk::loopVariables(Chain &chain
         QStringList items = list.remove(u'\r').remove(u'\n').split(separator, Qt::SkipEmptyParts);
         if (attribute.name() == "exclude_entries") {
             excluded += items;
+            excludedItems.unite(QSet<QString>(items.cbegin(), items.cend()));
         } else if (attribute.name() == "exclude_wildcard") {
             for (const QString &item : items)
                 patterns += wildcardPattern(item);
         } else {
+            const QSet<QString> given(items.cbegin(), items.cend());
             for (const QString &entry : excluded) {
-                if (!items.contains(entry))
+                if (!given.contains(entry))
                     report(chain, element, u"exclude_entries cannot find entry named "_s + entry);
             }
             items.removeIf([&](const QString &item) {
                 const auto matches = [&](const QRegularExpression &pattern) { return pattern.match(item).hasMatch(); };
-                return excluded.contains(item) || std::ranges::any_of(patterns, matches);
+                return excludedItems.contains(item) || std::ranges::any_of(patterns, matches);
             });
             variables.push_back({textOf(attribute.name()), items});
         }

@@ -23,6 +23,7 @@ private:
         MacroMap macros;
         bool expand;
         Origin origin;
+        quint64 ownMacros = 0; // so many came to stand in `macros` when it stopped to be that of the chain around
     };
     struct Context
     {
@@ -61,6 +62,8 @@ private:
     void decide(Chain &chain, XMLElement &element, bool holds);
     void place(Chain &chain, XMLElement &loop, XMLNodeChain products);
 
+    QString macroValue(Chain &chain, const XMLElement &element, const QString &name);
+    void setMacro(Chain &chain, const XMLElement &element, const QString &name, const QString &value);
     bool defineValue(Chain &chain, const XMLElement &element, const QString &name);
     std::vector<LoopVariable> loopVariables(Chain &chain, const XMLElement &element);
     Context contextFor(const Chain &chain, const XMLElement &element) const;
@@ -85,5 +88,6 @@ private:
     SimpleExpressionParser m_calculator;
     std::vector<Chain> m_chains;
     quint64 m_produced = 0;
-    bool m_toldOfProduction = false, m_toldOfNesting = false;
+    quint64 m_ownMacros = 0; // of all chains
+    bool m_toldOfProduction = false, m_toldOfNesting = false, m_toldOfMacros = false;
 };

@@ -102,6 +102,7 @@ int process(const CommandArguments &arguments)
                                  readMacroString(arguments.value("macros")), arguments.has("expand"));
     if (document.keepsText())
         removeLayout(document.root(), argument);
+    checkDepth(document.root(), argument, XMLFormat().indent);
     document.setIndent(XMLFormat().indent);
     document.setWrapWidth(XMLFormat().wrapWidth);
     QFile output;

@@ -36,28 +36,7 @@ quint32 dropLayout(XMLElement &element)
     return ~0u;
 }
 
-// Indentation grows with the square of the depth: what is nested thousands of levels deep would fill a disk.
 constexpr quint64 mostSpaces = 1 << 28;
-
-void checkDepth(const XMLElement *root, const QString &path, quint32 indent)
-{
-    quint64 depth = 0, spaces = 0;
-    for (const XMLNode *node = root;;) {
-        spaces += depth * indent;
-        if (spaces > mostSpaces)
-            throw errorAt(path, node->line(), u"elements are nested too deeply for this indent"_s);
-        if (node->firstChild()) {
-            node = node->firstChild();
-            ++depth;
-            continue;
-        }
-        for (; node != root && !node->nextSibling(); node = node->parent())
-            --depth;
-        if (node == root)
-            return;
-        node = node->nextSibling();
-    }
-}
 
 } // namespace
 
@@ -86,5 +65,25 @@ void removeLayout(XMLElement *root, const QString &path)
         const quint32 line = node->toElement() ? dropLayout(*node->toElement()) : ~0u;
         if (line != ~0u)
             throw errorAt(path, line, u"text beside elements or comments can't be formatted"_s);
+    }
+}
+
+void checkDepth(const XMLElement *root, const QString &path, quint32 indent)
+{
+    quint64 depth = 0, spaces = 0;
+    for (const XMLNode *node = root;;) {
+        spaces += depth * indent;
+        if (spaces > mostSpaces)
+            throw errorAt(path, node->line(), u"elements are nested too deeply for this indent"_s);
+        if (node->firstChild()) {
+            node = node->firstChild();
+            ++depth;
+            continue;
+        }
+        for (; node != root && !node->nextSibling(); node = node->parent())
+            --depth;
+        if (node == root)
+            return;
+        node = node->nextSibling();
     }
 }

@@ -19,6 +19,10 @@ struct XMLFormat
 // of spaces), and "couldn't write the document: REASON". Lines count from 1.
 void formatXml(const QString &path, const XMLFormat &format, QIODevice &output);
 
+// Throws as above when the spaces would be that many: what is nested thousands of levels deep would fill a disk,
+// for indentation grows with the square of the depth.
+void checkDepth(const XMLElement *root, const QString &path, quint32 indent);
+
 // Takes away the blank text between the tags of a tree that was parsed with its text: it is layout, and the writer
 // shows an element's text only where it has nothing else. Throws as above for mixed content; null is an empty tree.
 void removeLayout(XMLElement *root, const QString &path);

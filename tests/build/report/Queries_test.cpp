@@ -139,7 +139,7 @@ TEST(VnBuildQueries, BrokenSolutionsAreOneLineWithTheirPlace)
          ":4: "},
         {"of another type", "<!DOCTYPE Other>\n<solution/>\n", ": not a solution file"},
         {"empty", "", ":"},
-        {"no XML", QByteArray(1000, '\xFF'), ":"},
+        {"no XML", QByteArray(1000, '\xFF'), ": not a solution file"},
     };
     for (const auto &row : rows) {
         SmallSolution broken;

@@ -71,4 +71,34 @@ TEST(ElfDwarfFiles, OpensOnceUntilTheFileChanges)
     files.close(bare);
 }
 
+TEST(ElfDwarfLoadFileFactory, GivesTheProgramThatIsOpen)
+{
+    ElfBuilder elf;
+    elf.type = ET_EXEC;
+    elf.entry = 0x8001;
+    elf.sections = {{".text", SHT_PROGBITS, SHF_ALLOC | SHF_EXECINSTR, 0x8000, "code"}};
+    elf.segments = {{PT_LOAD, 0, 0x8000, 0x8000, 4, 4}};
+    TemporaryFolder folder;
+    const QString path = folder.write("a.hex", elf.build());
+    ElfDwarfFiles files;
+    ElfDwarfLoadFileFactory factory(files);
+    EXPECT_EQ(factory.detectFileType(path), u"elf"_s) << "by its content";
+    ElfDwarfFile *open = files.open(path);
+    LoadFileInterface *file = factory.createLoadFile(path, u"elf"_s);
+    ASSERT_EQ(file, open);
+    EXPECT_TRUE(file->hasDebugInformation());
+    EXPECT_TRUE(file->hasEntryPoint());
+    EXPECT_EQ(file->entryPoint(), 0x8001u);
+    ASSERT_EQ(file->sections().primary().size(), 1u);
+    EXPECT_EQ(file->sections().primary()[0]->startAddress(), 0x8000u);
+    files.close(open);
+    EXPECT_EQ(file->sections().primarySize(), 4u) << "the loader still holds it";
+    factory.destroyLoadFile(file);
+
+    LoadFileInterface *image = factory.createLoadFile(path, u"bin"_s);
+    EXPECT_FALSE(image->hasDebugInformation());
+    factory.destroyLoadFile(image);
+    EXPECT_EQ(factory.createLoadFile(path, u"what"_s), nullptr);
+}
+
 } // namespace

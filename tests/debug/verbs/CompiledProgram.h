@@ -6,8 +6,10 @@
 #include <QJsonArray>
 #include <QJsonDocument>
 #include <QJsonObject>
+#include <QRegularExpression>
 #include <QStandardPaths>
 #include <gtest/gtest.h>
+#include <map>
 
 using namespace Qt::StringLiterals;
 
@@ -52,12 +54,49 @@ inline QString build(const TemporaryFolder &folder, const Compiler &compiler, co
     const QString source = folder.write("main.cpp", programText);
     const QString output = folder.path("main.elf");
     const ProgramResult result =
-        runProgram(tool, compiler.command.mid(1) + QStringList{u"-O0"_s, u"-fno-exceptions"_s, u"-fno-rtti"_s,
-                                                               u"-ffreestanding"_s, u"-nostdlib"_s, u"-Wl,-e,main"_s,
-                                                               u"-Wl,-Ttext=0x8000"_s, source, u"-o"_s, output});
+        runProgram(tool, QStringList{u"-O0"_s, u"-fno-exceptions"_s, u"-fno-rtti"_s, u"-ffreestanding"_s,
+                                     u"-nostdlib"_s, u"-Wl,-e,main"_s, u"-Wl,-Ttext=0x8000"_s} +
+                             compiler.command.mid(1) + QStringList{source, u"-o"_s, output});
     EXPECT_EQ(result.status, 0) << compiler.name << '\n' << result.error.toStdString();
     return output;
 }
+
+// For INSTANTIATE_TEST_SUITE_P.
+inline std::string nameOfCompiler(const testing::TestParamInfo<Compiler> &compiler)
+{
+    return QString::fromLatin1(compiler.param.name).replace(QRegularExpression(u"\\W+"_s), u"_"_s).toStdString();
+}
+
+// Tests of one program as each compiler makes it. Each builds it once.
+class CompiledProgramTest : public testing::TestWithParam<Compiler>
+{
+protected:
+    explicit CompiledProgramTest(const char *programText) : m_text(programText) {}
+
+    struct Program
+    {
+        TemporaryFolder folder;
+        QString elf = {};
+    };
+
+    void SetUp() override
+    {
+        static std::map<std::pair<const char *, std::string>, Program> programs;
+        const auto [entry, isNew] = programs.try_emplace({m_text, GetParam().name});
+        program = &entry->second;
+        if (isNew)
+            program->elf = build(program->folder, GetParam(), m_text);
+        elf = program->elf;
+        if (elf.isEmpty())
+            GTEST_SKIP() << GetParam().command.first().toStdString() << " isn't installed";
+    }
+
+    Program *program;
+    QString elf;
+
+private:
+    const char *m_text;
+};
 
 inline QJsonArray json(const QStringList &arguments, int status = 0)
 {

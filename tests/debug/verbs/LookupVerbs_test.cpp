@@ -2,7 +2,6 @@
 #include "support/QtPrinters.h"
 
 #include <QRegularExpression>
-#include <map>
 
 using namespace Qt::StringLiterals;
 
@@ -36,30 +35,10 @@ extern "C" int main()
 }
 )";
 
-// Each compiler builds once.
-class LookupVerbs : public testing::TestWithParam<Compiler>
+class LookupVerbs : public CompiledProgramTest
 {
 protected:
-    struct Program
-    {
-        TemporaryFolder folder;
-        QString elf = {};
-    };
-
-    void SetUp() override
-    {
-        static std::map<std::string, Program> programs;
-        const auto [entry, isNew] = programs.try_emplace(GetParam().name);
-        program = &entry->second;
-        if (isNew)
-            program->elf = build(program->folder, GetParam(), programText);
-        elf = program->elf;
-        if (elf.isEmpty())
-            GTEST_SKIP() << GetParam().command.first().toStdString() << " isn't installed";
-    }
-
-    Program *program;
-    QString elf;
+    LookupVerbs() : CompiledProgramTest(programText) {}
 };
 
 // The addresses of main's and run's bytes, from the file's symbols.
@@ -202,9 +181,7 @@ TEST_P(LookupVerbs, SymbolsByNameAndAddress)
     EXPECT_TRUE(json({u"symbol"_s, u"--json"_s, elf, u"nothing"_s}, 1)[0][u"name"].isNull());
 }
 
-INSTANTIATE_TEST_SUITE_P(Compilers, LookupVerbs, testing::ValuesIn(compilers()), [](const auto &compiler) {
-    return QString::fromLatin1(compiler.param.name).replace(QRegularExpression(u"\\W+"_s), u"_"_s).toStdString();
-});
+INSTANTIATE_TEST_SUITE_P(Compilers, LookupVerbs, testing::ValuesIn(compilers()), nameOfCompiler);
 
 TEST(LookupVerbsUsage, RefusesWhatItCantRead)
 {

@@ -2,7 +2,6 @@
 #include "support/QtPrinters.h"
 
 #include <QRegularExpression>
-#include <map>
 
 namespace {
 
@@ -42,25 +41,10 @@ extern "C" int main()
 }
 )";
 
-class TypeVerbs : public testing::TestWithParam<Compiler>
+class TypeVerbs : public CompiledProgramTest
 {
 protected:
-    struct Program
-    {
-        TemporaryFolder folder;
-        QString elf = {};
-    };
-
-    void SetUp() override
-    {
-        static std::map<std::string, Program> programs;
-        const auto [entry, isNew] = programs.try_emplace(GetParam().name);
-        if (isNew)
-            entry->second.elf = build(entry->second.folder, GetParam(), typesText);
-        elf = entry->second.elf;
-        if (elf.isEmpty())
-            GTEST_SKIP() << GetParam().command.first().toStdString() << " isn't installed";
-    }
+    TypeVerbs() : CompiledProgramTest(typesText) {}
 
     QJsonObject type(const char *name)
     {
@@ -78,8 +62,6 @@ protected:
     // Strict DWARF 2 has no namespaces, and gcc's location lists hold absolute addresses there.
     const char *motorName() const { return isVersion2() ? "Motor" : "device::Motor"; }
     bool hasUnusableFrameBases() const { return isVersion2(); }
-
-    QString elf;
 };
 
 QString memberRow(int offset, int bitOffset, int bitSize, int size, const QString &name)
@@ -235,9 +217,7 @@ TEST_P(TypeVerbs, TellsWhereVariablesAre)
     EXPECT_EQ(globals[u"bits"_s], bits[u"address"].toString());
 }
 
-INSTANTIATE_TEST_SUITE_P(Compilers, TypeVerbs, testing::ValuesIn(compilers()), [](const auto &compiler) {
-    return QString::fromLatin1(compiler.param.name).replace(QRegularExpression(u"\\W+"_s), u"_"_s).toStdString();
-});
+INSTANTIATE_TEST_SUITE_P(Compilers, TypeVerbs, testing::ValuesIn(compilers()), nameOfCompiler);
 
 TEST(TypeVerbsUsage, RefusesWhatItCantRead)
 {

@@ -15,7 +15,8 @@ using namespace Qt::StringLiterals;
 TEST(ConfigFile, SetsWhatAnInstallationHas)
 {
     const TemporaryFolder folder;
-    const QString path = folder.write("config.xml", R"xml(<config><a><system-macro name="VnTool" value="$(StudioDir)/t;$(None)"/></a>
+    const QString path =
+        folder.write("config.xml", R"xml(<config><a><system-macro name="VnTool" value="$(StudioDir)/t;$(None)"/></a>
         <system-macro name="VnHome" value="$(UserHomeDir)$(UserDataDir)"/><setting name="A/B/C" value="4"/>
         <environment-variable name="VN_TEST_CONFIG" value="$(StudioDir)" expand="No"/>
         <system-macro value="x"/></config>)xml");

@@ -185,6 +185,16 @@ TEST(ESNativeArray, MovesElements)
         {"var o = {length: 2, 0: 'a', 1: 'b'}; o.shift = Array.prototype.shift; o.shift() + o.length + o[0]", "a1b"},
         {"var a = []; for (var i = 0; i < 3000; i++) a.push(i); var s = 0; while (a.length) s += a.shift(); s",
          "4498500"},
+        // A queue: what the front gives up is used again at the back.
+        {"var a = [], s = 0, n = 0; for (var i = 0; i < 5000; i++) { a.push(i); a[a.length] = -i; a.push(7);"
+         " if (i % 3) { s += a.shift(); s = s * 31 % 1000003; } if (i % 5 == 0) while (a.length > 9) n += a.shift(); }"
+         " s + ',' + n + ',' + a.length + ',' + a.slice(-3)",
+         "509726,-800881,18,4999,-4999,7"},
+        {"var a = [1, , 3, 4]; a.shift(); a.hasOwnProperty(0) + ',' + a.shift() + a.shift() + a.concat(a.push(5), a)",
+         "true,undefined34,5,2,4,5"},
+        // Were it quadratic, this would take minutes.
+        {"var a = []; for (var i = 0; i < 1000000; i++) a.push(1); var s = 0; while (a.length) s += a.shift(); s",
+         "1000000"},
     };
     expectResults(rows);
 }

@@ -63,6 +63,8 @@ TEST(vnScript, EvaluatesATextAndPrintsItsValue)
         {{u"-e"_s, u"throw 'text'"_s}, 1, "", "Uncaught exception: text\n"},
         {{u"-e"_s, u"throw {toString: function () { throw 1 }}"_s}, 1, "", "Uncaught exception: [object Object]\n"},
         {{u"-e"_s, u"function f() { return f() } f()"_s}, 1, "", "vnScript: virtual machine stack too small\n"},
+        {{u"-e"_s, u"0x"_s}, 1, "", "digit '' is not radix 16\n-e:1\n0x\n"},
+        {{u"-e"_s, u"throw 'a\\x00b'"_s}, 1, "", QByteArray("Uncaught exception: a\0b\n", 24)},
         {{u"-e"_s, u"("_s}, 1, "", "expected an expression, found end of input\n-e:1\n(\n"},
         {{u"-e"_s, u"eval('1');\nvar x;\nx.y"_s}, 1, "", "can't convert undefined to an object\n(program) (-e:3)\n"},
         {{u""_s}, 2, "", "vnScript: the name of FILE is empty; try 'vnScript --help'\n"},
@@ -183,14 +185,11 @@ public:
         EXPECT_EQ(::write(m_output, text.constData(), size_t(text.size())), text.size());
     }
     void interrupt() { kill(m_child, SIGINT); }
-    // Waits for the program's end. `key` is typed until it comes: one that meets the terminal between two lines,
-    // when nobody waits for keys, is lost.
-    int end(const QByteArray &key = {})
+    // Waits for the program's end.
+    int end()
     {
         int status = 0;
         for (int tries = 0; tries < 200 && !m_ended; ++tries) {
-            if (!key.isEmpty() && ::write(m_output, key.constData(), size_t(key.size())) < 0)
-                break;
             waitFor("\x01 never said", 100); // the end closes our output
             m_ended = waitpid(m_child, &status, WNOHANG) == m_child;
         }
@@ -248,7 +247,27 @@ TEST(vnScript, ConsoleEditsContinuesAndSurvivesInterrupts)
     console.type("f() + 1\n");
     ASSERT_TRUE(console.waitFor("43\r\n"));
     ASSERT_TRUE(console.waitFor("> "));
-    EXPECT_EQ(console.end("\x04"), 0);
+    console.type("\x04");
+    EXPECT_EQ(console.end(), 0);
+}
+
+// What is typed while the program works and the terminal isn't the editor's.
+TEST(vnScript, ConsoleHearsWhatIsTypedAhead)
+{
+    for (const char *keys : {"6 * 7\n\x04", "for (i = 0; i < 1e6; i++) ; 42\n4\x7F\x04"}) {
+        RunningScript console;
+        ASSERT_TRUE(console.waitFor("> "));
+        console.type(keys);
+        EXPECT_TRUE(console.waitFor("42\r\n")) << keys;
+        EXPECT_EQ(console.end(), 0) << keys;
+    }
+    RunningScript console;
+    ASSERT_TRUE(console.waitFor("> "));
+    console.type(QByteArray("4\0002\n", 4)); // as Ctrl-D comes from such a time; it ends an empty line only
+    EXPECT_TRUE(console.waitFor("42\r\n"));
+    ASSERT_TRUE(console.waitFor("> "));
+    console.type(QByteArray("\0", 1));
+    EXPECT_EQ(console.end(), 0);
 }
 
 } // namespace

@@ -324,6 +324,23 @@ TEST(XMLPP2, TakesAnyDepth)
     EXPECT_EQ(inside(document).size(), 100'000 * 7 - 3) << "the innermost is <a/>";
 }
 
+// Macros that are defined on every level, each seen on all deeper ones, would take memory with the depth's square.
+TEST(XMLPP2, BoundsWhatNestedDefinitionsHold)
+{
+    QString text = u"<r>"_s, closing;
+    for (int i = 0; i < 100; ++i, closing += u"</e>"_s)
+        text += u"<e><define name='m%1' value='%1'/><x/>"_s.arg(i);
+    MemoryXMLPP2 document;
+    document.setMaximumProduced(1000); // 1 + 2 + ... + 44 is 990
+    EXPECT_TRUE(document.loadString(text + u"<ifdef name='m43'><b/></ifdef><ifdef name='m44'><c/></ifdef>"_s + closing +
+                                        u"<e><define name='m1' value='1'/><ifdef name='m1'><d/></ifdef></e></r>"_s,
+                                    QString(), true));
+    EXPECT_EQ(document.reports, QStringList(u"more than 1000 macros were to be defined inside each other : line 1"_s));
+    const QByteArray result = inside(document);
+    EXPECT_TRUE(result.contains("<b/>") && !result.contains("<c/>")) << result.toStdString();
+    EXPECT_TRUE(result.contains("<d/>")) << "what is left behind counts no longer";
+}
+
 TEST(XMLPP2, LoadsFilesAndLeavesOutText)
 {
     TemporaryFolder folder;

@@ -37,11 +37,12 @@ std::unique_ptr<QTemporaryDir> quickFolder()
     return folder->isValid() ? std::move(folder) : std::make_unique<QTemporaryDir>();
 }
 
-// Runs `work` in a process of its own, which ends without the test's clean-up.
+// Runs `work` in a process of its own, which ends without the test's clean-up, and soon if it hangs.
 pid_t runInChild(const std::function<void()> &work)
 {
     const pid_t child = fork();
     if (child == 0) {
+        alarm(300);
         work();
         _exit(0);
     }
