@@ -26,11 +26,11 @@ enum class ArgumentForm : quint8 {
     Script,        // text and path of the linker script
     MemoryMap,     // text, path
     Placement,     // text, path
-    Printf,
-    Scanf,        // text and the code of what the functions must take
-    Dependencies, // text, dependency file
-    Source,
-    Target, // text if there is any, the name
+    Printf,        // text and the code of what printf must take
+    Scanf,         // the same of scanf
+    Dependencies,  // text, dependency file
+    Source,        // the source
+    Target,        // text, output
 };
 
 struct CommandRow
@@ -49,7 +49,7 @@ class ArgumentRows
 {
 public:
     ArgumentRows(ToolCommands &tools, const StandardProjectSystem &system, const GenericOptions &genericOptions,
-                     const ToolRequest &request);
+                 const ToolRequest &request);
 
     void add(const CommandRow &row);
 
