@@ -87,7 +87,7 @@ std::span<const CommandRow> commandRows()
 }
 
 ArgumentRows::ArgumentRows(ToolCommands &tools, const StandardProjectSystem &system,
-                                   const GenericOptions &genericOptions, const ToolRequest &request)
+                           const GenericOptions &genericOptions, const ToolRequest &request)
     : m_tools(tools), m_system(system), m_genericOptions(genericOptions), m_request(request)
 {
     if (request.element->type() == ProjectElement::Type::Folder)

@@ -49,7 +49,7 @@ class ArgumentRows
 {
 public:
     ArgumentRows(ToolCommands &tools, const StandardProjectSystem &system, const GenericOptions &genericOptions,
-                     const ToolRequest &request);
+                 const ToolRequest &request);
 
     void add(const CommandRow &row);
 
