@@ -62,7 +62,8 @@ CommandRunner::CommandRunner(bool isShown, bool isDry) : m_isShown(isShown || is
 void CommandRunner::removeOutputs()
 {
     for (const QString &path : m_outputs)
-        QFile::remove(path);
+        if (!m_isDry)
+            QFile::remove(path);
 }
 
 QString CommandRunner::quoted(const QStringList &command)

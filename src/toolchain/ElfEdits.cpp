@@ -31,13 +31,20 @@ bool isSegmentSymbol(QByteArrayView name)
     return name.startsWith("__") && name.contains("_segment_") && name.endsWith("__");
 }
 
+// ElfFile reads no other.
+bool isElf32(const QString &path)
+{
+    QFile file(path);
+    return file.open(QFile::ReadOnly) && file.read(EI_CLASS + 1) == QByteArray(ELFMAG) + char(ELFCLASS32);
+}
+
 } // namespace
 
 // The table of the new names goes to the end of the file; section headers are changed in place. The old table
 // stays where it is, for the symbols' names may lie in it.
 void renameSections(const QString &path, const QList<SectionRename> &renames)
 {
-    if (!ElfFile::isElfFile(path))
+    if (!isElf32(path))
         return;
     ElfFile file;
     file.load(path);
@@ -70,6 +77,8 @@ void renameSections(const QString &path, const QList<SectionRename> &renames)
 // their numbers would have to follow; such a file stays as it is.
 void groupSegmentSymbols(const QString &path)
 {
+    if (!isElf32(path))
+        return;
     ElfFile file;
     file.load(path);
     const ElfSection *table = file.sectionNamed(u".symtab"_s);

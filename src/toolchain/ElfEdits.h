@@ -11,7 +11,7 @@ struct SectionRename
 {
     QString from, to;
 };
-// Throws HException for a file that can't be read or written. A file that isn't ELF stays as it is.
+// Throws HException for a file that can't be read or written. A file that isn't ELF of 32 bits stays as it is.
 void renameSections(const QString &path, const QList<SectionRename> &renames);
 
 // Puts the symbols "__NAME_segment_..." of one segment behind each other in the symbol table, where linkers leave

@@ -30,7 +30,7 @@ std::unique_ptr<XMLElement> PlacementDocument::readRoot(const QString &path, con
     if (!load(path, macros, true))
         throw HException(SourcePlace{path, errorLine() + 1}.error(QString::fromUtf8(errorText())));
     if (!root())
-        throw HException(SourcePlace{path}.error(u"no element in it"_s));
+        throw HException(SourcePlace{path}.error(u"no complete element: the document is empty or cut off"_s));
     std::unique_ptr<XMLElement> read = takeRoot();
     setRoot(std::move(before));
     return read;

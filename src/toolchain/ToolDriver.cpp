@@ -94,9 +94,6 @@ QStringList ToolDriver::compileCommand()
         command += u"-w"_s;
     if (m_options.warningsAsErrors)
         command += language == Language::Assembly ? u"-Wa,--fatal-warnings"_s : u"-Werror"_s;
-    for (const QString &option : m_options.preprocessor)
-        if (option.startsWith(u"-I"_s) && !QFileInfo(option.sliced(2)).isDir())
-            warn(u"no include folder '%1'"_s.arg(option.sliced(2)));
     command += m_options.preprocessor;
     if (!m_options.dependencyFile.isEmpty())
         command << u"-MD"_s << u"-MF"_s << m_options.dependencyFile;
@@ -116,6 +113,9 @@ QString ToolDriver::objectFile() const
 
 void ToolDriver::compile()
 {
+    for (const QString &option : m_options.preprocessor)
+        if (option.startsWith(u"-I"_s) && !QFileInfo(option.sliced(2)).isDir())
+            warn(u"no include folder '%1'"_s.arg(option.sliced(2)));
     const QString object = objectFile();
     const QStringList command = compileCommand();
     m_runner.addOutput(object);

@@ -3,6 +3,7 @@
 #include "base/Directories.h"
 #include "base/HException.h"
 #include "base/SharedLibrary.h"
+#include "build/commands/CommandText.h"
 #include "target/loadfile/ElfLoadFile.h"
 #include "target/memory/CodeBuffer.h"
 #include "toolchain/ArchiveMembers.h"
@@ -37,27 +38,6 @@ bool chooses(const QStringList &options, std::initializer_list<QStringView> pref
 }
 
 const QStringList smallTools = {u"cp"_s, u"xmlcp"_s, u"mkhdr"_s, u"chmod"_s, u"rm"_s};
-
-// Blanks separate words, double quotes keep them together, a backslash before a quote makes it one of the word.
-QStringList commandWords(const QString &command)
-{
-    QStringList words;
-    QString word;
-    bool isQuoted = false;
-    for (qsizetype i = 0; i <= command.size(); ++i) {
-        const QChar c = i < command.size() ? command[i] : QChar(u' ');
-        const bool isEnd = i == command.size() || (!isQuoted && c.isSpace());
-        if (isEnd && !word.isEmpty())
-            words += std::exchange(word, QString());
-        else if (!isEnd && c == u'\\' && i + 1 < command.size() && command[i + 1] == u'"')
-            word += command[++i];
-        else if (!isEnd && c == u'"')
-            isQuoted = !isQuoted;
-        else if (!isEnd)
-            word += c;
-    }
-    return words;
-}
 
 // The triple that a bitcode module was compiled for; empty when the library can't read it.
 QString bitcodeTriple(const QString &libraryPath, const QString &file)
@@ -329,7 +309,7 @@ void ToolDriver::runPatch()
     const MacroMap macros = {{u"TargetPath"_s, QFileInfo(m_options.output).absoluteFilePath()},
                              {u"RelTargetPath"_s, m_options.output}};
     for (const QString &piece : m_options.patchCommand.split(u"&&"_s, Qt::SkipEmptyParts)) {
-        QStringList words = commandWords(expandWith(macros, piece));
+        QStringList words = splitWords(expandWith(macros, piece));
         if (words.isEmpty())
             continue;
         if (smallTools.contains(words.first()))

@@ -105,11 +105,10 @@ QString ToolSet::archiver(bool hasBitcode) const
     if (hasBitcode || m_isClang) {
         const QString folder = QFileInfo(QFileInfo(find(clang())).canonicalFilePath()).path();
         const QString beside = QStandardPaths::findExecutable(u"llvm-ar"_s, {folder});
-        if (!beside.isEmpty() || hasBitcode)
-            return beside.isEmpty() ? program(u"llvm-ar"_s) : beside;
+        if (!beside.isEmpty())
+            return beside;
     }
-    const QString compiler = gcc();
-    return compiler.chopped(3) + u"ar"_s;
+    return gcc().chopped(3) + u"ar"_s;
 }
 
 QStringList ToolSet::libraryHeaders(bool cpp) const

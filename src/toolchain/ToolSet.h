@@ -24,7 +24,7 @@ public:
     QStringList compiler() const;
     // GCC of the architecture: the compiler itself, or the one whose libraries clang links.
     QString gcc() const;
-    // The archiver; of bitcode it must be LLVM's, whose archives have an index of the symbols.
+    // The archiver: for bitcode LLVM's where it is installed, whose archives have an index of its symbols.
     QString archiver(bool hasBitcode) const;
     // Folders of the library headers beside GCC, for clang; GCC finds them itself. Empty when there are none.
     QStringList libraryHeaders(bool cpp) const;
