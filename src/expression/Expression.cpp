@@ -129,6 +129,12 @@ QString BinaryExpression::inBrackets(const char *operatorText) const
     return u'(' + m_left->toString() + QLatin1StringView(operatorText) + m_right->toString() + u')';
 }
 
+QString BinaryExpression::leftOfPostfix() const
+{
+    const QString text = m_left->toString();
+    return dynamic_cast<const CastExpression *>(m_left.get()) ? u'(' + text + u')' : text;
+}
+
 const char *operatorText(BinaryOperator operation)
 {
     return operatorTexts[int(operation)];

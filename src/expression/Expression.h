@@ -172,6 +172,8 @@ protected:
     ExpressionValue computeOperands(BinaryOperator operation) const;
     // "(left=right)"
     QString inBrackets(const char *operatorText) const;
+    // The left operand as something binds to it that binds tighter than a cast: a cast stands in brackets.
+    QString leftOfPostfix() const;
 
 private:
     ExpressionPointer m_left, m_right;
@@ -197,7 +199,7 @@ class LeftSquareBracketExpression : public BinaryExpression
 public:
     using BinaryExpression::BinaryExpression;
     ExpressionValue evaluate() const override;
-    QString toString() const override { return left().toString() + u'[' + right().toString() + u']'; }
+    QString toString() const override { return leftOfPostfix() + u'[' + right().toString() + u']'; }
     ExpressionPointer clone() const override;
 };
 
@@ -207,7 +209,7 @@ class DotExpression : public BinaryExpression
 public:
     using BinaryExpression::BinaryExpression;
     ExpressionValue evaluate() const override;
-    QString toString() const override { return left().toString() + u'.' + right().toString(); }
+    QString toString() const override { return leftOfPostfix() + u'.' + right().toString(); }
     ExpressionPointer clone() const override;
 };
 

@@ -27,6 +27,13 @@ void readObject(ByteImage image, LinkInputs &inputs)
         if (bytes.contains(QByteArrayView(name, qsizetype(qstrlen(name)) + 1)))
             candidates += name;
     }
+    // GCC's modules carry this name, and their symbols as text. What they define counts as needed only if the
+    // linker hears of it before it has seen the libraries.
+    if (bytes.contains("__gnu_lto_slim"))
+        for (const char *name : libraryCallbacks)
+            if (name[0] == '_' && bytes.contains(QByteArrayView(name, qsizetype(qstrlen(name)) + 1)) &&
+                !inputs.lateSymbols.contains(QLatin1StringView(name)))
+                inputs.lateSymbols += QString::fromLatin1(name);
     ElfFile file;
     file.parse(std::move(image));
     const std::optional<Machine> machine = machineOf(file);

@@ -73,7 +73,7 @@ void ToolDriver::run()
     }
 }
 
-QStringList ToolDriver::compileCommand() const
+QStringList ToolDriver::compileCommand()
 {
     const Language language = languageOf(m_options);
     const QStringList own = language == Language::Assembly ? m_options.assemblerOptions : m_options.compilerOptions;
@@ -94,6 +94,9 @@ QStringList ToolDriver::compileCommand() const
         command += u"-w"_s;
     if (m_options.warningsAsErrors)
         command += language == Language::Assembly ? u"-Wa,--fatal-warnings"_s : u"-Werror"_s;
+    for (const QString &option : m_options.preprocessor)
+        if (option.startsWith(u"-I"_s) && !QFileInfo(option.sliced(2)).isDir())
+            warn(u"no include folder '%1'"_s.arg(option.sliced(2)));
     command += m_options.preprocessor;
     if (!m_options.dependencyFile.isEmpty())
         command << u"-MD"_s << u"-MF"_s << m_options.dependencyFile;
@@ -191,6 +194,16 @@ void ToolDriver::archive()
     if (!m_runner.isDry() &&
         rename(QFile::encodeName(fresh).constData(), QFile::encodeName(m_options.output).constData()) != 0)
         throw HException(u"cannot replace '%1': %2"_s.arg(m_options.output, qt_error_string(errno)));
+}
+
+void ToolDriver::warn(const QString &text)
+{
+    if (m_options.suppressWarnings)
+        return;
+    const QString line = text.contains(u": warning: "_s) ? text : u"cc: warning: "_s + text;
+    if (m_options.warningsAsErrors)
+        throw HException(QString(line).replace(u": warning: "_s, u": error: "_s));
+    print(stderr, line + u'\n');
 }
 
 int runToolDriver(std::span<char *const> arguments, const char *version)

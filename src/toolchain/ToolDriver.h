@@ -18,7 +18,7 @@ public:
     // are gone then.
     void run();
     // The command of the compiler by which run() would compile or assemble. Throws HException.
-    QStringList compileCommand() const;
+    QStringList compileCommand();
 
 private:
     QString objectFile() const;

@@ -14,7 +14,6 @@
 
 #include <QDir>
 #include <QFileInfo>
-#include <cstdio>
 
 using namespace Qt::StringLiterals;
 
@@ -36,12 +35,6 @@ bool chooses(const QStringList &options, std::initializer_list<QStringView> pref
         return std::ranges::any_of(prefixes, [&](QStringView prefix) { return option.startsWith(prefix); });
     });
 }
-
-// What the C library and compiled code call by name, so that bitcode that defines it must keep it.
-constexpr const char *libraryCallbacks[] = {
-    "main",    "_exit", "_sbrk", "_write", "_read",  "_close",  "_fstat", "_isatty", "_lseek", "_kill",
-    "_getpid", "_open", "_init", "_fini",  "memcpy", "memmove", "memset", "memcmp",  "abort",
-};
 
 const QStringList smallTools = {u"cp"_s, u"xmlcp"_s, u"mkhdr"_s, u"chmod"_s, u"rm"_s};
 
@@ -146,6 +139,8 @@ void ToolDriver::link()
     command += link.machine;
     command += script;
     command += linkerFlags();
+    for (const QString &symbol : link.inputs.lateSymbols)
+        command += u"-Wl,--undefined="_s + symbol;
     command += filesAsWords(objects, ".link-inputs");
     for (const QString &option : link.userOptions)
         if (!isMachineOption(option))
@@ -373,14 +368,4 @@ void ToolDriver::writeLoadFile()
     buffer->finish(program.elfFile().header().e_entry);
     if (buffer->failed())
         throw HException(u"cannot write '%1': %2"_s.arg(path, buffer->errorString()));
-}
-
-void ToolDriver::warn(const QString &text)
-{
-    if (m_options.suppressWarnings)
-        return;
-    const QString line = text.contains(u": warning: "_s) ? text : u"cc: warning: "_s + text;
-    if (m_options.warningsAsErrors)
-        throw HException(QString(line).replace(u": warning: "_s, u": error: "_s));
-    std::fprintf(stderr, "%s\n", line.toLocal8Bit().constData());
 }

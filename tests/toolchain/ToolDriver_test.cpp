@@ -4,6 +4,7 @@
 #include <QDir>
 #include <QFileInfo>
 #include <QProcess>
+#include <QRegularExpression>
 #include <csignal>
 
 using namespace Qt::StringLiterals;
@@ -33,7 +34,10 @@ protected:
             words += word.replace(u'@', folder.root() + u'/');
         const ProgramResult result = cc(words, environment);
         EXPECT_EQ(result.status, 0) << qPrintable(arguments) << result.error.constData();
-        return QString::fromUtf8(result.out).replace(folder.root() + u'/', u"@"_s).trimmed();
+        return QString::fromUtf8(result.out)
+            .replace(folder.root() + u'/', u"@"_s)
+            .replace(QRegularExpression(u"^clang-[0-9]+"_s), u"clang"_s)
+            .trimmed();
     }
     void compile(const char *name, const QStringList &options)
     {
@@ -125,6 +129,7 @@ TEST_F(Driver, ShowsTheCommandsOfCompilations)
     NEEDS_PROGRAM("arm-none-eabi-gcc");
     NEEDS_PROGRAM("riscv64-unknown-elf-gcc");
     NEEDS_PROGRAM("clang");
+    QDir().mkpath(path("inc"));
     for (const ShownRow &row : shownCompilations)
         EXPECT_EQ(shown(QString::fromLatin1(row.arguments)), QString::fromLatin1(row.command)) << row.what;
     EXPECT_FALSE(QFile::exists(path("a.o")));

@@ -6,9 +6,20 @@
 
 #include <QStandardPaths>
 
-// Skips a test, visibly, where a program that it needs isn't installed.
-#define NEEDS_PROGRAM(name)                                             \
-    if (QStandardPaths::findExecutable(QStringLiteral(name)).isEmpty()) \
+// Whether a program is installed; one of LLVM may have its version behind its name.
+inline bool hasProgram(const QString &name)
+{
+    if (!QStandardPaths::findExecutable(name).isEmpty())
+        return true;
+    for (int version = 13; version <= 22; ++version)
+        if (!QStandardPaths::findExecutable(name + QStringLiteral("-%1").arg(version)).isEmpty())
+            return true;
+    return false;
+}
+
+// Skips a test, visibly, where a program that it needs isn't there.
+#define NEEDS_PROGRAM(name)                \
+    if (!hasProgram(QStringLiteral(name))) \
     GTEST_SKIP() << name << " is not installed"
 
 // Documents of a small device, for tests of placement and links.

@@ -10,6 +10,10 @@ extern uint32_t __stack_end__; /* where the stack begins: it grows down */
 
 void Reset_Handler(void)
 {
+#ifdef __ARM_FP /* compiled for a floating-point unit, which is off after reset */
+    *(volatile uint32_t *)0xE000ED88 |= 0xF << 20; /* CPACR: full access to coprocessors 10 and 11 */
+    __asm__ volatile("dsb\n\tisb");
+#endif
     initialize_sections();
     call_constructors();
     main();

@@ -33,7 +33,7 @@ ExpressionValue DisplayTree::summaryOf(Entry type)
 
 bool DisplayTree::takeRow()
 {
-    if (++m_rows <= maximumRows)
+    if (++m_rows <= m_maximumRows)
         return true;
     m_isTruncated = true;
     return false;
@@ -285,6 +285,7 @@ void DisplayTree::expandMembers(const QString &expression, Entry type, const Var
         else if (!member.name.isEmpty())
             expand(memberName, memberExpression, member.type, place, depth + 1);
     }
+    block().setPosition(start);
     if (m_builder.showVirtualFunctions(expression))
         expandFunctions(expression, type, place, separator);
 }
@@ -330,7 +331,7 @@ void DisplayTree::expandFunctions(const QString &expression, Entry type, const V
 {
     const quint32 start = place.isMemory() ? quint32(place.address) + place.offset + block().position() : 0;
     for (Entry child = type.child(); child; child = child.sibling()) {
-        if (child.tag() != DW_TAG_subprogram || !takeRow())
+        if (child.tag() != DW_TAG_subprogram || child.has(DW_AT_artificial) || !takeRow())
             continue;
         const auto element = child.attributeResolved(DW_AT_vtable_elem_location);
         const bool isVirtual = child.number(DW_AT_virtuality).value_or(0) && element && place.isMemory();

@@ -20,6 +20,7 @@ public:
 
     // Rows within rows are left out below that many levels; 0: the first row alone.
     void setMaximumLevel(int level) { m_maximumLevel = level; }
+    void setMaximumRows(int rows) { m_maximumRows = rows; }
 
     // The row or rows of a value, or of the place that it marks. Throws when not even the first row can be made.
     void show(const QString &name, const QString &expression, const ExpressionValue &value);
@@ -81,7 +82,7 @@ private:
 
     DwarfExpressionEvaluator &m_evaluator;
     VariableListBuilder &m_builder;
-    int m_maximumLevel = maximumDepth;
+    int m_maximumLevel = maximumDepth, m_maximumRows = maximumRows;
     int m_level = 0; // of open rows
     int m_rows = 0;
     int m_applied = 0; // descriptions within each other

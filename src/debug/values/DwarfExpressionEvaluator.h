@@ -24,6 +24,9 @@ public:
     DwarfExpressionEvaluator();
     ~DwarfExpressionEvaluator() override;
 
+    using DebugExpressionParser::evaluate;
+    using DwarfLocationExpressionEvaluator::evaluate;
+
     // Where names are looked up. A frame selects the program that it is of; only an ElfDwarfFrame has one. Both drop
     // all places.
     void setFile(ElfDwarfFile *file);
@@ -169,6 +172,7 @@ private:
     ExpressionValue enumerationValue(Entry type, quint64 number, quint32 size, quint32 bitSize);
     ExpressionValue readBase(Entry type);
     ExpressionValue readNumber(const VarInfo &place);
+    quint64 integerFor(Entry type, const ExpressionValue &value);
     QByteArray constantBytes(const VarInfo &place) const;
     void writeBack(const VarInfo &place);
     ExpressionValue topValue(const VarInfo &place);

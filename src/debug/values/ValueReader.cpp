@@ -274,22 +274,31 @@ ExpressionValue DwarfExpressionEvaluator::readNumber(const VarInfo &place)
 
 // Writing
 
+// The number that a value is for an integer or an enumeration, which takes the name of an enumerator too.
+quint64 DwarfExpressionEvaluator::integerFor(Entry type, const ExpressionValue &value)
+{
+    if (value.kind() == ExpressionValue::Float)
+        return quint64(value.asSigned()); // its bits are no number
+    if (value.kind() == ExpressionValue::String) {
+        for (const auto &[number, name] : enumeratorsOf(plainType(type))) {
+            if (name == value.text())
+                return number;
+        }
+    }
+    return value.asUnsigned();
+}
+
 void DwarfExpressionEvaluator::writeEntry(Entry type, const ExpressionValue &value)
 {
     for (int depth = 0; depth < maximumTypeDepth && isQualifier(type.tag()); ++depth)
         type = type.target(DW_AT_type);
     type = dwarf().definitionOf(type);
-    const bool isNumber = value.isInteger() || value.kind() == ExpressionValue::Boolean;
-    // A float's bits aren't what an integer takes from it.
-    const auto integer = [&] {
-        return value.kind() == ExpressionValue::Float ? quint64(value.asSigned()) : value.asUnsigned();
-    };
     switch (type.tag()) {
     case DW_TAG_base_type:
         if (DwarfTypes::isFloat(type))
             writeFloat(value.asDouble(), sizeAttribute(type));
         else
-            block().writeInteger(integer(), sizeAttribute(type));
+            block().writeInteger(integerFor(type, value), sizeAttribute(type));
         break;
     case DW_TAG_pointer_type:
     case DW_TAG_reference_type:
@@ -299,15 +308,7 @@ void DwarfExpressionEvaluator::writeEntry(Entry type, const ExpressionValue &val
         else if (const auto *place = dynamic_cast<const VarInfo *>(value.marker()))
             block().writeInteger(place->address, DwarfTypes::wordSize);
         break;
-    case DW_TAG_enumeration_type:
-        if (value.kind() == ExpressionValue::String) {
-            for (const auto &[number, name] : enumeratorsOf(type)) {
-                if (name == value.text())
-                    return block().writeInteger(number, enumerationSize(type));
-            }
-        }
-        block().writeInteger(value.asUnsigned(), isNumber ? enumerationSize(type) : DwarfTypes::wordSize);
-        break;
+    case DW_TAG_enumeration_type: block().writeInteger(integerFor(type, value), enumerationSize(type)); break;
     case DW_TAG_class_type:
     case DW_TAG_structure_type:
         if (m_isRaw)
@@ -323,7 +324,7 @@ ExpressionValue DwarfExpressionEvaluator::assign(MarkerType *marker, const Expre
         throw ParserException(u"can't update a constant"_s);
     const PushedBlock pushed(*this, place); // with the bytes as they are
     if (place.isBitField())
-        block().writeBitField(value.asUnsigned(), 0, place.size, place.bitOffset, place.bitSize);
+        block().writeBitField(integerFor(place.type, value), 0, place.size, place.bitOffset, place.bitSize);
     else
         writeEntry(place.type, value);
     writeBack(place);

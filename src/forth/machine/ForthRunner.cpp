@@ -15,7 +15,8 @@ namespace {
 void printError(const QString &line)
 {
     std::fflush(stdout);
-    std::fputs((line + u'\n').toUtf8().constData(), stderr);
+    const QByteArray bytes = (line + u'\n').toUtf8();
+    std::fwrite(bytes.constData(), 1, size_t(bytes.size()), stderr); // a NUL in it doesn't end it
 }
 
 QString placed(const ForthLocation &location, const QString &text)

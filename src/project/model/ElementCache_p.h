@@ -60,6 +60,20 @@ private:
     std::vector<Value> m_values;
 };
 
+// A text in which only macros of the node itself are left to be expanded.
+struct MacroPattern
+{
+    struct Part
+    {
+        QString before;
+        size_t macro; // NodeMacros knows them by number
+    };
+
+    bool isUsable = false; // false: the text is too involved for it
+    std::vector<Part> parts;
+    QString end;
+};
+
 // What nodes have in common that have the same values: the macros but those of the node itself, and the
 // expansions that used none of these. A file without configurations has its parent's context for members;
 // every other node has its own.
@@ -81,6 +95,7 @@ struct NodeContext
     std::vector<Macro> later;                               // before the node's own, too
     std::array<DirectoryMacro, directoryCount> directories; // before all
     SmallMap<QString> values;                               // expanded; by property
+    SmallMap<MacroPattern> patterns;                        // the same of those that use the own macros of nodes
     SmallMap<QStringList> lists;                            // by property and options
 };
 
@@ -96,6 +111,8 @@ struct ElementCache
     ElementPath path;
     QString pathConfiguration;
     quint64 pathGeneration = 0;
+    QString fileType, fileTypeConfiguration;
+    quint64 fileTypeGeneration = 0;
     bool isResolving = false; // the path; its macros aren't there then
 };
 

@@ -9,6 +9,9 @@ using namespace Qt::StringLiterals;
 
 namespace {
 
+constexpr QChar patternMark(0xE000); // of private use
+constexpr qsizetype usualLength = 100;
+
 // A node as its own macros see it.
 struct OwnNode
 {
@@ -19,28 +22,28 @@ struct OwnNode
     QString relative() const { return path.wasRelative ? system.relativePath(&element, path.path) : path.path; }
 };
 
-QString fileNameOf(const QString &path)
+QStringView fileNameOf(QStringView path)
 {
     return path.sliced(path.lastIndexOf(u'/') + 1);
 }
 
-QString directoryOf(const QString &path)
+QStringView directoryOf(QStringView path)
 {
     const qsizetype slash = path.lastIndexOf(u'/');
-    return slash < 0 ? u"."_s : slash == 0 ? u"/"_s : path.first(slash);
+    return slash < 0 ? QStringView(u".") : slash == 0 ? QStringView(u"/") : path.first(slash);
 }
 
 // Without its ending, which a name that begins with its only dot doesn't have.
-QString baseNameOf(const QString &fileName)
+QStringView baseNameOf(QStringView fileName)
 {
     const qsizetype dot = fileName.lastIndexOf(u'.');
     return dot > 0 ? fileName.first(dot) : fileName;
 }
 
-QString endingOf(const QString &fileName) // without the dot
+QStringView endingOf(QStringView fileName) // without the dot
 {
     const qsizetype dot = fileName.lastIndexOf(u'.');
-    return dot > 0 ? fileName.sliced(dot + 1) : u""_s;
+    return dot > 0 ? fileName.sliced(dot + 1) : QStringView(u"");
 }
 
 enum Nodes { AllNodes, Files, FilesAndProjects }; // files are folders with a file name, too
@@ -48,18 +51,20 @@ struct OwnMacro
 {
     QLatin1StringView name;
     Nodes nodes;
-    QString (*make)(const OwnNode &);
+    void (*append)(const OwnNode &, QString &);
 };
 const OwnMacro ownMacros[] = {
-    {"ProjectNodeName"_L1, AllNodes, [](const OwnNode &node) { return node.element.displayName(); }},
-    {"InputDir"_L1, Files, [](const OwnNode &node) { return directoryOf(node.path.path); }},
-    {"InputName"_L1, Files, [](const OwnNode &node) { return baseNameOf(fileNameOf(node.path.path)); }},
-    {"InputFileName"_L1, Files, [](const OwnNode &node) { return fileNameOf(node.path.path); }},
-    {"InputExt"_L1, Files, [](const OwnNode &node) { return endingOf(fileNameOf(node.path.path)); }},
-    {"InputPath"_L1, Files, [](const OwnNode &node) { return node.path.path; }},
-    {"RelInputPath"_L1, FilesAndProjects, [](const OwnNode &node) { return node.relative(); }},
+    {"ProjectNodeName"_L1, AllNodes, [](const OwnNode &node, QString &text) { text += node.element.displayName(); }},
+    {"InputDir"_L1, Files, [](const OwnNode &node, QString &text) { text += directoryOf(node.path.path); }},
+    {"InputName"_L1, Files, [](const OwnNode &node, QString &text) { text += baseNameOf(fileNameOf(node.path.path)); }},
+    {"InputFileName"_L1, Files, [](const OwnNode &node, QString &text) { text += fileNameOf(node.path.path); }},
+    {"InputExt"_L1, Files, [](const OwnNode &node, QString &text) { text += endingOf(fileNameOf(node.path.path)); }},
+    {"InputPath"_L1, Files, [](const OwnNode &node, QString &text) { text += node.path.path; }},
+    {"RelInputPath"_L1, FilesAndProjects, [](const OwnNode &node, QString &text) { text += node.relative(); }},
     {"RelInputDir"_L1, FilesAndProjects,
-     [](const OwnNode &node) { return node.path.wasRelative ? directoryOf(node.relative()) : u"."_s; }},
+     [](const OwnNode &node, QString &text) {
+         text += node.path.wasRelative ? directoryOf(node.relative()).toString() : u"."_s;
+     }},
 };
 
 bool hasMacro(const ProjectElement &element, Nodes nodes)
@@ -88,6 +93,18 @@ const QString *find(const MacroMap &macros, const QString &name)
     return found == macros.constEnd() ? nullptr : &*found;
 }
 
+// Whether a reference has another one, or brackets, within its own.
+bool hasNestedReference(const QString &text)
+{
+    for (qsizetype at = text.indexOf("$("_L1); at >= 0; at = text.indexOf("$("_L1, at + 2)) {
+        const qsizetype end = text.indexOf(u')', at);
+        const QStringView inside = QStringView(text).sliced(at + 2, qMax<qsizetype>(end - at - 2, 0));
+        if (end < 0 || inside.contains(u'$') || inside.contains(u'('))
+            return true;
+    }
+    return false;
+}
+
 // The display names of the folders from `folder` outwards, the outermost first.
 QString folderPath(const ProjectElement *folder)
 {
@@ -110,6 +127,7 @@ std::optional<QString> NodeMacros::value(const QString &name)
             return std::nullopt;
         const std::optional<QString> now = SystemMacroTable::instance().currentTime(name);
         m_isOwn |= now.has_value();
+        m_isTooInvolved |= now.has_value();
         return now.value_or(*found);
     };
     if (const QString *found = m_extra ? find(*m_extra, name) : nullptr)
@@ -137,9 +155,54 @@ std::optional<QString> NodeMacros::ownValue(const QString &name)
     // While the node's path is worked out, nothing that comes from it is there.
     if (known->nodes != AllNodes && m_element->cache().isResolving)
         return std::nullopt;
+    if (m_pattern) {
+        m_pattern->parts.push_back({QString(), size_t(known - std::begin(ownMacros))});
+        return QString(patternMark);
+    }
+    QString made = u""_s;
+    appendOwn(size_t(known - std::begin(ownMacros)), made);
+    return made;
+}
+
+void NodeMacros::appendOwn(size_t macro, QString &text) const
+{
     static const ElementPath none;
-    const ElementPath &path = known->nodes == AllNodes ? none : m_system.resolve(m_element, m_context.configuration);
-    return known->make({m_system, *m_element, path});
+    const OwnMacro &own = ownMacros[macro];
+    own.append(
+        {m_system, *m_element, own.nodes == AllNodes ? none : m_system.resolve(m_element, m_context.configuration)},
+        text);
+}
+
+MacroPattern NodeMacros::patternOf(const QString &text)
+{
+    MacroPattern pattern;
+    if (m_element->cache().isResolving || hasNestedReference(text))
+        return pattern;
+    m_pattern = &pattern;
+    pattern.end = expandMacros(*this, text);
+    m_pattern = nullptr;
+    // Each own macro left one mark in the text; another one there isn't ours.
+    if (m_isTooInvolved || pattern.end.count(patternMark) != qsizetype(pattern.parts.size()))
+        return pattern;
+    for (MacroPattern::Part &part : pattern.parts) {
+        const qsizetype mark = pattern.end.indexOf(patternMark);
+        part.before = pattern.end.first(mark);
+        pattern.end.remove(0, mark + 1);
+    }
+    pattern.isUsable = true;
+    return pattern;
+}
+
+QString NodeMacros::expand(const MacroPattern &pattern) const
+{
+    QString text;
+    text.reserve(usualLength);
+    for (const MacroPattern::Part &part : pattern.parts) {
+        text += part.before;
+        appendOwn(part.macro, text);
+    }
+    text += pattern.end;
+    return text;
 }
 
 // None where the directory isn't a macro.
@@ -179,6 +242,7 @@ std::optional<QString> NodeMacros::directoryValue(int directory)
     known.state = isOwn ? Macro::Own : made ? Macro::Shared : Macro::Absent;
     known.value = isOwn ? QString() : made.value_or(QString());
     m_isOwn |= isOwn;
+    m_isTooInvolved |= isOwn;
     return made;
 }
 
@@ -209,12 +273,12 @@ void NodeMacros::fill(const ProjectSystem &system, const ProjectElement *element
             add(u"ProjectName"_s, project->displayName());
         }
         if (const ProjectElement *root = element->enclosing(ProjectElement::Type::Solution)) {
-            const QString fileName = fileNameOf(root->filePath());
+            const QString fileName = fileNameOf(root->filePath()).toString();
             add(u"SolutionDir"_s, system.solutionDirectory(root));
-            add(u"SolutionName"_s, baseNameOf(fileName));
+            add(u"SolutionName"_s, baseNameOf(fileName).toString());
             add(u"SolutionFileName"_s, fileName);
             add(u"SolutionPath"_s, root->filePath());
-            add(u"SolutionExt"_s, endingOf(fileName));
+            add(u"SolutionExt"_s, endingOf(fileName).toString());
         }
     }
     context.later = {{u"Configuration"_s, configuration},
@@ -300,12 +364,22 @@ QString ProjectSystem::expandedValue(const ProjectElement *element, ProjectPrope
     NodeContext &shared = context(element, configuration);
     if (const QString *known = shared.values.find(quint32(property)))
         return *known;
-    bool isItsOwn = false;
-    const QString expanded = expand(element, configuration, raw, {}, &isItsOwn);
-    if (!isItsOwn)
+    NodeMacros macros(*this, element, shared);
+    const MacroPattern *pattern = shared.patterns.find(quint32(property));
+    if (pattern && pattern->isUsable && !element->cache().isResolving) {
+        if (isOwn)
+            *isOwn = true;
+        return macros.expand(*pattern);
+    }
+    const QString expanded = expandMacros(macros, raw);
+    if (!macros.isOwn()) {
         shared.values.insert(quint32(property), expanded);
-    else if (isOwn)
+        return expanded;
+    }
+    if (isOwn)
         *isOwn = true;
+    if (element && !pattern)
+        shared.patterns.insert(quint32(property), macros.patternOf(raw));
     return expanded;
 }
 

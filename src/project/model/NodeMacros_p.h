@@ -23,8 +23,13 @@ public:
     static void fill(const ProjectSystem &system, const ProjectElement *element, NodeContext &context);
     MacroMap all();
 
+    // The text with all but the node's own macros expanded, and such a text with those of this node.
+    MacroPattern patternOf(const QString &text);
+    QString expand(const MacroPattern &pattern) const;
+
 private:
     std::optional<QString> ownValue(const QString &name);
+    void appendOwn(size_t macro, QString &text) const;
     std::optional<QString> directoryValue(int directory);
     QString directoryText(ProjectProperty property, int directory, bool &isOwn);
 
@@ -34,4 +39,6 @@ private:
     const MacroMap *m_extra;
     const int m_directories; // how many of them are known
     bool m_isOwn = false;
+    bool m_isTooInvolved = false;      // for a pattern
+    MacroPattern *m_pattern = nullptr; // the own macros go here, when one is made
 };

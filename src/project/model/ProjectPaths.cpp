@@ -87,31 +87,41 @@ QString ProjectSystem::relativePath(const ProjectElement *element, const QString
 
 QString ProjectSystem::fileTypeOf(const ProjectElement *element, const QString &configuration) const
 {
+    ElementCache &cache = element->cache();
+    if (cache.fileTypeGeneration == changeCount() && cache.fileTypeConfiguration == configuration)
+        return cache.fileType;
     QString type = value(element, ProjectProperty::file_type, configuration);
-    if (!type.isEmpty() && type != "Default"_L1)
-        return type;
-    type = element->buildType();
-    if (type.isEmpty()) {
-        const QString path = resolve(element, configuration).path;
-        type = buildTypeOfFile(path);
-        if (type.isEmpty()) {
-            // The tool chain's endings.
-            const auto hasEnding = [&path](const QString &ending) {
-                return !ending.isEmpty() && path.endsWith(ending, Qt::CaseInsensitive);
-            };
-            if (hasEnding(assemblyFileExtension(element, configuration)))
-                type = BuildType::assembly;
-            else if (hasEnding(objectFileExtension(element, configuration)))
-                type = BuildType::objectFile;
-            else if (hasEnding(executableFileExtension(element, configuration)))
-                type = BuildType::executable;
-            else if (hasEnding(libraryFileExtension(element, configuration)))
-                type = BuildType::library;
-        }
+    const bool isSaid = !type.isEmpty() && type != "Default"_L1;
+    const QString path = isSaid ? QString() : resolve(element, configuration).path;
+    if (!isSaid) {
+        type = element->buildType().isEmpty() ? typeOfPath(element, path, configuration) : element->buildType();
+        if (type == BuildType::c && isYes(element, ProjectProperty::c_files_are_cpp, configuration))
+            type = BuildType::cpp;
     }
-    if (type == BuildType::c && isYes(element, ProjectProperty::c_files_are_cpp, configuration))
-        return BuildType::cpp;
+    if (!path.endsWith(".xml"_L1, Qt::CaseInsensitive)) { // whose content says it
+        cache.fileType = type;
+        cache.fileTypeConfiguration = configuration;
+        cache.fileTypeGeneration = changeCount();
+    }
     return type;
+}
+
+QString ProjectSystem::typeOfPath(const ProjectElement *element, const QString &path,
+                                  const QString &configuration) const
+{
+    const QString known = buildTypeOfFile(path);
+    if (!known.isEmpty())
+        return known;
+    const auto hasEnding = [&path](const QString &ending) { // the tool chain's
+        return !ending.isEmpty() && path.endsWith(ending, Qt::CaseInsensitive);
+    };
+    if (hasEnding(assemblyFileExtension(element, configuration)))
+        return BuildType::assembly;
+    if (hasEnding(objectFileExtension(element, configuration)))
+        return BuildType::objectFile;
+    if (hasEnding(executableFileExtension(element, configuration)))
+        return BuildType::executable;
+    return hasEnding(libraryFileExtension(element, configuration)) ? BuildType::library : QString();
 }
 
 QString StandardProjectSystem::objectFileExtension(const ProjectElement *, const QString &) const

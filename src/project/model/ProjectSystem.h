@@ -226,6 +226,7 @@ private:
                           bool *isOwn) const;
     bool holds(const PropertyValueGroupClass::Contribution &contribution, const ProjectElement *element,
                const QString &configuration) const;
+    QString typeOfPath(const ProjectElement *element, const QString &path, const QString &configuration) const;
     void resolveProject(const ProjectElement &project, ElementPath &path) const;
     void resolveFile(const ProjectElement &file, const QString &configuration, ElementPath &path) const;
     void prepare(ProjectElement &root, const SolutionLoadHandlers &handlers);

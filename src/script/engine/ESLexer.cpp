@@ -276,7 +276,8 @@ quint32 ESLexer::scanNumber()
         m_at += isHexadecimal ? 2 : 1;
         do {
             if (!is(*m_at, wanted))
-                fail(u"digit '%1' is not radix %2"_s.arg(QChar(*m_at)).arg(isHexadecimal ? 16 : 8));
+                fail(u"digit '%1' is not radix %2"_s.arg(*m_at ? QString(QChar(*m_at)) : QString())
+                         .arg(isHexadecimal ? 16 : 8));
             m_number = m_number * (isHexadecimal ? 16 : 8) + digitValue(*m_at++);
         } while (is(*m_at, taken));
         return tokNumber;

@@ -20,7 +20,8 @@ constexpr int exitInterrupted = 130;
 void printError(const QString &text)
 {
     std::fflush(stdout);
-    std::fputs((text + u'\n').toUtf8().constData(), stderr);
+    const QByteArray line = (text + u'\n').toUtf8();
+    std::fwrite(line.constData(), 1, size_t(line.size()), stderr); // a NUL in it doesn't end it
 }
 
 // ---- The objects Script and WScript: one object under two names

@@ -1,11 +1,11 @@
 #include "xml/settings/EnvironmentSettings.h"
 
+#include "base/Directories.h"
 #include "base/IntegerReader.h"
 #include "base/Log.h"
 #include "xml/tree/XMLNode.h"
 
 #include <QFile>
-#include <QStandardPaths>
 #include <algorithm>
 
 using namespace Qt::StringLiterals;
@@ -60,10 +60,7 @@ EnvironmentSettings::~EnvironmentSettings()
 
 QString EnvironmentSettings::defaultUserFile()
 {
-    const QString folder = qEnvironmentVariable("VELDANE_USER_DIR");
-    if (!folder.isEmpty())
-        return folder + "/settings.xml"_L1;
-    return QStandardPaths::writableLocation(QStandardPaths::GenericConfigLocation) + "/veldane/settings.xml"_L1;
+    return userDirectory(UserFiles::Config) + "/settings.xml"_L1;
 }
 
 QString EnvironmentSettings::defaultGlobalFile()

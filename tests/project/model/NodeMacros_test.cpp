@@ -119,3 +119,27 @@ TEST_F(NodeMacrosTest, TimeIsNeverKept)
     };
     EXPECT_NE(directory(), directory());
 }
+
+// A text with own macros is kept in pieces; what can't be must come out the same.
+TEST_F(NodeMacrosTest, KeptPiecesGiveWhatTheTextGives)
+{
+    load(R"xml(<solution><project Name="p"><configuration Name="Common" macros="Mark=;Nested=$(InputName);A_x=1"/>
+        <folder Name="f"><file file_name="src/x.c"/><file file_name="y.s"/><file Name="z" file_name="../z.c"/>
+        </folder></project></solution>)xml");
+    ProjectElement *project = node("p");
+    const PropertyClass &property = system.schema()[ProjectProperty::build_object_file_name];
+    for (const char *text :
+         {"$(InputName)", "a$(RelInputDir)/$(InputName)b$(OBJ)", "$(Nested)", "$(Mark)$(InputName)",
+          "$$(InputName)$(InputExt)", "$(A_$(InputName))", "$(None:$(InputName))", "$(None::$(InputName))",
+          "$(InputName:x)$(None:y)", "$(UnixTime)$(InputName)", "$(InputName)$(", "$(IntDir)$(Input(x))"}) {
+        system.setPropertyValue(project, &property, u"Common"_s, QString::fromUtf8(text));
+        system.setPropertyValue(project, &system.schema()[ProjectProperty::build_intermediate_directory], u"Common"_s,
+                                text[0] == 'a' ? u"obj"_s : u"$(InputName)"_s);
+        SystemMacroTable::instance().setClock([] { return QDateTime::fromSecsSinceEpoch(5); });
+        for (int round = 0; round < 2; ++round)
+            for (const char *name : {"x.c", "y.s", "z"})
+                EXPECT_EQ(system.expandedValue(node(name), ProjectProperty::build_object_file_name, u"Debug"_s),
+                          system.expand(node(name), u"Debug"_s, QString::fromUtf8(text)))
+                    << text << " " << name;
+    }
+}

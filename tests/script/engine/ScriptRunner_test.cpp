@@ -63,6 +63,8 @@ TEST(vnScript, EvaluatesATextAndPrintsItsValue)
         {{u"-e"_s, u"throw 'text'"_s}, 1, "", "Uncaught exception: text\n"},
         {{u"-e"_s, u"throw {toString: function () { throw 1 }}"_s}, 1, "", "Uncaught exception: [object Object]\n"},
         {{u"-e"_s, u"function f() { return f() } f()"_s}, 1, "", "vnScript: virtual machine stack too small\n"},
+        {{u"-e"_s, u"0x"_s}, 1, "", "digit '' is not radix 16\n-e:1\n0x\n"},
+        {{u"-e"_s, u"throw 'a\\x00b'"_s}, 1, "", QByteArray("Uncaught exception: a\0b\n", 24)},
         {{u"-e"_s, u"("_s}, 1, "", "expected an expression, found end of input\n-e:1\n(\n"},
         {{u"-e"_s, u"eval('1');\nvar x;\nx.y"_s}, 1, "", "can't convert undefined to an object\n(program) (-e:3)\n"},
         {{u""_s}, 2, "", "vnScript: the name of FILE is empty; try 'vnScript --help'\n"},
