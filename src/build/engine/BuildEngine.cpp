@@ -156,7 +156,9 @@ void BuildEngine::runPreBuild(const ProjectElement *project, const QString &conf
     if (!force && m_system.value(project, pre_build_command_control, configuration) != "Always Run"_L1) {
         NullBuilder nobody;
         Idler still;
-        if (!buildElement(project, configuration, &nobody, still, BuildFlag::dryRun) || !m_state.goesOn())
+        const int stepsBefore = m_stepsDone;
+        const bool isNeeded = buildElement(project, configuration, &nobody, still, BuildFlag::dryRun);
+        if ((!isNeeded && m_stepsDone == stepsBefore) || !m_state.goesOn())
             return;
     }
     runProjectCommand(command, m_system.expandedValue(project, pre_build_command_wd, configuration),

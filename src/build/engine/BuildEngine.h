@@ -113,6 +113,9 @@ public:
     // The commands with that hash have made the output. An empty one: they may have written any file.
     void outputMade(const ProjectElement *element, const QString &configuration, const QString &output, quint64 hash);
     // A job failed; with keep-going the project's own step and those that need it are passed over then.
+    // Elements that did something, or would have. What a project's children did isn't in the project's result.
+    int stepsDone() const { return m_stepsDone; }
+    void noteStep() { ++m_stepsDone; }
     void noteFailure() { ++m_failureCount; } // that ends nothing
     void jobFailed(const ProjectElement *element, const QString &configuration);
     bool hasFailed(const ProjectElement *project, const QString &configuration) const;
@@ -158,8 +161,10 @@ private:
     BuildFlags m_factsFlags = 0;
     quint64 m_factsChanges = 0;
     std::unique_ptr<ExternalTemplates> m_externalTemplates;
+    int m_listDepth = 0; // of dependencies
     bool m_isBuilding = false;
     bool m_runsTools = true;
     int m_failureCount = 0;
+    int m_stepsDone = 0;
     int m_interrupts = 0; // taken up
 };

@@ -6,6 +6,8 @@
 #include "build/engine/ProjectNodes.h"
 #include "project/model/ProjectSystem.h"
 
+#include <QScopeGuard>
+
 using namespace Qt::StringLiterals;
 
 namespace {
@@ -79,6 +81,8 @@ void BuildEngine::addProjectJobs(const ProjectElement *project, const QString &c
     const QStringList configurations =
         batch ? batchConfigurations(m_system, projectOf(project)) : QStringList{configuration};
     for (const QString &name : configurations) {
+        if (!m_state.goesOn())
+            return;
         if (m_system.value(project, ProjectProperty::build_exclude_from_build, name) != "No"_L1)
             continue;
         if (!m_listed.insert({project, name}).second)
@@ -98,10 +102,17 @@ void BuildEngine::addProjectJobs(const ProjectElement *project, const QString &c
     }
 }
 
-// False when the user stopped the build.
+// False when the build can't go on.
 bool BuildEngine::addDependencyJobs(const ProjectElement *project, const QString &configuration, BuildFlags flags,
                                     Builder &builder, Idler &idler, bool single, BuildJobs &jobs)
 {
+    if (m_listDepth == maximumDependencyDepth) {
+        builder.reportError("Project dependencies are nested too deeply at "_L1 + project->displayName());
+        m_state.failed = true;
+        return false;
+    }
+    ++m_listDepth;
+    const auto leave = qScopeGuard([this] { --m_listDepth; });
     bool hasFault = false;
     const size_t jobsBefore = jobs.size();
     const auto report = [&](const QString &text) {
@@ -132,7 +143,7 @@ bool BuildEngine::addDependencyJobs(const ProjectElement *project, const QString
         builder.endStep(nullptr, configuration);
     if (jobs.size() > jobsBefore)
         jobs.push_back({nullptr, {}, 0, {}});
-    return !m_state.stop;
+    return m_state.goesOn();
 }
 
 void BuildEngine::addFolderJobs(const ProjectElement *firstChild, const QString &configuration, BuildFlags flags,

@@ -19,8 +19,11 @@ void BuildThread::prepare()
 {
     m_commands.clear();
     m_next = 0;
-    watchFailure(
-        [this] { m_result = m_engine.buildElement(m_element, m_configuration, this, m_recordingIdler, m_flags); });
+    watchFailure([this] {
+        const int stepsBefore = m_engine.stepsDone();
+        m_result = m_engine.buildElement(m_element, m_configuration, this, m_recordingIdler, m_flags);
+        m_result |= m_engine.stepsDone() > stepsBefore;
+    });
 }
 
 // Other slots' failures aren't ours: what our command has made stays made.

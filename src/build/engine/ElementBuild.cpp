@@ -42,7 +42,10 @@ bool ElementBuild::run()
         m_isForced |= buildChildren();
     if (!goesOn())
         return false;
-    return m_flags & BuildFlag::analyze ? analyze(kind) : buildStep(kind);
+    const bool didSomething = m_flags & BuildFlag::analyze ? analyze(kind) : buildStep(kind);
+    if (didSomething && kind != ToolKind::None)
+        m_engine.noteStep();
+    return didSomething;
 }
 
 bool ElementBuild::buildStep(ToolKind kind)

@@ -17,15 +17,17 @@ const ProjectElement *nearest(const ProjectElement *node, ProjectElement::Type t
 }
 
 void collect(const StandardProjectSystem &system, const ProjectElement *project, const QString &configuration,
-             QSet<const ProjectElement *> &seen, QList<const ProjectElement *> &result)
+             QSet<const ProjectElement *> &seen, QList<const ProjectElement *> &result, int depth = 0)
 {
+    if (depth > maximumDependencyDepth)
+        return; // listing the jobs has told it
     for (const QString &name : dependencyNames(system, project, configuration)) {
         const ProjectElement *dependency = system.project(name);
         if (!dependency || seen.contains(dependency))
             continue;
         seen.insert(dependency);
         result += dependency;
-        collect(system, dependency, configuration, seen, result);
+        collect(system, dependency, configuration, seen, result, depth + 1);
     }
 }
 

@@ -156,9 +156,10 @@ int run(const CommandArguments &arguments)
     textOptions(arguments);
     const bool isJson = arguments.has("json");
 
-    // Never taken apart: the process ends with it, and a large tree takes its time.
-    static LoadedSolution *const solution = new LoadedSolution(arguments.positional().first(), globalMacros(arguments));
-    LoadedSolution &loaded = *solution;
+    // Taking a large tree apart would be a tenth of a build in which nothing is out of date; the process ends anyway.
+    static LoadedSolution *kept = nullptr;
+    kept = new LoadedSolution(arguments.positional().first(), globalMacros(arguments));
+    LoadedSolution &loaded = *kept;
     if (query == "set") {
         const QString configuration = loaded.configuration(arguments.value("config", u"Common"_s));
         setProperties(loaded, arguments.values("set"), loaded.node(arguments.value("node"), configuration),

@@ -1,6 +1,7 @@
 #include "project/model/ElementPath.h"
 
 #include <QDir>
+#include <QStringBuilder>
 
 namespace {
 
@@ -9,9 +10,11 @@ bool isClean(QStringView path)
 {
     if (path.endsWith(u'/'))
         return path.size() == 1;
-    for (qsizetype i = 0; i < path.size(); ++i) {
-        const bool startsPart = i == 0 || path[i - 1] == u'/';
-        if (startsPart && (path[i] == u'.' || (path[i] == u'/' && i > 0)))
+    if (path.startsWith(u'.'))
+        return false;
+    for (qsizetype slash = path.indexOf(u'/'); slash >= 0; slash = path.indexOf(u'/', slash + 1)) {
+        const QChar next = path[slash + 1]; // there is one: the last isn't a slash
+        if (next == u'.' || next == u'/')
             return false;
     }
     return true;
@@ -26,7 +29,7 @@ QString normalizedPath(const QString &path)
 
 QString absolutePath(const QString &directory, const QString &path)
 {
-    return normalizedPath(path.startsWith(u'/') ? path : directory + u'/' + path);
+    return normalizedPath(path.startsWith(u'/') ? path : QString(directory % u'/' % path));
 }
 
 QString relativePath(const QString &directory, const QString &path)

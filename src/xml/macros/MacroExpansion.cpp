@@ -54,7 +54,7 @@ qsizetype endOfReference(QStringView text, qsizetype from, bool &isNested)
 QString expandOnce(MacroSource &source, QStringView text, bool &rescan)
 {
     QString result;
-    result.reserve(text.size());
+    result.reserve(2 * text.size() + 64); // values are longer than their names as a rule
     rescan = false;
     for (qsizetype i = 0; i < text.size() && result.size() <= maximumExpandedLength;) {
         const qsizetype start = text.indexOf(lead, i);

@@ -113,6 +113,19 @@ TEST_F(JobScheduler, DependenciesComeFirstAndCyclesEnd)
     EXPECT_EQ(events.matching(u"open"_s).last(), u"open b 2"_s);
 }
 
+TEST_F(JobScheduler, EndlessDependenciesAreRefused)
+{
+    QByteArray projects;
+    for (int number = 0; number < 3000; ++number) {
+        const QByteArray text = QByteArray::number(number);
+        projects += "<project Name=\"p" + text + "\"><configuration Name=\"Common\" project_dependencies=\"p" +
+                    QByteArray::number(number + 1) + "\"/></project>";
+    }
+    load(projects);
+    EXPECT_EQ(build(1), BuildResult::Failed);
+    EXPECT_EQ(told("error"), QStringList{u"Project dependencies are nested too deeply at p1000"_s});
+}
+
 TEST_F(JobScheduler, ProjectsOverlapOnlyWhereTheyMay)
 {
     write("x.c", 10);
