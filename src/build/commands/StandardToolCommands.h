@@ -9,6 +9,19 @@ public:
     using ToolCommands::ToolCommands;
 
     // The target by the processor that the additional options name, the language standard and the like among
-    // them, definitions and include directories.
+    // them, definitions, include directories, and the folders of the C and C++ library.
     QStringList languageArguments(const ProjectElement *element, const QString &configuration) override;
+
+private:
+    // Of sources with these options.
+    struct Target
+    {
+        QStringList options;
+        bool isCpp = false;
+        QString triple; // empty: none was asked for
+        QStringList libraryHeaders;
+    };
+    const Target &targetOf(const QStringList &options, bool isCpp);
+
+    Target m_target; // the last one asked for
 };

@@ -118,9 +118,8 @@ bool FileType::perform(FileAction action, const QString &path) const
     };
     if (!m_handler || !offers(action))
         return false;
-    const auto operation = operations[size_t(action)];
-    FileTypeHandler &handler = *m_handler;
-    (handler.*operation)(path);
+    const auto operation = operations[int(action)];
+    (m_handler.get()->*operation)(path);
     return true;
 }
 

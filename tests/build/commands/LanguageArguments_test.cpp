@@ -1,6 +1,7 @@
 #include "CommandsTest.h"
 
 #include "build/commands/CommandText.h"
+#include "support/RunProgram.h"
 
 using namespace Qt::StringLiterals;
 
@@ -10,7 +11,13 @@ TEST_F(CommandsTest, LanguageArgumentsAreWhatClangUnderstands)
         c_system_include_directories="$(ProjectDir);/none/such" code_completion_options="-Wall;-DX=$(ProjectName)"
         c_additional_options="-mcpu=cortex-m3;-mthumb;-fno-tree-vrp" cpp_only_additional_options="-std=c++20;-O2"
         asm_additional_options="-march=rv32imac")x");
-    const auto arguments = [this](const char *name) { return line(tools.languageServiceArguments(node(name), debug)); };
+    const auto arguments = [this](const char *name) { // without the folders of the machine's C library
+        QStringList all = tools.languageServiceArguments(node(name), debug);
+        for (qsizetype i = all.size() - 2; i >= 0; --i)
+            if (all[i] == u"-isystem" && all[i + 1] != folder.root())
+                all.remove(i, 2);
+        return line(all);
+    };
     EXPECT_EQ(arguments("main.c"),
               u"--target=arm-none-eabi -Iinc -DA=1 -UB -mcpu=cortex-m3 -mthumb -isystem P -x c -Wall "
               u"-DX=app"_s);
@@ -22,16 +29,42 @@ TEST_F(CommandsTest, LanguageArgumentsAreWhatClangUnderstands)
               u"-DA=1 -DX=app"_s);
 }
 
+// With the headers that the program is built with.
+TEST_F(CommandsTest, ClangReadsAFirmwareSourceByThem)
+{
+    load(R"(c_additional_options="-mcpu=cortex-m3;-mthumb;-Og" cpp_only_additional_options="-std=c++20")");
+    const QByteArray text = "#include <stdio.h>\n#include <stdint.h>\nchar is32Bits[sizeof(void *) == 4 ? 1 : -1];\n";
+    folder.write("main.c", text);
+    ASSERT_TRUE(QDir().mkpath(folder.path("sub")));
+    folder.write("sub/util.cpp", "#include <vector>\n" + text);
+    for (const char *name : {"main.c", "util.cpp"}) {
+        const ProjectElement *file = node(name);
+        const QStringList given = tools.languageServiceArguments(file, debug);
+        if (!given.contains(u"-isystem"_s))
+            GTEST_SKIP() << "no C library for ARM is there";
+        const ProgramResult result = runProgram(u"/usr/bin/env"_s, QStringList{u"clang-14"_s, u"-fsyntax-only"_s} +
+                                                                       given + QStringList(system.path(file, debug)));
+        if (result.status == 127)
+            GTEST_SKIP() << "clang-14 isn't there";
+        EXPECT_EQ(result.status, 0) << result.error.toStdString();
+    }
+}
+
 TEST_F(CommandsTest, AnalyzerIsRunOverASource)
 {
     load(R"(clang_tidy_checks_c="a;b" cpp_enable_exceptions="Yes")");
+    const auto command = [this](const char *name) {
+        const QStringList own = tools.languageServiceArguments(node(name), debug);
+        return line(builder.lastArguments).replace(line(own), u"OWN"_s);
+    };
     tools.analyzeFile(node("main.c"), debug, builder);
-    EXPECT_EQ(line(builder.lastArguments), u"clang-tidy P/main.c -checks=a,b -quiet -- -x c -x c"_s);
+    EXPECT_EQ(command("main.c"), u"clang-tidy P/main.c -checks=a,b -quiet -- -x c OWN"_s);
     EXPECT_EQ(shown(builder.notes.join(u", ")), u"step Analyzing main.c, run in P for , end"_s);
     SystemMacroTable::instance().addSystemMacro(u"CLANGTIDY"_s, u"/opt/tidy"_s, QString());
     tools.analyzeFile(node("util.cpp"), debug, builder);
-    EXPECT_EQ(line(builder.lastArguments), u"/opt/tidy P/sub/util.cpp -checks=clang-analyzer-* -quiet -- -x c++ "
-                                           u"-fcxx-exceptions -fexceptions -fno-rtti -x c++"_s);
+    EXPECT_EQ(command("util.cpp"),
+              u"/opt/tidy P/sub/util.cpp -checks=clang-analyzer-* -quiet -- -x c++ -fcxx-exceptions "
+              u"-fexceptions -fno-rtti OWN"_s);
 }
 
 // The tool chain's own properties make options, and take over options that they make from the project's.
