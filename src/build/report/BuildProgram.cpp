@@ -156,10 +156,9 @@ int run(const CommandArguments &arguments)
     textOptions(arguments);
     const bool isJson = arguments.has("json");
 
-    // Taking a large tree apart would be a tenth of a build in which nothing is out of date; the process ends anyway.
-    static LoadedSolution *kept = nullptr;
-    kept = new LoadedSolution(arguments.positional().first(), globalMacros(arguments));
-    LoadedSolution &loaded = *kept;
+    // Never taken apart: the process ends with it, and a large tree takes its time.
+    static LoadedSolution *const solution = new LoadedSolution(arguments.positional().first(), globalMacros(arguments));
+    LoadedSolution &loaded = *solution;
     if (query == "set") {
         const QString configuration = loaded.configuration(arguments.value("config", u"Common"_s));
         setProperties(loaded, arguments.values("set"), loaded.node(arguments.value("node"), configuration),
