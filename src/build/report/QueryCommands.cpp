@@ -8,7 +8,6 @@
 #include "build/commands/StandardToolCommands.h"
 #include "build/engine/BuildEngine.h"
 #include "build/engine/CompileCommands.h"
-#include "build/engine/CompileCommands.h"
 #include "build/engine/ExportBuilder.h"
 #include "build/engine/StudioBuilder.h"
 
