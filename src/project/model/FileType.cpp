@@ -118,8 +118,9 @@ bool FileType::perform(FileAction action, const QString &path) const
     };
     if (!m_handler || !offers(action))
         return false;
-    const auto operation = operations[int(action)];
-    (m_handler.get()->*operation)(path);
+    const auto operation = operations[size_t(action)];
+    FileTypeHandler &handler = *m_handler;
+    (handler.*operation)(path);
     return true;
 }
 
