@@ -35,7 +35,8 @@ protected:
     // The node with that display name; the first in document order.
     ProjectElement *node(const char *name) const
     {
-        for (XMLNode *at = system.solution(); at; at = at->nextInTree(system.solution())) {
+        ProjectElement *top = system.solution();
+        for (XMLNode *at = top; at; at = at->nextInTree(top)) {
             auto *element = static_cast<ProjectElement *>(at->toElement());
             if (element && element->displayName() == QLatin1StringView(name))
                 return element;

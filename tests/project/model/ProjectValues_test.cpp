@@ -44,7 +44,8 @@ TEST_F(ProjectValues, AreThoseOfThePlainLookup)
         unknownList(u"unknown_key"_s, PropertyType::StringList, {}, u"none"_s);
     int count = 0;
     const auto compareAll = [&] {
-        for (XMLNode *at = system.solution(); at; at = at->nextInTree(system.solution())) {
+        ProjectElement *top = system.solution();
+        for (XMLNode *at = top; at; at = at->nextInTree(top)) {
             auto *element = static_cast<ProjectElement *>(at);
             for (const QByteArray &name : names) {
                 const QString configuration = QString::fromLatin1(name);
