@@ -73,6 +73,9 @@ BuildOutcome runBuild(LoadedSolution &loaded, const BuildRequest &request, Build
     }
     const Plan plan = planOf(engine, request);
     report.started(loaded.solution().filePath(), request.configuration, plan.steps);
+    if (request.isBatch && plan.steps == 0)
+        report.note({request.element, {}}, BuildReport::NoteKind::Information,
+                    QStringLiteral("no project names configurations in batch_build_configurations"));
 
     BuildOutcome outcome;
     {

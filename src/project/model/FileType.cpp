@@ -118,7 +118,9 @@ bool FileType::perform(FileAction action, const QString &path) const
     };
     if (!m_handler || !offers(action))
         return false;
-    (m_handler.get()->*operations[int(action)])(path);
+    const auto operation = operations[size_t(action)];
+    FileTypeHandler &handler = *m_handler;
+    (handler.*operation)(path);
     return true;
 }
 

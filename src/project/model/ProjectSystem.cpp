@@ -9,7 +9,11 @@ using namespace Qt::StringLiterals;
 
 ProjectSystem::ProjectSystem(PropertySchema::Extent extent, QObject *parent)
     : QObject(parent), m_schema(extent), m_noNode(std::make_unique<ElementCache>())
-{}
+{
+    m_schema.setUnregisterListener([this](const PropertyClass *gone) {
+        std::erase_if(m_changes, [gone](const PropertyChange &change) { return change.propertyClass == gone; });
+    });
+}
 
 ProjectSystem::~ProjectSystem() = default;
 

@@ -154,6 +154,8 @@ std::unique_ptr<PropertyClass> PropertySchema::unregisterPropertyClass(const Pro
                                     [propertyClass](const auto &known) { return known.get() == propertyClass; });
     if (found == m_classes.end())
         return nullptr;
+    if (m_unregistered)
+        m_unregistered(propertyClass);
     std::unique_ptr<PropertyClass> taken = std::move(*found);
     m_classes.erase(found);
     m_tools.remove(propertyClass);

@@ -4,6 +4,7 @@
 
 #include <QHash>
 #include <array>
+#include <functional>
 #include <span>
 #include <vector>
 
@@ -58,6 +59,13 @@ public:
     // Hands it back; its key leads to the one that was registered before. Null for what isn't registered.
     std::unique_ptr<PropertyClass> unregisterPropertyClass(const PropertyClass *propertyClass);
 
+    // Is told of each class that is unregistered, before it goes.
+    using UnregisterListener = std::function<void(const PropertyClass *)>;
+    void setUnregisterListener(UnregisterListener listener)
+    {
+        m_unregistered = std::move(listener);
+    }
+
     // The tools into whose commands its values go.
     BuildTools toolsOf(const PropertyClass *propertyClass) const
     {
@@ -98,4 +106,5 @@ private:
     QHash<const PropertyClass *, BuildTools> m_tools;
     QHash<const PropertyClass *, ProjectProperty> m_ids;
     quint64 m_changeCount = 0;
+    UnregisterListener m_unregistered;
 };

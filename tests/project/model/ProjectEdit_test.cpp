@@ -133,6 +133,19 @@ TEST_F(ProjectEdit, ListsConfigurations)
     EXPECT_EQ(system.configurationNames(system.solution(), Public), QStringList(u"Common"_s)) << "something to build";
 }
 
+TEST_F(ProjectEdit, ForgetsChangesOfAPropertyThatIsGone)
+{
+    ProjectElement *root = load("<solution/>");
+    PropertySchema &schema = system.schema();
+    const PropertyClass *added =
+        schema.registerPropertyClass(std::make_unique<PropertyClass>(u"mine"_s, PropertyType::String, PropertyTexts()));
+    system.setPropertyValue(root, added, u"Common"_s, u"x"_s);
+    system.setPropertyValue(root, property(ProjectProperty::macros), u"Common"_s, u"x=y"_s);
+    schema.unregisterPropertyClass(added);
+    ASSERT_EQ(system.changes().size(), 1u);
+    EXPECT_EQ(system.changes()[0].propertyClass, property(ProjectProperty::macros));
+}
+
 TEST_F(ProjectEdit, NotesChangesAndUndoesThem)
 {
     struct Doubling : PropertyClass

@@ -1,0 +1,87 @@
+#include "build/report/Terminal.h"
+
+#include "support/QtPrinters.h"
+
+#include <cstdlib>
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <sys/ioctl.h>
+#include <unistd.h>
+
+namespace {
+
+// The two ends of a pseudo terminal of 20 columns.
+class PseudoTerminal
+{
+public:
+    PseudoTerminal() : m_master(::posix_openpt(O_RDWR | O_NOCTTY))
+    {
+        if (m_master < 0 || ::grantpt(m_master) != 0 || ::unlockpt(m_master) != 0)
+            return;
+        m_stream = std::fopen(::ptsname(m_master), "w");
+        const winsize size{24, 20, 0, 0};
+        ::ioctl(m_master, TIOCSWINSZ, &size);
+    }
+    ~PseudoTerminal()
+    {
+        if (m_stream)
+            std::fclose(m_stream);
+        ::close(m_master);
+    }
+    FILE *stream() const { return m_stream; }
+    QByteArray written() const
+    {
+        std::fflush(m_stream);
+        char bytes[4096];
+        const ssize_t count = ::read(m_master, bytes, sizeof bytes);
+        return QByteArray(bytes, qMax<ssize_t>(0, count)).replace("\r\n", "\n");
+    }
+
+private:
+    int m_master;
+    FILE *m_stream = nullptr;
+};
+
+} // namespace
+
+TEST(Terminal, KeepsOneLineAtTheBottomAndCutsIt)
+{
+    qputenv("TERM", "xterm");
+    const PseudoTerminal pseudo;
+    if (!pseudo.stream())
+        GTEST_SKIP() << "no pseudo terminals here";
+    {
+        Terminal terminal(pseudo.stream(), ColorMode::Never);
+        EXPECT_TRUE(terminal.isTerminal());
+        terminal.setStatus(QStringLiteral("[1/2] Compiling a_long_name.c"));
+        terminal.setStatus(QStringLiteral("[2/2] at once")); // too soon to be shown
+        terminal.print(QStringLiteral("stays"));
+        terminal.refresh();
+    }
+    EXPECT_EQ(pseudo.written(), "\r[1/2] Compiling a_l\x1b[K"
+                                "\r\x1b[K"
+                                "stays\n"
+                                "\r[2/2] at once\x1b[K"
+                                "\r\x1b[K");
+}
+
+TEST(Terminal, ColoursOnATerminalUnlessTheUserSaysOtherwise)
+{
+    qputenv("TERM", "xterm");
+    const PseudoTerminal pseudo;
+    if (!pseudo.stream())
+        GTEST_SKIP() << "no pseudo terminals here";
+    const auto isColoured = [](FILE *stream, ColorMode mode) {
+        return Terminal(stream, mode).colored(Terminal::Red, QStringLiteral("x")) != QStringLiteral("x");
+    };
+    FILE *file = std::tmpfile();
+    qunsetenv("NO_COLOR");
+    EXPECT_TRUE(isColoured(pseudo.stream(), ColorMode::Auto));
+    EXPECT_FALSE(isColoured(pseudo.stream(), ColorMode::Never));
+    EXPECT_FALSE(isColoured(file, ColorMode::Auto));
+    EXPECT_TRUE(isColoured(file, ColorMode::Always));
+    qputenv("NO_COLOR", "1");
+    EXPECT_FALSE(isColoured(pseudo.stream(), ColorMode::Auto));
+    qunsetenv("NO_COLOR");
+    std::fclose(file);
+}
