@@ -1,6 +1,6 @@
 #include "debug/values/DisplayTree.h"
 #include "debug/values/ElfImageEvaluator.h"
-#include "debug/values/VariableScope.h"
+#include "xml/tree/XMLDocument.h"
 
 #include <sys/mman.h>
 #include <unistd.h>
@@ -35,7 +35,8 @@ public:
     {
         return typeName.startsWith(u"char") ? Text : Elements;
     }
-    void addValue(const QString &, const QString &, const ExpressionValue &, const QString &, const QString &) override {}
+    void addValue(const QString &, const QString &, const ExpressionValue &, const QString &, const QString &) override
+    {}
     Token beginStruct(const QString &, const QString &, const ExpressionValue &, const QString &,
                       const QString &) override
     {
@@ -89,7 +90,8 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
     ElfImageEvaluator evaluator(file);
     evaluator.setTypeDescriptions(document.root());
     const QString expressions = QString::fromUtf8(reinterpret_cast<const char *>(text.data()), qsizetype(text.size()));
-    for (const QString &expression : expressions.split(u'\n').first(std::min<qsizetype>(expressions.count(u'\n') + 1, 8)))
+    for (const QString &expression :
+         expressions.split(u'\n').first(std::min<qsizetype>(expressions.count(u'\n') + 1, 8)))
         show(evaluator, expression);
     int entriesLeft = 200;
     for (DwarfCompilationUnit &unit : file.dwarf().units()) {

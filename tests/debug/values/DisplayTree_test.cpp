@@ -179,7 +179,8 @@ TEST_P(DisplayTreeTest, EndsWhereDataGoRoundInACircle)
 TEST_P(DisplayTreeTest, WhatCantBeReadIsToldInItsRow)
 {
     rows.pointers = VariableListBuilder::Follow;
-    EXPECT_TRUE(shown("(Pair*)nothing").contains(u"a=<memory at 0x70000000 can't be read"_s)) << rows.text.toStdString();
+    EXPECT_TRUE(shown("(Pair*)nothing").contains(u"a=<memory at 0x70000000 can't be read"_s))
+        << rows.text.toStdString();
     EXPECT_EQ(rows.depth, 0);
 }
 

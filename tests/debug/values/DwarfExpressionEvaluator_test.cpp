@@ -144,24 +144,15 @@ TEST_P(EvaluatorTest, KnowsTheObjectOfAMethod)
 TEST_P(EvaluatorTest, CastsConvertNumbers)
 {
     const std::pair<const char *, const char *> rows[] = {
-        {"(char)byte", "-56"},
-        {"(unsigned char)number", "253"},
-        {"(long long)number", "-3"},
-        {"(float)number", "-3"},
-        {"(double)byte", "200"},
-        {"(int)wide", "2"},
-        {"(unsigned int)color", "0"},
-        {"(Color)5", "GREEN"},
-        {"(int)motor.bits.b", "-2"},
-        {"(bool)7", "true"},
-        {"(short)0x12345", "9029"},
-        {"(double)1.5 + 1", "2.5"},
-        {"sizeof((short)1)", "2"},
-        {"sizeof(Motor)", "36"},
-        {"((int[3])motor)[1]", "30"},
-        {"((Motor*)&motor)->id2", "9"},
-        {"*(int*)&motor", "7"},
-        {"(struct Motor*)0 == 0", "true"},
+        {"(char)byte", "-56"},        {"(unsigned char)number", "253"},
+        {"(long long)number", "-3"},  {"(float)number", "-3"},
+        {"(double)byte", "200"},      {"(int)wide", "2"},
+        {"(unsigned int)color", "0"}, {"(Color)5", "GREEN"},
+        {"(int)motor.bits.b", "-2"},  {"(bool)7", "true"},
+        {"(short)0x12345", "9029"},   {"(double)1.5 + 1", "2.5"},
+        {"sizeof((short)1)", "2"},    {"sizeof(Motor)", "36"},
+        {"((int[3])motor)[1]", "30"}, {"((Motor*)&motor)->id2", "9"},
+        {"*(int*)&motor", "7"},       {"(struct Motor*)0 == 0", "true"},
         {"sizeof(double)", "8"},
     };
     for (const auto &[expression, expected] : rows)
@@ -258,10 +249,14 @@ TEST(LocationPieces, AreComposedAsTheyWouldLieInMemory)
          "1011120000",
          "1011120000"},
         {"bits",
-         {{.value = 0x5, .bitSize = 3, .kind = Value::Value}, {.value = 0xF0, .bitSize = 5, .bitOffset = 4, .kind = Value::Value}},
+         {{.value = 0x5, .bitSize = 3, .kind = Value::Value},
+          {.value = 0xF0, .bitSize = 5, .bitOffset = 4, .kind = Value::Value}},
          "7d",
          "af"},
-        {"a double register", {{.value = 4, .pieceSize = 8, .kind = Value::Register}}, "0433221105332211", "1122330411223305"},
+        {"a double register",
+         {{.value = 4, .pieceSize = 8, .kind = Value::Register}},
+         "0433221105332211",
+         "1122330411223305"},
     };
     for (const PieceCase &row : rows) {
         for (const bool bigEndian : {false, true}) {

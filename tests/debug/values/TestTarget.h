@@ -46,10 +46,7 @@ public:
     explicit TestEvaluator(ElfDwarfFile &file) : memory(file.elf()), frame(&file) { setFrame(&frame); }
 
     TargetMemoryInterface *memoryOf(quint32, quint64) override { return &memory; }
-    qint32 registerNumber(const QString &name) override
-    {
-        return name.startsWith(u'r') ? name.mid(1).toInt() : -1;
-    }
+    qint32 registerNumber(const QString &name) override { return name.startsWith(u'r') ? name.mid(1).toInt() : -1; }
     const XMLElement *typeDescriptionRoot() override { return descriptions; }
     void report(const QString &text) override { reports += text; }
     void writeRegisterBlock(quint64 number, quint32 offset, quint32 length, const void *source) override
@@ -71,7 +68,7 @@ inline QString evaluated(DwarfExpressionEvaluator &evaluator, const QString &exp
 {
     try {
         const ExpressionValue value = plainValue(evaluator.evaluate(expression));
-        return value.kind() == ExpressionValue::Float ? QString::number(value.asDouble())
+        return value.kind() == ExpressionValue::Float      ? QString::number(value.asDouble())
                : value.kind() == ExpressionValue::Unsigned ? QString::number(value.asUnsigned())
                : value.kind() == ExpressionValue::String   ? value.text()
                : value.kind() == ExpressionValue::Boolean  ? QString(value.asBool() ? u"true"_s : u"false"_s)
@@ -85,7 +82,8 @@ inline QString evaluated(DwarfExpressionEvaluator &evaluator, const QString &exp
 // A program compiled once for all tests; its path is empty when the compiler isn't there.
 inline QString compiledOnce(const Compiler &compiler, const char *text)
 {
-    static std::map<std::pair<std::string, const char *>, std::pair<std::unique_ptr<TemporaryFolder>, QString>> programs;
+    static std::map<std::pair<std::string, const char *>, std::pair<std::unique_ptr<TemporaryFolder>, QString>>
+        programs;
     auto &[folder, path] = programs[{compiler.name, text}];
     if (!folder) {
         folder = std::make_unique<TemporaryFolder>();

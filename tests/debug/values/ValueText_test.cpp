@@ -64,8 +64,9 @@ TEST(ValueText, ReadsWhatAUserWrites)
 
 TEST(ValueText, WritesCharactersAsC)
 {
-    const std::pair<int, const char *> rows[] = {{0, "0 '\\000'"},  {7, "7 '\\a'"},    {27, "27 '\\033'"}, {'A', "65 'A'"},
-                                                 {39, "39 '\\''"}, {92, "92 '\\\\'"}, {200, "200 '\\310'"}};
+    const std::pair<int, const char *> rows[] = {{0, "0 '\\000'"},    {7, "7 '\\a'"},   {27, "27 '\\033'"},
+                                                 {'A', "65 'A'"},     {39, "39 '\\''"}, {92, "92 '\\\\'"},
+                                                 {200, "200 '\\310'"}};
     for (const auto &[code, text] : rows)
         EXPECT_EQ(characterText(ExpressionValue::ofUnsigned(quint64(code), 1)), QString::fromLatin1(text));
     EXPECT_EQ(characterText(ExpressionValue::ofSigned(-56, 1)), u"-56 '\\310'"_s);

@@ -26,16 +26,17 @@ const FilledProgram &filledProgram()
     const QString elf = program.folder.path("containers.elf"), dump = program.folder.path("ram.bin");
     const auto built = runProgram(
         tool("arm-none-eabi-g++"),
-        {u"-mcpu=cortex-m3"_s, u"-mthumb"_s, u"-g"_s, u"-std=c++20"_s, u"-Wno-psabi"_s, u"-fno-exceptions"_s, u"-fno-rtti"_s,
-         u"-fno-threadsafe-statics"_s, u"-D_GLIBCXX_EXTERN_TEMPLATE=0"_s, u"-ffunction-sections"_s,
+        {u"-mcpu=cortex-m3"_s, u"-mthumb"_s, u"-g"_s, u"-std=c++20"_s, u"-Wno-psabi"_s, u"-fno-exceptions"_s,
+         u"-fno-rtti"_s, u"-fno-threadsafe-statics"_s, u"-D_GLIBCXX_EXTERN_TEMPLATE=0"_s, u"-ffunction-sections"_s,
          u"-Wl,--gc-sections"_s, u"-nostdlib"_s, u"-T"_s, data + u".ld"_s, data + u".cpp"_s, u"-o"_s, elf, u"-lgcc"_s});
     EXPECT_EQ(built.status, 0) << built.error.toStdString();
-    const QString machine = u"target remote | exec qemu-system-arm -M lm3s6965evb -nographic -serial none -monitor none "
-                            "-S -gdb stdio -kernel "_s;
-    const auto ran = runProgram(
-        tool("gdb-multiarch"),
-        {u"-nx"_s, u"-batch"_s, elf, u"-ex"_s, machine + elf, u"-ex"_s, u"break filled"_s, u"-ex"_s, u"continue"_s,
-         u"-ex"_s, u"dump binary memory "_s + dump + u" 0x20000000 0x20010000"_s, u"-ex"_s, u"kill"_s});
+    const QString machine =
+        u"target remote | exec qemu-system-arm -M lm3s6965evb -nographic -serial none -monitor none "
+        "-S -gdb stdio -kernel "_s;
+    const auto ran = runProgram(tool("gdb-multiarch"),
+                                {u"-nx"_s, u"-batch"_s, elf, u"-ex"_s, machine + elf, u"-ex"_s, u"break filled"_s,
+                                 u"-ex"_s, u"continue"_s, u"-ex"_s,
+                                 u"dump binary memory "_s + dump + u" 0x20000000 0x20010000"_s, u"-ex"_s, u"kill"_s});
     EXPECT_TRUE(ran.out.contains("Breakpoint 1, filled")) << ran.out.toStdString() << ran.error.toStdString();
     program.elf = elf;
     program.memory = dump + u"@0x20000000"_s;
@@ -152,8 +153,8 @@ TEST_F(ContainersTest, AreShownAsTheyAreMadeWhenAsked)
 TEST_F(ContainersTest, GoingRoundInACircleEnds)
 {
     const FilledProgram &program = filledProgram();
-    const ProgramResult result = runProgram(
-        u"vnDump"_s, {u"print"_s, u"--json"_s, u"--memory"_s, program.memory, program.elf, u"circular"_s});
+    const ProgramResult result =
+        runProgram(u"vnDump"_s, {u"print"_s, u"--json"_s, u"--memory"_s, program.memory, program.elf, u"circular"_s});
     EXPECT_EQ(result.status, 0);
     EXPECT_TRUE(result.error.contains("more than 200000 rows")) << result.error.toStdString();
 }
