@@ -1,6 +1,6 @@
 #include "debug/values/DisplayTree.h"
 #include "debug/values/ElfImageEvaluator.h"
-#include "debug/values/VariableScope.h"
+#include "xml/tree/XMLDocument.h"
 
 #include <sys/mman.h>
 #include <unistd.h>

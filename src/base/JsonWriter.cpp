@@ -76,6 +76,11 @@ void JsonWriter::field(const char *key, qint64 number)
     rawField(key, QByteArray::number(number));
 }
 
+void JsonWriter::field(const char *key, quint64 number)
+{
+    rawField(key, QByteArray::number(number));
+}
+
 void JsonWriter::field(const char *key, double number)
 {
     rawField(key, std::isfinite(number) ? QByteArray::number(number, 'g', QLocale::FloatingPointShortest) : "null"_ba);

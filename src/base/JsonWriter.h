@@ -26,6 +26,7 @@ public:
 
     void field(const char *key, QAnyStringView text);
     void field(const char *key, qint64 number);
+    void field(const char *key, quint64 number);
     void field(const char *key, int number) { field(key, qint64(number)); }
     void field(const char *key, quint32 number) { field(key, qint64(number)); }
     // The shortest digits that read back as the same number; null for infinities and NaN, which JSON lacks.

@@ -409,7 +409,19 @@ void DisplayTree::expandArray(const QString &name, const QString &expression, En
     const quint32 start = block().position();
     const auto text = [&](bool quote) { return ExpressionValue::ofCText(textBytes(whole), true, quote); };
     const auto summary = [&] { return elementSize == 1 ? text(true) : ExpressionValue::ofText(u"<array>"_s); };
-    if (mode == VariableListBuilder::Text) {
+    const bool hasTexts = mode != VariableListBuilder::Elements && elementSize == 1 && dimensions.size() > 1;
+    if (hasTexts && isBelowLimit()) { // several: one row each
+        const auto token = beginArray(row, ExpressionValue::ofText(u"<array>"_s));
+        const QString operand = depth == 0 ? asOperand(expression) : expression;
+        const Entry inner = m_evaluator.synthetic().withoutFirst(type, types.dimensions(type));
+        const quint32 innerSize = types.sizeOf(inner);
+        for (quint32 i = 0; i < dimensions.front() && !m_isTruncated; ++i) {
+            const QString index = u'[' + QString::number(i) + u']';
+            block().setPosition(start + i * innerSize);
+            expand(index, operand + index, inner, place, depth + 1);
+        }
+        endArray(token);
+    } else if (mode == VariableListBuilder::Text) {
         Row textRow = row;
         textRow.typeName = u"char *"_s;
         addRow(textRow, [&] { return text(false); });

@@ -218,9 +218,10 @@ std::vector<std::optional<quint64>> DwarfTypes::dimensions(DwarfDebuggingInforma
 std::vector<TypeEnumerator> DwarfTypes::enumerators(DwarfDebuggingInformationEntry type) const
 {
     std::vector<TypeEnumerator> found;
+    const bool isUnsigned = isUnsignedEnumeration(type);
     for (const auto child : Children(type)) {
         if (child.tag() == DW_TAG_enumerator)
-            found.push_back({child.name(), qint64(constantOf(child, DW_AT_const_value).value_or(0))});
+            found.push_back({child.name(), qint64(constantOf(child, DW_AT_const_value).value_or(0)), isUnsigned});
     }
     return found;
 }

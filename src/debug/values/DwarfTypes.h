@@ -25,6 +25,7 @@ struct TypeEnumerator
 {
     QString name;
     qint64 value;
+    bool isUnsigned = false; // `value` is the bits of an unsigned number
 };
 
 // What the types of a program mean: names, sizes and layouts, for a machine with words of 4 bytes.

@@ -265,8 +265,8 @@ ExpressionValue DwarfExpressionEvaluator::readNumber(const VarInfo &place)
     const quint64 number = place.isBitField() ? block().readBitField(0, place.size, place.bitOffset, place.bitSize)
                                               : block().readInteger(enumerationSize(type));
     const auto values = m_types->enumerators(type);
-    const bool isSigned = std::ranges::any_of(values, [](const TypeEnumerator &row) { return row.value < 0; }) &&
-                          !DwarfTypes::isUnsignedEnumeration(type);
+    const auto isNegative = [](const TypeEnumerator &row) { return row.value < 0 && !row.isUnsigned; };
+    const bool isSigned = std::ranges::any_of(values, isNegative);
     const quint32 unused = bits < 64 ? 64 - bits : 0;
     return isSigned ? ExpressionValue::ofSigned(qint64(number << unused) >> unused)
                     : ExpressionValue::ofUnsigned(number, 8);

@@ -144,7 +144,11 @@ void writeType(Results &results, DwarfFile &file, const QString &query)
         results.line(u"%1 %2, %3 %4"_s.arg(kind, name).arg(size).arg(size == 1 ? u"byte"_s : u"bytes"_s));
         listMembers(results, types, members, 0);
         for (const TypeEnumerator &enumerator : enumerators)
-            results.line(u"%1  %2"_s.arg(enumerator.value, 8).arg(enumerator.name));
+            results.line(u"%1  %2"_s
+                             .arg(enumerator.isUnsigned ? QString::number(quint64(enumerator.value))
+                                                        : QString::number(enumerator.value),
+                                  8)
+                             .arg(enumerator.name));
         return;
     }
     json.beginObject();
@@ -159,7 +163,10 @@ void writeType(Results &results, DwarfFile &file, const QString &query)
         for (const TypeEnumerator &enumerator : enumerators) {
             json.beginObject();
             json.field("name", enumerator.name);
-            json.field("value", enumerator.value);
+            if (enumerator.isUnsigned)
+                json.field("value", quint64(enumerator.value));
+            else
+                json.field("value", enumerator.value);
             json.end();
         }
         json.end();

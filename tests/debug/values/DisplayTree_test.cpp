@@ -23,7 +23,7 @@ KEEP Node self = {5, &self};
 KEEP Square square;
 KEEP _Complex float complex = 1.5f;
 KEEP int numbers[4] = {1, 2, 3, 4}; KEEP int *behind = numbers; KEEP int **twice = &behind;
-KEEP const char *name = "name"; KEEP char buffer[8] = "abc"; KEEP void *nothing = (void *)0x70000000;
+KEEP const char *name = "name"; KEEP char buffer[8] = "abc"; KEEP char names[2][4] = {"ab", "c"}; KEEP void *nothing = (void *)0x70000000;
 KEEP int function(int x) { return x; } KEEP int (*handler)(int) = function;
 KEEP Chain<int> head = {&head, 0}, second = {&head, 2}, first = {&second, 1};
 KEEP Box<Pair> box = {{3, 'z'}};
@@ -157,6 +157,8 @@ TEST_P(DisplayTreeTest, ShowsPointersAsTheBuilderSays)
     EXPECT_EQ(shown("buffer"), u"buffer=\"abc\" { [0]=97 [1]=98 [2]=99 [3]=0 [4]=0 [5]=0 [6]=0 [7]=0 }"_s);
     rows.arrays = VariableListBuilder::Text;
     EXPECT_EQ(shown("buffer"), u"buffer=abc"_s);
+    EXPECT_EQ(shown("names"), u"names=<array> { [0]=ab [1]=c }"_s);
+    EXPECT_EQ(rows.expressions.last(), u"names[1]"_s);
     rows.arrays = VariableListBuilder::Plain;
     EXPECT_EQ(shown("buffer"), u"buffer=\"abc\""_s);
 }

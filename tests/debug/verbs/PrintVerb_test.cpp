@@ -263,6 +263,14 @@ TEST_P(PrintVerb, LooksNamesUpInTheScopeOfAnAddress)
     EXPECT_EQ(print({u"calls"_s}, {}, 1)[0][u"error"].toString(), u"calls symbol not found"_s);
 }
 
+TEST_P(PrintVerb, LargeUnsignedEnumeratorsStayPositive)
+{
+    const ProgramResult result = runProgram(u"vnDump"_s, {u"type"_s, u"--json"_s, elf, u"Wide"_s});
+    EXPECT_TRUE(result.out.contains("18446744073709551600"))
+        << result.out.toStdString(); // JSON numbers read as doubles
+    EXPECT_EQ(value("(unsigned long long)wide"), u"18446744073709551600"_s);
+}
+
 TEST_P(PrintVerb, ShowsAsMuchAsIsAsked)
 {
     EXPECT_EQ(print({u"motor"_s}, {u"--depth"_s, u"0"_s})[0][u"children"].toArray().size(), 0);
