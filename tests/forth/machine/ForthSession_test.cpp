@@ -154,6 +154,16 @@ TEST(VnScriptForth, ErrorsTellWhereAndGiveOne)
     EXPECT_EQ(runProgram(u"vnScript"_s, {u"--forth"_s, u"--list"_s, u"-e"_s, u"1"_s}).status, 2);
 }
 
+// The file would get the number of standard error.
+TEST(VnScriptForth, AMessageGoesIntoNoFileWhereStandardErrorIsClosed)
+{
+    const TemporaryFolder folder;
+    const QString command = QStringLiteral(VN_BIN "/vnScript --forth -e 'S\" %1\" W/O CREATE-FILE 2DROP NONE' 2>&-");
+    EXPECT_EQ(runProgram(u"/bin/sh"_s, {u"-c"_s, command.arg(folder.path("made"))}).status, 1);
+    EXPECT_TRUE(QFile::exists(folder.path("made")));
+    EXPECT_EQ(folder.read("made"), "");
+}
+
 TEST(VnScriptForth, CtrlCEndsALoop)
 {
     const TemporaryFolder folder;
