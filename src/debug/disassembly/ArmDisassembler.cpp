@@ -22,6 +22,21 @@ struct BitPattern
 constexpr BitPattern thumbLoads[] = {{0xFFFFF800, 0x4800}, {0xFF7F0000, 0xF85F0000}, {0xFF3F0F00, 0xED1F0A00}};
 constexpr BitPattern armLoads[] = {{0x0F7F0000, 0x051F0000}, {0x0F3F0F00, 0x0D1F0A00}};
 
+// STRD that moves sp, as it stands in prologues: the decoder of LLVM 14 refuses it. It is decoded with another
+// base in place of sp: r12, or r11 where one of the pair is r12.
+constexpr BitPattern storePairOnStack = {0xFF7F0000, 0xE96D0000};
+constexpr quint32 baseR12 = 0x000C0000, baseR11 = 0x000B0000, baseMask = 0x000F0000;
+
+// Gives the decoder a code of one or two units of `unit` bytes in the little-endian order that it wants.
+bool decode(LlvmDecoder &decoder, quint32 address, quint32 code, quint32 unit, quint32 size)
+{
+    std::array<quint8, 4> bytes;
+    insertInteger(bytes.data(), 0, size > unit ? code >> 16 : code, unit, false);
+    if (size > unit)
+        insertInteger(bytes.data(), unit, code & 0xFFFF, unit, false);
+    return decoder.decode(address, {bytes.data(), size}) == size;
+}
+
 } // namespace
 
 ArmDisassembler::ArmDisassembler(bool isMicrocontroller, bool codeBigEndian)
@@ -64,21 +79,19 @@ DisassembledInstruction ArmDisassembler::disassembleAt(quint32 address, std::spa
     }
     m_next = address + size;
 
-    std::array<quint8, 4> little; // as the decoder wants them
-    if (isThumb && size == 4) {
-        insertInteger(little.data(), 0, code >> 16, 2, false);
-        insertInteger(little.data(), 2, code & 0xFFFF, 2, false);
-    } else {
-        insertInteger(little.data(), 0, code, size, false);
-    }
+    const bool pushesPair = set == InstructionSet::Thumb && storePairOnStack.matches(code);
     LlvmDecoder &decoder = isThumb ? m_thumb : m_arm;
-    if (decoder.decode(address, {little.data(), size}) != size)
+    const bool storesR12 = (code >> 12 & 15) == 12 || (code >> 8 & 15) == 12;
+    const quint32 decoded = pushesPair ? (code & ~baseMask) | (storesR12 ? baseR11 : baseR12) : code;
+    if (!decode(decoder, address, decoded, isThumb ? 2 : 4, size))
         return noInstruction(!isThumb ? ".inst" : size == 2 ? ".inst.n" : ".inst.w", code, size);
     DisassembledInstruction result;
     result.mnemonic = decoder.mnemonic().toByteArray();
     result.operands = decoder.operands().toByteArray();
     result.length = size;
     result.target = decoder.branchTarget();
+    if (pushesPair)
+        result.operands.replace(storesR12 ? "[r11" : "[r12", "[sp");
     findReference(result, address, code, set);
     pairMoves(result, code, set);
     return result;

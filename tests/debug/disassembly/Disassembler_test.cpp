@@ -68,6 +68,8 @@ const InstructionRow thumbRows[] = {
     {"the high half of something else", 0x8000, "41f23420c2f20001", "4 movt r1, #8192"},
     {"conditions of a block", 0x8000, "08bf0120", "2 moveq r0, #1"},
     {"a system register of the profile", 0x8000, "eff30880", "4 mrs r0, msp"},
+    {"a pair that moves sp", 0x8000, "6de90245", "4 strd r4, r5, [sp, #-8]!"},
+    {"one with r12", 0x8000, "6de902c5", "4 strd r12, r5, [sp, #-8]!"},
     {"no instruction of a halfword", 0x8000, "ffb6", "2 .inst.n 0xb6ff"},
     {"no instruction of two", 0x8000, "ffffffff", "4 .inst.w 0xffffffff"},
     {"cut short", 0x8000, "00f0", "2 .short 0xf000"},
