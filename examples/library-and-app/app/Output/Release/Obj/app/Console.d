@@ -1,9 +1,0 @@
-Output/Release/Obj/app/Console.o: \
- /work/main/examples/library-and-app/app/Console.cpp \
- /work/main/examples/library-and-app/app/Console.hpp \
- /usr/include/newlib/c++/12.2.1/cstdint \
- /usr/include/newlib/c++/12.2.1/arm-none-eabi/thumb/v7-m/nofp/bits/c++config.h \
- /usr/include/newlib/c++/12.2.1/arm-none-eabi/thumb/v7-m/nofp/bits/os_defines.h \
- /usr/include/newlib/c++/12.2.1/arm-none-eabi/thumb/v7-m/nofp/bits/cpu_defines.h \
- /usr/include/newlib/c++/12.2.1/pstl/pstl_config.h \
- /usr/lib/gcc/arm-none-eabi/12.2.1/include/stdint.h
