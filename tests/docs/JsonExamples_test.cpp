@@ -53,6 +53,7 @@ const std::vector<Sample> &samples()
         {"vnDump frame --stack-usage", {u"frame"_s, u"@"_s, u"--stack-usage"_s}},
         {"vnDump symbol", {u"symbol"_s, u"@"_s, u"main"_s}},
         {"vnDump elf", {u"elf"_s, u"@"_s, u"--symbols"_s}},
+        {"vnDump print", {u"print"_s, u"@"_s, u"motor"_s}},
         {"vnDump disassemble", {u"disassemble"_s, u"@"_s}},
         {"vnLoad info", {u"info"_s, u"@"_s}},
         {"vnLoad compare", {u"compare"_s, u"@"_s, u"other.bin"_s}, 1},

@@ -49,7 +49,7 @@ KEEP int &reference = table[2];
 KEEP volatile const int guarded = 77;
 KEEP int zeros[300];
 typedef unsigned int word; KEEP word alias = 123456789;
-extern "C" KEEP int main() { static int calls = 9; return calls + twice(1); }
+extern "C" KEEP int main() { KEEP static int calls = 9; return calls + twice(1); }
 )";
 
 std::vector<Compiler> optimizingCompilers()
@@ -203,10 +203,17 @@ TEST_P(PrintVerb, ValuesAreGdbs)
         expressions += leaf.expression;
     const QStringList expected = gdbValues(elf, expressions);
     ASSERT_EQ(expected.size(), expressions.size());
-    for (size_t i = 0; i < leaves.size(); ++i)
+    int missing = 0; // gdb loses some static variables of a program that was optimized as a whole
+    for (size_t i = 0; i < leaves.size(); ++i) {
+        if (expected[qsizetype(i)].isEmpty() || expected[qsizetype(i)] == u"<optimized out>"_s) {
+            ++missing;
+            continue;
+        }
         EXPECT_TRUE(isSame(leaves[i], expected[qsizetype(i)]))
             << leaves[i].expression.toStdString() << ": " << leaves[i].value.toStdString() << ", gdb has "
             << expected[qsizetype(i)].toStdString();
+    }
+    EXPECT_LE(missing, QByteArrayView(GetParam().name).contains("whole program") ? 12 : 0);
 }
 
 TEST_P(PrintVerb, AnExpressionOfARowStandsForIt)
