@@ -216,7 +216,8 @@ bool ElementBuild::isCompileUpToDate(ToolKind kind, const CompilePlan &plan)
         if (!test.inputOlder(dependency, times.path(dependency)))
             return false;
     }
-    return test.optionsUpToDate(m_element, m_configuration, kind) && test.commandUpToDate(record, known.command, plan.hash);
+    return test.optionsUpToDate(m_element, m_configuration, kind) &&
+           test.commandUpToDate(record, known.command, plan.hash);
 }
 
 void ElementBuild::runCompile(ToolKind kind, const CompilePlan &plan)
