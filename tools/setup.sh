@@ -10,11 +10,11 @@ build="ca-certificates ccache cmake g++ ninja-build python3-minimal pkg-config
     gcc-arm-none-eabi libnewlib-arm-none-eabi libstdc++-arm-none-eabi-dev gcc-riscv64-unknown-elf
     clang-14 lld-14 llvm-14-linker-tools libllvm14 qemu-system-arm"
 # What the tests and checks need besides.
-test="$build git libclang-rt-14-dev clang-format-14 qemu-system-misc gdb-multiarch gdbserver
+test="$build git make libclang-rt-14-dev clang-format-14 qemu-system-misc gdb-multiarch gdbserver
     libhunspell-dev hunspell-en-us libclang1-14 libclang-common-14-dev openocd socat xvfb xauth"
 # The peers of the benchmarks.
 bench="$test libbenchmark-dev hyperfine elfutils libdw-dev libelf-dev duktape gforth libpugixml-dev zip unzip srecord
-    make nodejs"
+    nodejs"
 
 wanted=""
 for purpose in "${@:-build}"; do

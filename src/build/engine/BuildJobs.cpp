@@ -56,6 +56,16 @@ bool appliesTo(const StandardProjectSystem &system, const ProjectElement *projec
         .contains(configuration);
 }
 
+// Whether a project that was listed before has its last job behind the last barrier.
+bool mayStillRun(const BuildJobs &jobs, const ProjectElement *project, const QString &configuration)
+{
+    for (auto job = jobs.rbegin(); job != jobs.rend() && !job->isBarrier(); ++job) {
+        if (job->element == project && job->configuration == configuration)
+            return true;
+    }
+    return false;
+}
+
 QString quoted(const QString &name)
 {
     return u'\'' + name + u'\'';
@@ -114,6 +124,7 @@ bool BuildEngine::addDependencyJobs(const ProjectElement *project, const QString
     ++m_listDepth;
     const auto leave = qScopeGuard([this] { --m_listDepth; });
     bool hasFault = false;
+    bool mustWait = false;
     const size_t jobsBefore = jobs.size();
     const auto report = [&](const QString &text) {
         if (!std::exchange(hasFault, true))
@@ -137,11 +148,13 @@ bool BuildEngine::addDependencyJobs(const ProjectElement *project, const QString
             addProjectJobs(dependency, configuration, flags, false, builder, idler, single, true, jobs);
             if (isAlone)
                 jobs.push_back({nullptr, {}, 0, {}});
+        } else {
+            mustWait |= mayStillRun(jobs, dependency, configuration);
         }
     }
     if (hasFault)
         builder.endStep(nullptr, configuration);
-    if (jobs.size() > jobsBefore)
+    if (jobs.size() > jobsBefore || mustWait)
         jobs.push_back({nullptr, {}, 0, {}});
     return m_state.goesOn();
 }

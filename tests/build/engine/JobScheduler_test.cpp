@@ -113,6 +113,20 @@ TEST_F(JobScheduler, DependenciesComeFirstAndCyclesEnd)
     EXPECT_EQ(events.matching(u"open"_s).last(), u"open b 2"_s);
 }
 
+TEST_F(JobScheduler, ADependencyThatIsListedAlreadyIsWaitedFor)
+{
+    write("l.c", 10);
+    load("<project Name=\"lib\"><configuration Name=\"Common\" project_type=\"Library\"/><file "
+         "file_name=\"l.c\"/></project>"
+         "<project Name=\"stage\"><configuration Name=\"Common\" project_type=\"Staging\" project_dependencies=\"lib\" "
+         "stage_output_filepath=\"staged/$(InputFileName)\"/><file file_name=\"out/lib.a\"/></project>");
+    events.pollsPerCommand = 5;
+    for (BuildFlags flags : {BuildFlag::build, BuildFlag::force | BuildFlag::parallelProjects}) {
+        EXPECT_EQ(build(3, flags), BuildResult::Complete);
+        EXPECT_LT(events.indexOf(u"0 end ar out/lib.a"_s), events.indexOf(u"0 start cp out/lib.a staged/lib.a"_s));
+    }
+}
+
 TEST_F(JobScheduler, EndlessDependenciesAreRefused)
 {
     QByteArray projects;
