@@ -1,9 +1,9 @@
 // The link: script, libraries, link-time optimisation, what happens to the image behind it.
 
+#include "base/CommandWords.h"
 #include "base/Directories.h"
 #include "base/HException.h"
 #include "base/SharedLibrary.h"
-#include "build/commands/CommandText.h"
 #include "target/loadfile/ElfLoadFile.h"
 #include "target/memory/CodeBuffer.h"
 #include "toolchain/ArchiveMembers.h"

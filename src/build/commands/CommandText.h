@@ -4,10 +4,6 @@
 
 #include <QStringList>
 
-// The words of a command, which blanks separate. Double quotes keep a word together and are dropped; one behind
-// a backslash stands for itself. Empty words are dropped.
-QStringList splitWords(const QString &command);
-
 // Appends the lines of a file of options, each with `prefix` before it. Options are taken whole, blanks
 // included. Lines that begin with "#" or "//", lines from one with "/*" to the next with "*/", and lines of
 // fewer than two bytes, the line feed not counted, are no options. False only when the file can't be opened.

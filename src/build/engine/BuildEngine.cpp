@@ -1,7 +1,7 @@
 #include "build/engine/BuildEngine.h"
 
+#include "base/CommandWords.h"
 #include "build/commands/Builder.h"
-#include "build/commands/CommandText.h"
 #include "build/commands/Idler.h"
 #include "build/commands/ToolCommands.h"
 #include "build/engine/ElementBuild_p.h"

@@ -1,3 +1,4 @@
+#include "base/CommandWords.h"
 #include "build/commands/Builder.h"
 #include "build/commands/CommandText.h"
 #include "build/commands/Idler.h"

@@ -1,7 +1,7 @@
+#include "base/CommandWords.h"
 #include "base/HException.h"
 #include "base/SafeFile.h"
 #include "build/commands/Builder.h"
-#include "build/commands/CommandText.h"
 #include "build/commands/Idler.h"
 #include "build/engine/BuildEngine.h"
 #include "build/engine/ElementBuild_p.h"

@@ -1,5 +1,5 @@
+#include "base/CommandWords.h"
 #include "build/commands/Builder.h"
-#include "build/commands/CommandText.h"
 #include "build/commands/Idler.h"
 #include "build/engine/BuildEngine.h"
 #include "build/engine/ElementBuild_p.h"

@@ -1,3 +1,4 @@
+#include "base/CommandWords.h"
 #include "build/commands/CommandText.h"
 #include "support/QtPrinters.h"
 #include "support/RunProgram.h"
