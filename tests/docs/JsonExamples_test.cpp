@@ -34,6 +34,24 @@ __attribute__((noinline)) int sum(int count)
 int main() { return sum(motor.grid[0][0]) + colour; }
 )";
 
+constexpr char solution[] = R"(<!DOCTYPE Veldane_Project_File>
+<solution Name="demo" version="2">
+  <project Name="demo">
+    <configuration Name="Common" project_type="Executable" project_dependencies="none"
+      c_additional_options="-mcpu=cortex-m3;-Wall" linker_memory_map_file="map.xml"
+      linker_additional_options="-e;main" />
+    <file file_name="demo.c" />
+  </project>
+  <configuration Name="Debug" inherited_configurations="Common" />
+</solution>
+)";
+constexpr char memoryMap[] = R"(<!DOCTYPE Board_Memory_Definition_File>
+<root name="demo">
+  <MemorySegment name="FLASH" start="0" size="0x10000" access="ReadOnly" />
+  <MemorySegment name="RAM" start="0x20000000" size="0x4000" />
+</root>
+)";
+
 // What stands for the arguments of a documented command; "@" is the firmware.
 struct Sample
 {
@@ -45,6 +63,8 @@ struct Sample
 const std::vector<Sample> &samples()
 {
     static const std::vector<Sample> rows = {
+        {"vnBuild --json", {u"demo.vnProject"_s}},
+        {"vnBuild --list projects", {u"demo.vnProject"_s, u"--list"_s, u"projects"_s}},
         {"vnDump line", {u"line"_s, u"@"_s, u"0x8000"_s}},
         {"vnDump address", {u"address"_s, u"@"_s, u"main.cpp:10"_s}},
         {"vnDump type", {u"type"_s, u"@"_s, u"device::Motor"_s}},
@@ -73,12 +93,18 @@ void collectPaths(const QJsonValue &value, const QString &path, QSet<QString> &p
         collectPaths(*member, path + u'.' + member.key(), paths);
 }
 
+// Of a document, or of a stream with one object a line.
 QSet<QString> pathsOf(const QByteArray &text)
 {
+    QSet<QString> paths;
+    if (text.startsWith("{\"event\"")) {
+        for (const QByteArray &line : text.trimmed().split('\n'))
+            collectPaths(QJsonDocument::fromJson(line).object(), {}, paths);
+        return paths;
+    }
     QJsonParseError error;
     const QJsonDocument document = QJsonDocument::fromJson(text, &error);
     EXPECT_EQ(error.error, QJsonParseError::NoError) << text.toStdString();
-    QSet<QString> paths;
     collectPaths(document.isArray() ? QJsonValue(document.array()) : QJsonValue(document.object()), {}, paths);
     return paths;
 }
@@ -99,11 +125,16 @@ TEST(JsonPage, ExamplesHaveTheShapeOfWhatIsPrinted)
     const QString package = folder.path("a.vnPackage");
     ASSERT_EQ(runProgram(u"vnPack"_s, {u"create"_s, package, other}).status, 0);
 
+    folder.write("demo.c", "int main(void) { int unused; return 0; }\n");
+    folder.write("map.xml", memoryMap);
+    const QString project = folder.write("demo.vnProject", solution);
+
     QFile page(QStringLiteral(VN_DOCS "/json.md"));
     ASSERT_TRUE(page.open(QIODevice::ReadOnly));
     const QString text = QString::fromUtf8(page.readAll());
-    static const QRegularExpression command(u"^`(vn\\w+ \\w+)(?: FILE)?( --stack-usage)?[^`]*`"_s,
-                                            QRegularExpression::MultilineOption);
+    static const QRegularExpression command(
+        u"^`(vn\\w+(?: [a-z]+)?)(?: FILE| SOLUTION)?( --[a-z-]+(?: projects)?)?[^`]*`"_s,
+        QRegularExpression::MultilineOption);
     static const QRegularExpression example(u"```json\n(.*?)```"_s, QRegularExpression::DotMatchesEverythingOption);
     int count = 0;
     for (auto match = command.globalMatch(text); match.hasNext(); ++count) {
@@ -114,6 +145,7 @@ TEST(JsonPage, ExamplesHaveTheShapeOfWhatIsPrinted)
         QStringList arguments = row->arguments;
         arguments.replaceInStrings(QRegularExpression(u"^@$"_s), elf);
         arguments.replaceInStrings(u"other.bin"_s, other);
+        arguments.replaceInStrings(u"demo.vnProject"_s, project);
         arguments.replaceInStrings(u"a.vnPackage"_s, package);
         const ProgramResult result =
             runProgram(QString::fromLatin1(name.left(name.indexOf(' '))), arguments + QStringList{u"--json"_s});
