@@ -26,12 +26,7 @@ struct LineReader::Editor
             });
         el_set(editLine, EL_EDITOR, "emacs");
         // A Ctrl-D that is typed between two lines, when the terminal isn't the editor's, reaches it as NUL.
-        el_set(
-            editLine, EL_ADDFN, "end-typed-ahead", "ends an empty line", +[](EditLine *line, int) -> unsigned char {
-                const LineInfo *now = el_line(line);
-                return now->lastchar == now->buffer ? CC_EOF : CC_NORM;
-            });
-        el_set(editLine, EL_BIND, "^@", "end-typed-ahead", nullptr);
+        el_set(editLine, EL_BIND, "^@", "em-delete-or-list", nullptr);
         el_set(editLine, EL_HIST, history, lines);
         el_source(editLine, nullptr); // the user's ~/.editrc
     }

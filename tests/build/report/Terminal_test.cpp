@@ -5,6 +5,7 @@
 #include <cstdlib>
 #include <fcntl.h>
 #include <gtest/gtest.h>
+#include <poll.h>
 #include <sys/ioctl.h>
 #include <unistd.h>
 
@@ -29,12 +30,20 @@ public:
         ::close(m_master);
     }
     FILE *stream() const { return m_stream; }
+    // All that reached the other end; the system hands it over in pieces, some time after the writing.
     QByteArray written() const
     {
         std::fflush(m_stream);
+        QByteArray seen;
         char bytes[4096];
-        const ssize_t count = ::read(m_master, bytes, sizeof bytes);
-        return QByteArray(bytes, qMax<ssize_t>(0, count)).replace("\r\n", "\n");
+        constexpr int patienceMs = 200;
+        for (pollfd other = {m_master, POLLIN, 0}; ::poll(&other, 1, patienceMs) > 0;) {
+            const ssize_t count = ::read(m_master, bytes, sizeof bytes);
+            if (count <= 0)
+                break;
+            seen.append(bytes, count);
+        }
+        return seen.replace("\r\n", "\n");
     }
 
 private:
