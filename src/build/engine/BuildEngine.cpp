@@ -80,11 +80,7 @@ bool BuildEngine::buildJobs(const ProjectElement *element, const QString &config
     }
     const ProjectElement *project = projectOf(element);
     if (project && (element == project || element->type() == Type::Folder)) {
-        const bool hasStagePostBuild =
-            m_system.value(project, ProjectProperty::project_type, configuration) == "Staging"_L1 &&
-            !m_system.value(project, ProjectProperty::stage_post_build_command, configuration).isEmpty();
-        single = single || flags & BuildFlag::noChildren || hasStagePostBuild ||
-                 isUnityFolder(m_system, element, configuration, flags);
+        single = single || flags & BuildFlag::noChildren || isUnityFolder(m_system, element, configuration, flags);
         addProjectJobs(element, configuration, flags, batch, *builders[0], idler, single, followDependencies, jobs);
         return runJobs(jobs, builders, idler);
     }
@@ -147,7 +143,7 @@ QStringList BuildEngine::takeHelperFiles(const ProjectElement *element)
 // ---- The commands around a project -------------------------------------------------------------------------------
 
 void BuildEngine::runPreBuild(const ProjectElement *project, const QString &configuration, Builder &builder,
-                              Idler &idler, bool force, bool isAlone)
+                              Idler &idler, bool force, bool isAlone, BuildFlags flags)
 {
     using enum ProjectProperty;
     const QString command = m_system.expandedValue(project, pre_build_command, configuration);
@@ -157,7 +153,8 @@ void BuildEngine::runPreBuild(const ProjectElement *project, const QString &conf
         NullBuilder nobody;
         Idler still;
         const int stepsBefore = m_stepsDone;
-        const bool isNeeded = buildElement(project, configuration, &nobody, still, BuildFlag::dryRun);
+        const bool isNeeded =
+            buildElement(project, configuration, &nobody, still, BuildFlag::dryRun | (flags & BuildFlag::noUnity));
         if ((!isNeeded && m_stepsDone == stepsBefore) || !m_state.goesOn())
             return;
     }
@@ -187,6 +184,7 @@ void BuildEngine::runProjectCommand(const QString &command, const QString &direc
 {
     const QString where = m_system.absolutePath(project, directory);
     QDir().mkpath(where);
+    m_times.leaveFirstInstant();
     builder.beginStep(project, title, configuration, 0);
     for (const QString &piece : command.split(" && "_L1)) {
         const QStringList words = splitWords(piece);

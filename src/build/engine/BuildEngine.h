@@ -79,9 +79,9 @@ public:
     QString buildTitle(const ProjectElement *element, const QString &configuration, BuildFlags flags) const;
 
     // The project's own commands around its jobs. `force`: though nothing is out of date; `ran`: a job of the
-    // project did something. `isAlone`: nothing else is under way.
+    // project did something. `isAlone`: nothing else is under way. `flags`: of the build.
     void runPreBuild(const ProjectElement *project, const QString &configuration, Builder &builder, Idler &idler,
-                     bool force, bool isAlone = true);
+                     bool force, bool isAlone = true, BuildFlags flags = 0);
     void runPostBuild(const ProjectElement *project, const QString &configuration, Builder &builder, Idler &idler,
                       bool ran, bool isAlone = true);
 

@@ -14,6 +14,7 @@ using enum ProjectProperty;
 struct ElementBuild::CompilePlan
 {
     QString source;                 // absolute
+    QStringList members;            // of a unity folder: what the source includes
     QString target, absoluteTarget; // target: as the command names it
     QStringList preWords, postWords;
     QString preDirectory, preOutput, postDirectory;
@@ -96,6 +97,8 @@ ElementBuild::CompilePlan ElementBuild::planCompile(ToolKind kind)
     CompilePlan plan;
     plan.source =
         m_isUnity ? unityFileName(m_system, m_element, m_configuration) : m_system.path(m_element, m_configuration);
+    if (m_isUnity)
+        plan.members = inputs();
     plan.target = m_engine.outputOf(m_element, m_configuration, m_flags);
     plan.absoluteTarget = absolute(plan.target);
     if (!value(compile_pre_build_command).isEmpty()) {
@@ -134,9 +137,10 @@ QStringList ElementBuild::externalCompileWords(ToolKind kind, const CompilePlan 
         return m_system.propertyList(m_element, property, m_configuration, options, isOwn);
     };
     MacroMap macros = m_macros;
+    const bool isNested = text.contains(":$("_L1); // what that gives may name any
     const auto add = [&](const char *name, const auto &makeValue) {
         const QString macro = QString::fromLatin1(name);
-        if (text.contains(macro)) // the others would cost more than the command
+        if (isNested || text.contains(macro)) // the others would cost more than the command
             macros.insert(macro, makeValue());
     };
     add("TargetPath", [&] { return plan.absoluteTarget; });
@@ -180,7 +184,8 @@ quint64 ElementBuild::externalCompileHash(ToolKind kind, CompilePlan &plan, cons
     if (!made.isMade) {
         const QString dependencyFile = value(build_dependency_file_name);
         made.isMade = true;
-        made.isOwn = m_isUnity || dependencyFile.contains(u'$');
+        made.isOwn =
+            m_isUnity || dependencyFile.contains(u'$') || value(externalCompile(kind).command).contains(":$("_L1);
         MacroMap markers;
         for (const char *own : ExternalTemplates::ownMacros)
             markers.insert(QString::fromLatin1(own), u'\1' + QString::fromLatin1(own));
@@ -206,6 +211,10 @@ bool ElementBuild::isCompileUpToDate(ToolKind kind, const CompilePlan &plan)
     FileTimes &times = m_engine.times();
     if (!test.inputOlder(times.id(plan.source), plan.source))
         return false;
+    for (const QString &member : plan.members) {
+        if (!test.inputOlder(times.id(member), member))
+            return false;
+    }
     CommandRecord &record = m_engine.record(m_element, m_configuration);
     CommandRecord::Entry known = record.entry(plan.absoluteTarget);
     if (known.stamp != test.stamp()) { // made by somebody else
@@ -240,7 +249,7 @@ void ElementBuild::runCompile(ToolKind kind, const CompilePlan &plan)
         m_tools.toolCommands(plan.request, *m_builder);
     }
     if (goesOn() && kind != ToolKind::Assemble && m_system.isYes(m_element, analyze_after_compile, m_configuration))
-        m_tools.analyzeFile(m_element, m_configuration, *m_builder);
+        analyzeSources();
     if (goesOn() && !plan.postWords.isEmpty())
         runStep("Post-compile command "_L1 + name, {{plan.postDirectory, plan.postWords, {}}});
     if (!plan.preWords.isEmpty() || !plan.postWords.isEmpty())

@@ -229,6 +229,8 @@ TEST(ProcessPoller, AnInterruptEndsTheWait)
     EXPECT_EQ(InterruptCatcher::count(), 2);
     poller.wait(10000);
     EXPECT_LT(timer.elapsed(), 5000);
+    std::raise(SIGPIPE);
+    EXPECT_EQ(InterruptCatcher::count(), 2) << "of many the first alone";
 }
 
 } // namespace
