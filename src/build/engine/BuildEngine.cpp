@@ -8,10 +8,12 @@
 #include "build/engine/ExternalTemplates_p.h"
 #include "build/engine/ProcessPoller.h"
 #include "build/engine/ProjectNodes.h"
+#include "build/engine/SolutionLock.h"
 #include "project/model/ProjectSystem.h"
 
 #include <QDir>
 #include <csignal>
+#include <unistd.h>
 
 using namespace Qt::StringLiterals;
 
@@ -49,6 +51,9 @@ BuildResult BuildEngine::buildProject(const ProjectElement *element, const QStri
     m_interrupts = 0;
     m_failedProjects.clear();
     m_listed.clear();
+    SolutionLock lock(m_system.solution()->filePath());
+    if (m_runsTools && (flags & BuildFlag::remove || !(flags & BuildFlag::noRun)))
+        waitForOtherBuild(lock, *builders[0], idler);
     m_times.clear();
     m_tools.refresh();
     m_externalTemplates->clear();
@@ -64,6 +69,18 @@ BuildResult BuildEngine::buildProject(const ProjectElement *element, const QStri
     if (m_state.failed)
         return BuildResult::Failed;
     return didSomething ? BuildResult::Complete : BuildResult::UpToDate;
+}
+
+void BuildEngine::waitForOtherBuild(SolutionLock &lock, Builder &builder, Idler &idler)
+{
+    constexpr int pauseMicroseconds = 20'000;
+    for (bool isTold = false; m_state.goesOn() && !lock.take(); isTold = true) {
+        if (!isTold)
+            builder.reportInfo("Waiting for another build of "_L1 + m_system.solution()->filePath());
+        idler.idle(0);
+        ::usleep(pauseMicroseconds);
+        takeInterrupts();
+    }
 }
 
 bool BuildEngine::buildJobs(const ProjectElement *element, const QString &configuration,

@@ -14,6 +14,7 @@ class Builder;
 class ExternalTemplates;
 class Idler;
 class ProcessPoller;
+class SolutionLock;
 class StandardProjectSystem;
 class ToolCommands;
 
@@ -142,6 +143,7 @@ private:
     void saveRecords();
     bool addDependencyJobs(const ProjectElement *project, const QString &configuration, BuildFlags flags,
                            Builder &builder, Idler &idler, bool single, BuildJobs &jobs);
+    void waitForOtherBuild(SolutionLock &lock, Builder &builder, Idler &idler);
     bool buildJobs(const ProjectElement *element, const QString &configuration, std::span<Builder *const> builders,
                    Idler &idler, BuildFlags flags, bool followDependencies, bool batch);
     void runProjectCommand(const QString &command, const QString &directory, const QString &title,
