@@ -152,14 +152,22 @@ bool CommandRecord::save()
 {
     if (!m_isChanged || m_path.isEmpty())
         return true;
+    if (m_outputs.isEmpty()) { // behind a clean
+        m_isChanged = false;
+        return !QFile::exists(m_path) || QFile::remove(m_path);
+    }
     QDir().mkpath(QFileInfo(m_path).path());
     QFile file(m_path + u".new"_s);
     const QByteArray bytes = toBytes();
-    if (!file.open(QFile::WriteOnly) || file.write(bytes) != bytes.size() || !file.flush())
+    if (!file.open(QFile::WriteOnly))
         return false;
+    const bool isWritten = file.write(bytes) == bytes.size() && file.flush();
     file.close();
-    if (std::rename(QFile::encodeName(file.fileName()).constData(), QFile::encodeName(m_path).constData()) != 0)
+    if (!isWritten ||
+        std::rename(QFile::encodeName(file.fileName()).constData(), QFile::encodeName(m_path).constData()) != 0) {
+        file.remove();
         return false;
+    }
     m_isChanged = false;
     return true;
 }

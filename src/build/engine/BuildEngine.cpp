@@ -8,10 +8,12 @@
 #include "build/engine/ElementBuild_p.h"
 #include "build/engine/ProcessPoller.h"
 #include "build/engine/ProjectNodes.h"
+#include "build/engine/SolutionLock.h"
 #include "project/model/ProjectSystem.h"
 
 #include <QDir>
 #include <csignal>
+#include <unistd.h>
 
 using namespace Qt::StringLiterals;
 
@@ -50,6 +52,9 @@ BuildResult BuildEngine::buildProject(const ProjectElement *element, const QStri
     m_failedProjects.clear();
     m_listed.clear();
     m_facts.clear();
+    SolutionLock lock(m_system.solution()->filePath());
+    if (m_runsTools && (flags & BuildFlag::remove || !(flags & BuildFlag::noRun)))
+        waitForOtherBuild(lock, *builders[0], idler);
     m_times.clear();
     m_tools.refresh();
     m_compileTemplates->clear();
@@ -63,6 +68,18 @@ BuildResult BuildEngine::buildProject(const ProjectElement *element, const QStri
     if (m_state.failed)
         return BuildResult::Failed;
     return didSomething ? BuildResult::Complete : BuildResult::UpToDate;
+}
+
+void BuildEngine::waitForOtherBuild(SolutionLock &lock, Builder &builder, Idler &idler)
+{
+    constexpr int pauseMicroseconds = 20'000;
+    for (bool isTold = false; m_state.goesOn() && !lock.take(); isTold = true) {
+        if (!isTold)
+            builder.reportInfo("Waiting for another build of "_L1 + m_system.solution()->filePath());
+        idler.idle(0);
+        ::usleep(pauseMicroseconds);
+        takeInterrupts();
+    }
 }
 
 bool BuildEngine::buildJobs(const ProjectElement *element, const QString &configuration,
@@ -79,11 +96,7 @@ bool BuildEngine::buildJobs(const ProjectElement *element, const QString &config
     }
     const ProjectElement *project = projectOf(element);
     if (project && (element == project || element->type() == Type::Folder)) {
-        const bool hasStagePostBuild =
-            m_system.value(project, ProjectProperty::project_type, configuration) == "Staging"_L1 &&
-            !m_system.value(project, ProjectProperty::stage_post_build_command, configuration).isEmpty();
-        single = single || flags & BuildFlag::noChildren || hasStagePostBuild ||
-                 isUnityFolder(m_system, element, configuration, flags);
+        single = single || flags & BuildFlag::noChildren || isUnityFolder(m_system, element, configuration, flags);
         addProjectJobs(element, configuration, flags, batch, *builders[0], idler, single, followDependencies, jobs);
         return runJobs(jobs, builders, idler);
     }
@@ -146,7 +159,7 @@ QStringList BuildEngine::takeHelperFiles(const ProjectElement *element)
 // ---- The commands around a project -------------------------------------------------------------------------------
 
 void BuildEngine::runPreBuild(const ProjectElement *project, const QString &configuration, Builder &builder,
-                              Idler &idler, bool force, bool isAlone)
+                              Idler &idler, bool force, bool isAlone, BuildFlags flags)
 {
     using enum ProjectProperty;
     const QString command = m_system.expandedValue(project, pre_build_command, configuration);
@@ -156,7 +169,8 @@ void BuildEngine::runPreBuild(const ProjectElement *project, const QString &conf
         NullBuilder nobody;
         Idler still;
         const int stepsBefore = m_stepsDone;
-        const bool isNeeded = buildElement(project, configuration, &nobody, still, BuildFlag::dryRun);
+        const bool isNeeded =
+            buildElement(project, configuration, &nobody, still, BuildFlag::dryRun | (flags & BuildFlag::noUnity));
         if ((!isNeeded && m_stepsDone == stepsBefore) || !m_state.goesOn())
             return;
     }
@@ -186,6 +200,7 @@ void BuildEngine::runProjectCommand(const QString &command, const QString &direc
 {
     const QString where = m_system.absolutePath(project, directory);
     QDir().mkpath(where);
+    m_times.leaveFirstInstant();
     builder.beginStep(project, title, configuration, 0);
     for (const QString &piece : command.split(" && "_L1)) {
         const QStringList words = splitWords(piece);

@@ -14,6 +14,7 @@ class Builder;
 class CompileTemplates;
 class Idler;
 class ProcessPoller;
+class SolutionLock;
 class StandardProjectSystem;
 class ToolCommands;
 
@@ -79,9 +80,9 @@ public:
     QString buildTitle(const ProjectElement *element, const QString &configuration, BuildFlags flags) const;
 
     // The project's own commands around its jobs. `force`: though nothing is out of date; `ran`: a job of the
-    // project did something. `isAlone`: nothing else is under way.
+    // project did something. `isAlone`: nothing else is under way. `flags`: of the build.
     void runPreBuild(const ProjectElement *project, const QString &configuration, Builder &builder, Idler &idler,
-                     bool force, bool isAlone = true);
+                     bool force, bool isAlone = true, BuildFlags flags = 0);
     void runPostBuild(const ProjectElement *project, const QString &configuration, Builder &builder, Idler &idler,
                       bool ran, bool isAlone = true);
 
@@ -142,6 +143,7 @@ private:
     void saveRecords();
     bool addDependencyJobs(const ProjectElement *project, const QString &configuration, BuildFlags flags,
                            Builder &builder, Idler &idler, bool single, BuildJobs &jobs);
+    void waitForOtherBuild(SolutionLock &lock, Builder &builder, Idler &idler);
     bool buildJobs(const ProjectElement *element, const QString &configuration, std::span<Builder *const> builders,
                    Idler &idler, BuildFlags flags, bool followDependencies, bool batch);
     void runProjectCommand(const QString &command, const QString &directory, const QString &title,

@@ -13,6 +13,7 @@ using enum ProjectProperty;
 struct ElementBuild::CompilePlan
 {
     QString source;                 // absolute
+    QStringList members;            // of a unity folder: what the source includes
     QString target, absoluteTarget; // target: as the command names it
     bool isExternal = false;        // a command of the solution's
     bool hasOptionFiles = false;
@@ -101,6 +102,8 @@ ElementBuild::CompilePlan ElementBuild::planCompile(ToolKind kind)
     CompilePlan plan;
     plan.source =
         m_isUnity ? unityFileName(m_system, m_element, m_configuration) : m_system.path(m_element, m_configuration);
+    if (m_isUnity)
+        plan.members = inputs();
     plan.target = m_engine.outputOf(m_element, m_configuration, m_flags);
     if (!plan.target.isEmpty())
         plan.absoluteTarget = m_engine.times().path(m_engine.outputId(m_element, m_configuration, m_flags));
@@ -147,7 +150,7 @@ bool ElementBuild::addExternalCompile(ToolKind kind, const CompilePlan &plan, Co
 {
     made.hasNodeName = value(externalCompile(kind).command).contains("ProjectNodeName"_L1);
     const QString dependencyFile = value(build_dependency_file_name);
-    bool isOwn = dependencyFile.contains(u'$');
+    bool isOwn = dependencyFile.contains(u'$') || value(externalCompile(kind).command).contains(":$("_L1);
     MacroMap markers;
     for (const char *own : CompileTemplates::ownMacros)
         markers.insert(QString::fromLatin1(own), u'\1' + QString::fromLatin1(own));
@@ -200,9 +203,10 @@ QStringList ElementBuild::externalCompileWords(ToolKind kind, const CompilePlan 
         return m_system.propertyList(m_element, property, m_configuration, options, isOwn);
     };
     MacroMap macros = m_macros;
+    const bool isNested = text.contains(":$("_L1); // what that gives may name any
     const auto add = [&](const char *name, const auto &makeValue) {
         const QString macro = QString::fromLatin1(name);
-        if (text.contains(macro)) // the others would cost more than the command
+        if (isNested || text.contains(macro)) // the others would cost more than the command
             macros.insert(macro, makeValue());
     };
     add("TargetPath", [&] { return plan.absoluteTarget; });
@@ -246,6 +250,10 @@ bool ElementBuild::isCompileUpToDate(ToolKind kind, const CompilePlan &plan)
     FileTimes &times = m_engine.times();
     if (!test.inputOlder(times.id(plan.source), plan.source))
         return false;
+    for (const QString &member : plan.members) {
+        if (!test.inputOlder(times.id(member), member))
+            return false;
+    }
     CommandRecord &record = m_engine.record(m_element, m_configuration);
     CommandRecord::Entry known = record.entry(plan.absoluteTarget);
     if (known.stamp != test.stamp()) { // made by somebody else
@@ -281,7 +289,7 @@ void ElementBuild::runCompile(ToolKind kind, const CompilePlan &plan)
         m_tools.toolCommands(steps.request, *m_builder);
     }
     if (goesOn() && kind != ToolKind::Assemble && m_system.isYes(m_element, analyze_after_compile, m_configuration))
-        m_tools.analyzeFile(m_element, m_configuration, *m_builder);
+        analyzeSources();
     if (goesOn() && !steps.postWords.isEmpty())
         runStep("Post-compile command "_L1 + name, {{steps.postDirectory, steps.postWords, {}}});
     if (!steps.preWords.isEmpty() || !steps.postWords.isEmpty())

@@ -33,9 +33,12 @@ private:
 
     // Each true when it ran, or would have.
     bool buildUnityMembers();
+    bool writeUnityFile(const QString &path, const UnityFiles &files);
     bool buildChildren();
     bool buildStep(ToolKind kind);
+    bool isPassedOver(ToolKind kind);
     bool analyze(ToolKind kind);
+    void analyzeSources();
     bool compile(ToolKind kind);
     bool runExternal();
     bool stageFile();
@@ -68,7 +71,6 @@ private:
     bool writeObjectsFile(const LinkPlan &plan);
     void removeLinkOutputs(const LinkPlan &plan, bool isQuiet);
     void runLinkPostBuild(const LinkPlan &plan);
-    bool isPassedOver(ToolKind kind);
 
     // Stage and combine.
     void gatherFiles(const ProjectElement *parent, QStringList &files);

@@ -6,11 +6,19 @@
 #include <ctime>
 #include <fcntl.h>
 #include <sys/stat.h>
+#include <unistd.h>
 
 namespace {
 
 constexpr qint64 nanoseconds = 1'000'000'000;
 constexpr size_t mostDirectories = 8; // kept open
+
+qint64 clockTime(clockid_t clock)
+{
+    timespec time;
+    clock_gettime(clock, &time);
+    return time.tv_sec * nanoseconds + time.tv_nsec;
+}
 
 } // namespace
 
@@ -37,6 +45,7 @@ FileStamp FileTimes::stamp(Id id)
     if (!file.isKnown) {
         file.stamp = ask(file.path);
         file.isKnown = true;
+        file.isWritten |= file.stamp.time > m_began && file.stamp.time <= now();
     }
     return file.stamp;
 }
@@ -111,12 +120,18 @@ void FileTimes::clear()
     m_ids.clear();
     m_files.clear();
     m_now = 0;
+    m_began = clockTime(CLOCK_REALTIME);
+}
+
+void FileTimes::leaveFirstInstant() const
+{
+    constexpr int mostTurns = 40; // the clock may have been set back
+    for (int turn = 0; turn < mostTurns && clockTime(CLOCK_REALTIME_COARSE) <= m_began; ++turn)
+        ::usleep(500);
 }
 
 qint64 FileTimes::now()
 {
-    timespec time;
-    clock_gettime(CLOCK_REALTIME, &time);
-    m_now = std::max(m_now, time.tv_sec * nanoseconds + time.tv_nsec);
+    m_now = std::max(m_now, clockTime(CLOCK_REALTIME));
     return m_now;
 }

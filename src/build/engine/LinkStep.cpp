@@ -46,8 +46,6 @@ QString quotedWords(const QStringList &words)
 bool ElementBuild::linkOrArchive(ToolKind kind)
 {
     m_idler.stepStarted(m_element, m_configuration);
-    if (isPassedOver(kind))
-        return false;
     LinkPlan plan;
     plan.kind = kind;
     if (!planLink(plan))
@@ -80,26 +78,6 @@ bool ElementBuild::linkOrArchive(ToolKind kind)
     for (const QString &extra : plan.extraOutputs)
         outputMade(absolute(extra), 0);
     outputMade(plan.absoluteTarget, plan.hash);
-    return true;
-}
-
-// With keep-going: what it links couldn't be made, and the linker would only say that it isn't there.
-bool ElementBuild::isPassedOver(ToolKind kind)
-{
-    const ProjectElement *cause = m_engine.hasFailed(m_element, m_configuration) ? m_element : nullptr;
-    if (!cause && kind == ToolKind::Link) {
-        for (const ProjectElement *dependency : transitiveDependencies(m_system, m_element, m_configuration)) {
-            if (m_engine.hasFailed(dependency, m_configuration))
-                cause = dependency;
-        }
-    }
-    if (!cause)
-        return false;
-    if (m_builder)
-        m_builder->reportInfo(u'\'' + m_element->displayName() + "' is passed over because '"_L1 +
-                              cause->displayName() + "' failed"_L1);
-    if (cause != m_element)
-        m_engine.jobFailed(m_element, m_configuration);
     return true;
 }
 
@@ -310,6 +288,14 @@ void ElementBuild::removeLinkOutputs(const LinkPlan &plan, bool isQuiet)
         remove(absolute(extra));
     if (!plan.mapFile.isEmpty())
         remove(plan.mapFile);
+    if (plan.external.empty()) { // what goes between us and the driver, in silence
+        const QString inputs = m_tools.inputsFileName(plan.request);
+        QFile::remove(inputs);
+        if (plan.kind == ToolKind::Link && !m_tools.linkerScript(m_element, m_configuration))
+            QFile::remove(inputs.chopped(3) + "ld"_L1);
+    } else if (!plan.objectsFile.isEmpty()) {
+        QFile::remove(plan.objectsFile);
+    }
 }
 
 void ElementBuild::runLinkPostBuild(const LinkPlan &plan)
