@@ -46,9 +46,9 @@ bool SafeFile::writeZeros(quint64 count)
 
 bool SafeFile::commit()
 {
-    if (m_saveFile)
-        return m_saveFile->commit();
     const bool written = m_device->flush() && m_device->error() == QFileDevice::NoError;
+    if (m_saveFile)
+        return written && m_saveFile->commit(); // which doesn't look whether the last buffer could be written
     m_device->close();
     return written;
 }

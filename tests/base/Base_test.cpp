@@ -13,6 +13,8 @@
 
 #include <QDir>
 #include <QFileInfo>
+#include <csignal>
+#include <sys/resource.h>
 
 using namespace Qt::StringLiterals;
 
@@ -209,6 +211,23 @@ TEST(SafeFile, WritesDevicesInPlace)
     ASSERT_TRUE(file.open(QIODevice::ReadWrite | QIODevice::Append));
     writeFileSafely(u"/dev/fd/%1"_s.arg(file.handle()), "after");
     EXPECT_EQ(folder.read("out"), "before after");
+}
+
+TEST(SafeFile, KeepsTheOldFileWhenTheDiskIsFull)
+{
+    const TemporaryFolder folder;
+    const QString path = folder.write("file", "old");
+    rlimit before;
+    ASSERT_EQ(getrlimit(RLIMIT_FSIZE, &before), 0);
+    const rlimit full{1000, before.rlim_max};
+    const auto oldHandler = std::signal(SIGXFSZ, SIG_IGN);
+    ASSERT_EQ(setrlimit(RLIMIT_FSIZE, &full), 0);
+    for (const qsizetype size : {1001, 100000}) // in the last buffer, before it
+        EXPECT_THROW(writeFileSafely(path, QByteArray(size, 'x')), HException);
+    setrlimit(RLIMIT_FSIZE, &before);
+    std::signal(SIGXFSZ, oldHandler);
+    EXPECT_EQ(folder.read("file"), "old");
+    EXPECT_EQ(QDir(folder.root()).entryList(QDir::Files), QStringList{u"file"_s});
 }
 
 TEST(SafeFile, ZerosAndStandardOutput)
