@@ -30,10 +30,16 @@ bool GenericOptions::load(const QString &path, QString *error)
     if (path.isEmpty())
         return true;
     auto document = std::make_unique<XMLPP2>();
-    if (!document->load(path, QString(), false) || !document->root()) {
+    const bool isRead = document->load(path, QString(), false);
+    if (!isRead || !document->root()) {
+        const auto &[openName, openLine] = document->openElement();
+        const QByteArray reason = !isRead              ? document->errorText()
+                                  : openName.isEmpty() ? "the document is empty or cut off"
+                                                       : '<' + openName + "> has no end";
         if (error)
-            *error =
-                u"%1:%2: %3"_s.arg(path).arg(document->errorLine() + 1).arg(QString::fromUtf8(document->errorText()));
+            *error = u"%1:%2: %3"_s.arg(path)
+                         .arg((isRead ? openLine : document->errorLine()) + 1)
+                         .arg(QString::fromUtf8(reason));
         return false;
     }
     m_document = std::move(document);
