@@ -22,7 +22,7 @@ HException located(const SolutionLoadError &error)
     message.remove(u' ' + error.fileName);
     if (!error.importedAt.isEmpty())
         message += u" (imported at %1)"_s.arg(error.importedAt);
-    const QString place = error.hasPosition ? u"%1:%2"_s.arg(error.fileName).arg(error.line) : error.fileName;
+    const QString place = error.hasPosition ? error.fileName + u':' + QString::number(error.line) : error.fileName;
     return HException(place + ": "_L1 + message);
 }
 

@@ -227,8 +227,8 @@ void checkValue(const PropertyClass &property, const QString &value)
     if (!isNumber)
         throw HException(u"%1 is a number; not '%2'"_s.arg(property.name, value));
     if (!isInRange)
-        throw HException(
-            u"%1 is from %2 to %3; not %4"_s.arg(property.name).arg(property.minimum).arg(property.maximum).arg(value));
+        throw HException(u"%1 is from %2 to %3; not %4"_s.arg(property.name, QString::number(property.minimum),
+                                                              QString::number(property.maximum), value));
 }
 
 // Notes what it is told to run, and says why nothing can be.

@@ -168,8 +168,12 @@ void ProjectSystem::prepare(ProjectElement &root, const SolutionLoadHandlers &ha
     const QString target = root.property(u"target"_s);
     if (!target.isEmpty() && target.toInt() != systemTarget)
         throw SolutionLoadError{
-            root.filePath(),      true, u"invalid solution target (%1, expected %2)"_s.arg(target).arg(systemTarget),
-            int(root.line()) + 1, 0,    {}};
+            root.filePath(),
+            true,
+            u"invalid solution target (%1, expected %2)"_s.arg(target, QString::number(systemTarget)),
+            int(root.line()) + 1,
+            0,
+            {}};
     std::vector<ProjectElement *> templated;
     visit(root, [&templated](ProjectElement &element) {
         if (element.type() == ProjectElement::Type::Project && element.hasProperty(u"template_name"_s))

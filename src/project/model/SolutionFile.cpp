@@ -161,7 +161,7 @@ void SolutionReader::import(ProjectElement &element, const QString &file)
         --m_depth;
     } catch (SolutionLoadError &error) {
         if (error.importedAt.isEmpty())
-            error.importedAt = u"%1:%2"_s.arg(file).arg(element.line() + 1);
+            error.importedAt = file + u':' + QString::number(element.line() + 1);
         throw;
     }
     loaded->setProperty(u"file_name"_s, written);

@@ -1,5 +1,6 @@
 #include "project/properties/GenericOptions.h"
 
+#include "project/properties/LoadProblem_p.h"
 #include "project/properties/PropertyGroups.h"
 
 using namespace Qt::StringLiterals;
@@ -32,14 +33,8 @@ bool GenericOptions::load(const QString &path, QString *error)
     auto document = std::make_unique<XMLPP2>();
     const bool isRead = document->load(path, QString(), false);
     if (!isRead || !document->root()) {
-        const auto &[openName, openLine] = document->openElement();
-        const QByteArray reason = !isRead              ? document->errorText()
-                                  : openName.isEmpty() ? "the document is empty or cut off"
-                                                       : '<' + openName + "> has no end";
         if (error)
-            *error = u"%1:%2: %3"_s.arg(path)
-                         .arg((isRead ? openLine : document->errorLine()) + 1)
-                         .arg(QString::fromUtf8(reason));
+            *error = loadProblem(path, *document, isRead);
         return false;
     }
     m_document = std::move(document);

@@ -208,10 +208,11 @@ TEST(VnBuildQueries, BrokenSolutionsAreOneLineWithTheirPlace)
         EXPECT_EQ(broken.read("small.vnProject"), row.text) << row.what;
     }
     SmallSolution importing;
+    // A name that looks like the places in a message.
     importing.write("small.vnProject",
-                    "<!DOCTYPE Veldane_Project_File>\n<solution>\n<import file_name='gone'/></solution>");
+                    "<!DOCTYPE Veldane_Project_File>\n<solution>\n<import file_name='gone%2'/></solution>");
     EXPECT_EQ(importing.problem({u"--list"_s, u"projects"_s}),
-              u"vnBuild: gone: does not exist (imported at small.vnProject:3)"_s);
+              u"vnBuild: gone%2: does not exist (imported at small.vnProject:3)"_s);
     const ProgramResult gone = runProgram(u"vnBuild"_s, {u"/nowhere/x.vnProject"_s});
     EXPECT_EQ(gone.status, 1);
     EXPECT_EQ(gone.error, "vnBuild: /nowhere/x.vnProject: does not exist\n");
