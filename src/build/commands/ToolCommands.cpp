@@ -20,6 +20,7 @@ ToolCommands::~ToolCommands() = default;
 
 void ToolCommands::refresh()
 {
+    m_system.refresh();
     m_templates.clear();
     m_directories.clear();
     if (!m_genericOptionsError.isEmpty())

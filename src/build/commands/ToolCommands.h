@@ -80,8 +80,8 @@ public:
     // them; command() does it first. An additional option of the project's that such a property makes becomes its
     // value; what was there before is kept in the backup property.
     void loadGenericOptions(const ProjectElement *element, const QString &configuration);
-    // Looks at the file system anew: files of options, directories that were made. To be called before a build
-    // and behind what may have written such files.
+    // Looks at the file system anew: files of options and of property groups, directories that were made. To be
+    // called before a build and behind what may have written such files.
     void refresh();
 
     // The command that toolCommands would run. Nothing is written or reported.
