@@ -88,7 +88,8 @@ int RunningProgram::end()
     while (readMore())
         ;
     int status = 0;
-    for (const QDeadlineTimer deadline(patienceMs); waitpid(m_child, &status, WNOHANG) != m_child; poll(nullptr, 0, 5)) {
+    for (const QDeadlineTimer deadline(patienceMs); waitpid(m_child, &status, WNOHANG) != m_child;
+         poll(nullptr, 0, 5)) {
         if (!deadline.hasExpired())
             continue;
         kill(m_child, SIGKILL);
