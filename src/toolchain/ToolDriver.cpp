@@ -189,8 +189,7 @@ void ToolDriver::archive()
     if (!m_runner.isDry())
         QFile::remove(fresh);
     // D: no times and owners in it, so that equal objects make equal archives.
-    m_runner.run(QStringList{tools.archiver(inputs.hasBitcode()), u"rcsD"_s, fresh} +
-                 filesAsWords(files, ".ar-inputs"));
+    m_runner.run(QStringList{tools.archiver(inputs), u"rcsD"_s, fresh} + filesAsWords(files, ".ar-inputs"));
     if (!m_runner.isDry() &&
         rename(QFile::encodeName(fresh).constData(), QFile::encodeName(m_options.output).constData()) != 0)
         throw HException(u"cannot replace '%1': %2"_s.arg(m_options.output, qt_error_string(errno)));

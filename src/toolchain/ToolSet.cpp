@@ -34,7 +34,9 @@ ToolSet::ToolSet(const QStringList &options, const std::optional<Machine> &objec
     const QString variable = qEnvironmentVariable("VELDANE_TOOLCHAIN");
     for (const QString &text : variable.split(u';', Qt::SkipEmptyParts))
         choose(text);
-    m_architecture = architectureOf(options).value_or(objects ? objects->architecture : Machine::Arm);
+    const std::optional<Machine::Architecture> chosen = architectureOf(options);
+    m_architecture = chosen.value_or(objects ? objects->architecture : Machine::Arm);
+    m_is64 = is64Bit(options) || (!chosen && objects && is64Bit(objects->options));
 }
 
 void ToolSet::choose(const QString &text)
@@ -93,16 +95,19 @@ QStringList ToolSet::compiler() const
         return {gcc()};
     QStringList words = {clang()};
     if (m_target.isEmpty())
-        words += isRiscV() ? u"--target=riscv32-unknown-elf"_s : u"--target=arm-none-eabi"_s;
-    // GCC's ABI for bare ARM has enumerations of the smallest size, and so have the libraries that we link.
-    if (!isRiscV())
-        words += u"-fshort-enums"_s;
-    return words;
+        words += !isRiscV() ? u"--target=arm-none-eabi"_s
+                 : m_is64   ? u"--target=riscv64-unknown-elf"_s
+                            : u"--target=riscv32-unknown-elf"_s;
+    // ld.lld has learned linker relaxation late. GCC's ABI for bare ARM has enumerations of the smallest size, and so
+    // have the libraries that we link.
+    return words << (isRiscV() ? u"-mno-relax"_s : u"-fshort-enums"_s);
 }
 
-QString ToolSet::archiver(bool hasBitcode) const
+QString ToolSet::archiver(const LinkInputs &members) const
 {
-    if (hasBitcode || m_isClang) {
+    if (members.hasGccModules)
+        return gcc() + u"-ar"_s;
+    if (members.hasBitcode() || m_isClang) {
         const QString folder = QFileInfo(QFileInfo(find(clang())).canonicalFilePath()).path();
         const QString beside = QStandardPaths::findExecutable(u"llvm-ar"_s, {folder});
         if (!beside.isEmpty())

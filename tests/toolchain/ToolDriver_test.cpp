@@ -119,9 +119,10 @@ const ShownRow shownCompilations[] = {
     {"RISC-V by the instruction set", "-c -xc @a.c -Wc,-march=rv32imac -Wc,-mabi=ilp32 -o @a.o",
      "riscv64-unknown-elf-gcc -c -x c @a.c -ffunction-sections -fdata-sections -march=rv32imac -mabi=ilp32 -o @a.o"},
     {"clang by the target", "-c -xc @a.c -Wc,--target=riscv32-unknown-elf -o @a.o",
-     "clang -c -x c @a.c -ffunction-sections -fdata-sections --target=riscv32-unknown-elf -o @a.o"},
+     "clang -mno-relax -c -x c @a.c -ffunction-sections -fdata-sections --target=riscv32-unknown-elf -o @a.o"},
     {"clang by name", "-c -xc @a.c -Wc,-toolchain=clang -Wc,-march=rv32imac -o @a.o",
-     "clang --target=riscv32-unknown-elf -c -x c @a.c -ffunction-sections -fdata-sections -march=rv32imac -o @a.o"},
+     "clang --target=riscv32-unknown-elf -mno-relax -c -x c @a.c -ffunction-sections -fdata-sections -march=rv32imac "
+     "-o @a.o"},
 };
 
 TEST_F(Driver, ShowsTheCommandsOfCompilations)
@@ -161,10 +162,11 @@ TEST_F(Driver, ShowsTheCommandOfALink)
     const QString command =
         shown(u"-we -inputfiles @a.ind -T@my.ld -printf=d -scanf=l -M -dbase=0x10 -Kkept -Wl,-mcpu=cortex-m0 "
               "-Wl,-e,go -Wl,-Lhere -o @app.elf"_s);
-    EXPECT_EQ(command,
-              u"arm-none-eabi-gcc -nostartfiles -mcpu=cortex-m0 -T @my.ld -Wl,--gc-sections -Wl,-n -Wl,-z,noexecstack "
-              "-Wl,--fatal-warnings -Wl,-Map=@app.map -Wl,--defsym=base=0x10 -Wl,--undefined=kept @a.o 'with blank.o' "
-              "-Wl,-e,go -Lhere --specs=nano.specs --specs=nosys.specs -Wl,--undefined=_printf_float -o @app.elf"_s);
+    EXPECT_EQ(
+        command,
+        u"arm-none-eabi-gcc -nostartfiles -mcpu=cortex-m0 -T @my.ld -Wl,--gc-sections -Wl,-n -Wl,-z,noexecstack "
+        "-Wl,--fatal-warnings -Wl,-Map=@app.map -Wl,--defsym=base=0x10 -Wl,--undefined=kept @a.o 'with blank.o' "
+        "-Wl,-e,go -Lhere -Wl,--undefined=_printf_float --specs=nano.specs --specs=nosys.specs -lm -o @app.elf"_s);
     EXPECT_TRUE(shown(u"@a.o -T@my.ld -l- -o @app.elf"_s).contains(u" -nostdlib -lgcc "_s));
     EXPECT_FALSE(shown(u"@a.o -T@my.ld -printf=ll -o @app.elf"_s).contains(u"nano"_s));
 }
