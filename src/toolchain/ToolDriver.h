@@ -18,10 +18,11 @@ public:
     // Throws HException for what is wrong with documents and files, ToolFailure when a tool has failed. Outputs
     // are gone then.
     void run();
-    // The command of the compiler by which run() would compile or assemble. Throws HException.
-    QStringList compileCommand();
+    // The command of the compiler by which run() would compile or assemble, without what only shapes its messages.
+    QStringList compileCommand() const;
 
 private:
+    const QStringList &sourceOptions() const; // of -Wc, or -Wa,
     QString objectFile() const;
     void compile();
     void archive();

@@ -80,6 +80,20 @@ QString ToolSet::gcc() const
     return QString::fromLatin1(prefixes.front()) + u"gcc"_s;
 }
 
+// GCC keeps its files in folders named by version. Asking it would take as long as a small compilation does.
+bool ToolSet::countsColumnsAsAsked() const
+{
+    constexpr int firstVersion = 11;
+    const QFileInfo program(find(gcc()));
+    if (m_isClang || !program.exists())
+        return false;
+    const QDir root(QFileInfo(program.canonicalFilePath()).path() + u"/../lib/gcc/"_s + program.fileName().chopped(4));
+    const QStringList versions = root.entryList(QDir::Dirs | QDir::NoDotAndDotDot);
+    return !versions.isEmpty() && std::ranges::all_of(versions, [](const QString &version) {
+        return version.section(u'.', 0, 0).toInt() >= firstVersion;
+    });
+}
+
 QString ToolSet::clang() const
 {
     if (find(u"clang"_s).isEmpty())

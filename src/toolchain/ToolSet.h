@@ -24,6 +24,9 @@ public:
     QStringList compiler() const;
     // GCC of the architecture: the compiler itself, or the one whose libraries clang links.
     QString gcc() const;
+    // Whether the compiler takes -fdiagnostics-column-unit=. False when it isn't known, and for clang, which always
+    // counts bytes.
+    bool countsColumnsAsAsked() const;
     // The archiver whose archives have an index of these objects' symbols: that of modules for link-time optimisation
     // takes GCC's plug-in, or for bitcode LLVM's archiver, where it is installed.
     QString archiver(const LinkInputs &members) const;

@@ -37,6 +37,7 @@ protected:
         return QString::fromUtf8(result.out)
             .replace(folder.root() + u'/', u"@"_s)
             .replace(QRegularExpression(u"^clang-[0-9]+"_s), u"clang"_s)
+            .remove(u" -fdiagnostics-column-unit=byte"_s) // where the compiler knows it
             .trimmed();
     }
     void compile(const char *name, const QStringList &options)
@@ -139,6 +140,18 @@ TEST_F(Driver, ShowsTheCommandsOfCompilations)
     EXPECT_TRUE(
         shown(u"-c -xc @a.c -Wc,-toolchain=gcc -o @a.o"_s, {u"VELDANE_TOOLCHAIN=clang"_s}).startsWith(u"arm-"_s))
         << "options weigh more than the environment";
+}
+
+// Columns are bytes, whoever tells them.
+TEST_F(Driver, CountsATabAsOneColumn)
+{
+    folder.write("a.c", "int f(void)\n{\n\t\treturn nope;\n}\n");
+    for (const QString &family : {u"gcc"_s, u"clang"_s}) {
+        const ProgramResult result =
+            cc({u"-c"_s, u"-xc"_s, path("a.c"), u"-Wc,-toolchain="_s + family, u"-o"_s, path("a.o")});
+        EXPECT_TRUE(result.error.contains("cannot run") || result.error.contains("a.c:3:10: error"))
+            << result.error.constData();
+    }
 }
 
 // A tool chain's folder comes before the search path; a program that isn't there is looked for outside.
@@ -289,7 +302,7 @@ TEST_F(Driver, LeavesNothingOfAFailedCompilation)
     const ProgramResult result =
         cc({u"-v"_s, u"-c"_s, u"-xc"_s, path("a.c"), u"-depend"_s, path("a.d"), u"-o"_s, path("a.o")});
     EXPECT_EQ(result.status, 1);
-    EXPECT_TRUE(result.out.startsWith("arm-none-eabi-gcc -c -x c "));
+    EXPECT_TRUE(result.out.contains(" -c -x c "));
     EXPECT_TRUE(result.error.contains(path("a.c").toUtf8() + ":1:10: fatal error: missing.h"));
     EXPECT_FALSE(QFile::exists(path("a.o")) || QFile::exists(path("a.d")));
 }
