@@ -17,8 +17,7 @@ inline std::vector<FrameRow> readelfsFrames(const QString &elf, bool isArm)
     std::vector<FrameRow> rows;
     QStringList columns;
     bool isDescription = false, isDebugFrame = false;
-    for (const QString &line :
-         lines(runProgram(tool("readelf"), {u"--debug-dump=frames-interp"_s, u"-wN"_s, elf}))) {
+    for (const QString &line : lines(runProgram(tool("readelf"), {u"--debug-dump=frames-interp"_s, u"-wN"_s, elf}))) {
         if (line.startsWith(u"Contents of"))
             isDebugFrame = line.contains(u"debug_frame");
         if (line.contains(u" CIE ") || line.contains(u" FDE "))
