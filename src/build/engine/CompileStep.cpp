@@ -190,7 +190,7 @@ quint64 ElementBuild::externalCompileHash(ToolKind kind, CompilePlan &plan, cons
         for (const char *own : ExternalTemplates::ownMacros)
             markers.insert(QString::fromLatin1(own), u'\1' + QString::fromLatin1(own));
         QStringList words = externalCompileWords(kind, plan, &made.isOwn, made.error, markers);
-        words << dependencyFile
+        words << dependencyFile << m_tools.programStamp(words.value(0), m_directory)
               << m_system.expandedValue(m_element, build_intermediate_directory, m_configuration, &made.isOwn);
         made.key = QString::number(commandHash(m_directory, words));
         made.hasNodeName = value(externalCompile(kind).command).contains("ProjectNodeName"_L1);
@@ -199,7 +199,8 @@ quint64 ElementBuild::externalCompileHash(ToolKind kind, CompilePlan &plan, cons
     if (!made.isOwn)
         return commandHash(made.key,
                            {plan.source, plan.target, made.hasNodeName ? m_element->displayName() : QString()}, around);
-    return commandHash(m_directory, externalCompileWords(kind, plan, nullptr, plan.error), around);
+    const QStringList words = externalCompileWords(kind, plan, nullptr, plan.error);
+    return commandHash(m_directory, words, around + QStringList{m_tools.programStamp(words.value(0), m_directory)});
 }
 
 bool ElementBuild::isCompileUpToDate(ToolKind kind, const CompilePlan &plan)
