@@ -155,7 +155,9 @@ bool ElementBuild::addExternalCompile(ToolKind kind, const CompilePlan &plan, Co
     for (const char *own : CompileTemplates::ownMacros)
         markers.insert(QString::fromLatin1(own), u'\1' + QString::fromLatin1(own));
     made.common.add(m_directory);
-    made.common.add(externalCompileWords(kind, plan, &isOwn, made.error, markers));
+    const QStringList words = externalCompileWords(kind, plan, &isOwn, made.error, markers);
+    made.common.add(words);
+    made.common.add(m_tools.programStamp(words.value(0), m_directory));
     made.common.add(dependencyFile);
     made.common.add(m_system.expandedValue(m_element, build_intermediate_directory, m_configuration, &isOwn));
     return !isOwn;
@@ -165,8 +167,10 @@ quint64 ElementBuild::ownCompileHash(ToolKind kind, CompilePlan &plan)
 {
     const CompileSteps steps = compileSteps(kind, plan);
     const QStringList around = steps.preWords + steps.postWords;
-    if (plan.isExternal)
-        return commandHash(m_directory, externalCompileWords(kind, plan, nullptr, plan.error), around);
+    if (plan.isExternal) {
+        const QStringList words = externalCompileWords(kind, plan, nullptr, plan.error);
+        return commandHash(m_directory, words, around + QStringList{m_tools.programStamp(words.value(0), m_directory)});
+    }
     return m_tools.hash(steps.request, around, plan.error);
 }
 

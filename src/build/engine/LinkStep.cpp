@@ -118,12 +118,11 @@ bool ElementBuild::planLink(LinkPlan &plan)
         QStringList words;
         for (const Command &command : plan.external)
             words += command.arguments;
+        words += m_tools.programStamp(words.value(0), m_directory);
         plan.hash = commandHash(m_directory, words, plan.inputs + around);
     } else {
         plan.request = request(plan.kind, plan.target, plan.inputs);
-        const ToolCommand command = m_tools.command(plan.request);
-        plan.error = command.error;
-        plan.hash = commandHash(command.directory, command.arguments, command.inputs + around);
+        plan.hash = m_tools.hash(plan.request, around, plan.error);
     }
     return true;
 }
