@@ -56,6 +56,9 @@ TEST(VnBuildQueries, ValuesRawExpandedAndTraced)
     EXPECT_EQ(json[u"value"_s], u"Externally Built Library"_s);
     EXPECT_EQ(json[u"contributions"_s][0][u"configuration"_s], u"Common"_s);
     EXPECT_EQ(json[u"contributions"_s][0][u"node"_s], u"app"_s);
+    const ProgramResult unknown = solution.run({u"--get"_s, u"nothing"_s, u"--json"_s});
+    EXPECT_EQ(unknown.status, 1);
+    EXPECT_EQ(QJsonDocument::fromJson(unknown.out).object()[u"value"_s], QJsonValue(QJsonValue::Null));
     // A global macro of the command line.
     EXPECT_EQ(solution.run({u"--set"_s, u"code_completion_options=$(MINE)"_s}).status, 0);
     EXPECT_EQ(solution.line({u"--get"_s, u"code_completion_options"_s, u"--expand"_s, u"-D"_s, u"MINE=a b"_s}),
