@@ -127,6 +127,14 @@ TEST(VnBuildQueries, GroupsAndTheToolChainsOwnPropertiesAreProperties)
     EXPECT_EQ(solution.line({u"--get"_s, u"build_quietly"_s, u"-p"_s, u"app"_s}), u"Yes"_s) << "the entry sets it";
     EXPECT_THAT(solution.line({u"--list"_s, u"properties"_s, u"-p"_s, u"app"_s}).toStdString(),
                 testing::ContainsRegex(" level .* core "));
+    // A package's groups are there for all projects.
+    QDir(QFileInfo(solution.file()).path()).mkpath(u"packages/board"_s);
+    solution.write("packages/board/propertyGroups.xml",
+                   "<g><group name='board' default='B1'><groupEntry name='B1'/></group></g>");
+    EXPECT_EQ(runProgram(u"vnBuild"_s, {solution.file(), u"--get"_s, u"board"_s}, {},
+                         {"VELDANE_USER_DIR="_L1 + QFileInfo(solution.file()).path()})
+                  .out,
+              "B1\n");
     solution.write("options.xml", "<o>\n<property");
     EXPECT_EQ(solution.problem({u"--get"_s, u"level2"_s, u"-p"_s, u"app"_s}),
               u"vnBuild: no property 'level2'; options.xml:2: <property> has no end"_s);
