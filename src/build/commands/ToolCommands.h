@@ -89,6 +89,9 @@ public:
     // Its commandHash(), `more` counting as further inputs, for less than the command costs; `error` is set if it
     // has one.
     quint64 hash(const ToolRequest &request, const QStringList &more, QString &error);
+    // Adds to the hash what tells this command from those of other folders; source and target tell the sources of one
+    // folder from each other. False where they don't, as something else is each one's own.
+    bool addShared(const ToolRequest &request, CommandHash &hash, QString &error);
     // What names the inputs to linker and archiver, absolute; toolCommands writes it.
     QString inputsFileName(const ToolRequest &request) const;
     // What else the tool makes; relative or absolute as the target.
@@ -96,6 +99,7 @@ public:
                              const QString &target);
     // The files of options that go into this tool's command, absolute; what changes them makes its outputs old.
     QStringList optionFiles(ToolKind kind, const ProjectElement *element, const QString &configuration);
+    bool hasOptionFiles(ToolKind kind, const ProjectElement *element, const QString &configuration) const;
     // A file that a project names by a property: the value where that exists, else behind the project's
     // directory. None when it isn't there, or isn't named.
     std::optional<QString> linkerScript(const ProjectElement *element, const QString &configuration);
