@@ -334,9 +334,12 @@ bool CompilerDiagnosticParser::parseUnplaced(QStringView line, Bookmark &out) co
     }
     if (const qsizetype colon = findTag(line); colon >= 0) {
         setTagged(line.sliced(colon + 2), out);
-        setPlace(out, line.first(colon), -1, -1);
+        const QStringView name = line.first(colon);
+        setPlace(out, name, -1, -1);
         if (QFileInfo(out.file).isExecutable()) // the tool itself is no place
             out.file.clear();
+        else if (out.file.isEmpty() && name.sliced(name.lastIndexOf(u'/') + 1).contains(u'.') && !isLinkTool(name))
+            out.text.prepend(line.first(colon + 2)); // a file, though it can't be gone to: "app.ld: no such file"
         return true;
     }
     const qsizetype colon = line.indexOf(": "_L1);
@@ -349,6 +352,19 @@ bool CompilerDiagnosticParser::parseUnplaced(QStringView line, Bookmark &out) co
 bool CompilerDiagnosticParser::parseMessage(QStringView line, Bookmark &out)
 {
     return parsePlaced(line, out) || parseSectionOffset(line, out) || parseUnplaced(line, out);
+}
+
+// Linkers say the same for each use of a name in a line, and for each attempt at a layout.
+bool CompilerDiagnosticParser::isNew(const Bookmark &record)
+{
+    if (record.severity < Severity::Warning)
+        return true;
+    const auto before = m_told.size();
+    m_told.insert(u"%1:%2:%3:%4:%5"_s.arg(int(record.severity))
+                      .arg(record.line)
+                      .arg(record.column)
+                      .arg(record.file, record.text));
+    return m_told.size() > before;
 }
 
 // A record may have to wait for the line behind it, which then gives it in place of its own.
@@ -373,7 +389,12 @@ bool CompilerDiagnosticParser::parse(const QString &rawLine, Bookmark &out, bool
         m_waiting = result;
         return false;
     }
-    if (!isRecord || (isFollowUp(result) && m_hasError))
+    if (!isRecord) {
+        m_isContinuation = m_isContinuation && !m_isRepeated;
+        return false;
+    }
+    m_isRepeated = (isFollowUp(result) && m_hasError) || !isNew(result);
+    if (m_isRepeated)
         return false;
     m_hasError = m_hasError || result.severity >= Severity::Error;
     m_hasPlace = !result.file.isEmpty();

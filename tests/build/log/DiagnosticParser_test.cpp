@@ -84,6 +84,20 @@ TEST(PatternParsers, TakeFileLineAndTextFromTheirPattern)
               (QStringList{u"4 a.c:12:-1 x (y): error: z"_s, u"4 :4:-1 no file"_s, u"4 a.c:-1:-1 no number"_s}));
 }
 
+TEST(CompilerDiagnosticParser, TellsTheSameOnce)
+{
+    TemporaryFolder folder;
+    folder.write("a.c", "");
+    CompilerDiagnosticParser parser(folder.root(), u"gcc"_s);
+    const auto output = u"a.c:3: undefined reference to `g'\na.c:4: undefined reference to `g'\n"_s;
+    EXPECT_EQ(parseAll(parser, output).size(), 2);
+    EXPECT_EQ(parseAll(parser, output + u"ld.lld: error: section '.bss' will not fit\n"_s).size(), 1);
+    Bookmark bookmark;
+    EXPECT_FALSE(parser.parse(u"a.c:3: undefined reference to `g'"_s, bookmark, true));
+    EXPECT_FALSE(parser.parse(u"    3 | g();"_s, bookmark, true));
+    EXPECT_FALSE(parser.isContinuation()) << "this excerpt belongs to no record that was given last";
+}
+
 // Texts as the tools print them, one after the other, so that each line stands behind the one before.
 TEST(CompilerDiagnosticParser, ReadsRecordedOutput)
 {
@@ -155,6 +169,8 @@ TEST(CompilerDiagnosticParser, ReadsRecordedOutput)
         {"clang: error: ld.lld command failed with exit code 1 (use -v to see invocation)", nullptr},
         {"Error cannot add LTO module: symbol multiply defined! processing a.o",
          "4 :-1:-1 cannot add LTO module: symbol multiply defined! processing a.o"},
+        {"gone.xml: error: no such file", "4 :-1:-1 gone.xml: no such file"}, // the name is all there is
+        {"arm-none-eabi-gcc: error: unrecognized option", "4 :-1:-1 unrecognized option"},
         {"cc: error: ltollvm returned 1 exit status", nullptr},
         {"a.c:5: what another tool says", "4 a.c:5:-1 what another tool says"},
     };
