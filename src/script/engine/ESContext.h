@@ -79,6 +79,7 @@ public:
     bool isError(ESValue value) const; // has Error.prototype on its chain
     QString fileName() const;          // of the present evaluation
     int currentLine() const;           // of the innermost script function that runs, 0 for none
+    QString place() const;             // "file:line" of the same, a line feed and the line itself; empty for none
     QString stackTrace() const;        // "function (file:line)", a line a frame, innermost first
 
     // Conversions.
