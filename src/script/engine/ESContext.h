@@ -166,8 +166,6 @@ public:
     const Classes &classes() const { return m_classes; }
     ESObject *global() const { return m_global; }
     void setErrorConstructor(ESErrorKind kind, ESObject *constructor) { m_errors[int(kind)] = constructor; }
-    ESObject *errorConstructor(ESErrorKind kind) const { return m_errors[int(kind)]; }
-    quint64 memoryUsed() const { return m_arena.usedBytes(); }
 
 private:
     friend class ESInterpreter;
