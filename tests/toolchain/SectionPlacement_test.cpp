@@ -260,9 +260,9 @@ TEST_F(Placement, FillsTheTablesOfStartUpCode)
                "<MemorySegment name=\"RAM\"><ProgramSection name=\".r\"/>"
                "<ProgramSection name=\".z\" fill=\"0\"/><ProgramSection name=\".n\"/>"
                "</MemorySegment></root>");
-    EXPECT_TRUE(text.contains(u"    LONG(__d_load_start__) LONG(__d_start__) LONG(__d_size__)\n"_s));
-    EXPECT_EQ(text.count(u" LONG("_s), 5) << "only what is filled with 0 is in the table";
-    EXPECT_TRUE(text.contains(u"    LONG(__z_start__) LONG(__z_size__)\n"_s));
+    EXPECT_TRUE(text.contains(u"    LONG(__d_load_start__) LONG(__d_start__) LONG((__d_size__ + 3) / 4 * 4)\n"_s));
+    EXPECT_EQ(text.count(u"LONG("_s), 5) << "only what is filled with 0 is in the table";
+    EXPECT_TRUE(text.contains(u"    LONG(__z_start__) LONG((__z_size__ + 3) / 4 * 4)\n"_s));
 }
 
 } // namespace
