@@ -75,7 +75,8 @@ TEST_F(Placement, ReadsSegments)
     ASSERT_EQ(listed.size(), 2u);
     EXPECT_TRUE(listed[0].isReadOnly && !listed[1].isReadOnly);
     EXPECT_EQ(listed[1].size, 4096u);
-    EXPECT_THROW(SectionPlacement::readSegmentList(u"FLASH RX 0"_s), HException);
+    for (const auto &text : {u"FLASH RX 0"_s, u"FLASH RX zz 0x100"_s, u"FLASH RX 0 0x100000000"_s, u"FLASH RX 0 0"_s})
+        EXPECT_THROW(SectionPlacement::readSegmentList(text), HException) << text.toStdString();
 }
 
 TEST_F(Placement, ReadsAttributes)
