@@ -29,16 +29,21 @@ void readObject(ByteImage image, LinkInputs &inputs)
     }
     // GCC's modules carry this name, and their symbols as text. What they define counts as needed only if the
     // linker hears of it before it has seen the libraries.
-    if (bytes.contains("__gnu_lto_slim"))
+    if (bytes.contains("__gnu_lto_slim")) {
+        inputs.hasGccModules = true;
         for (const char *name : libraryCallbacks)
             if (name[0] == '_' && bytes.contains(QByteArrayView(name, qsizetype(qstrlen(name)) + 1)) &&
                 !inputs.lateSymbols.contains(QLatin1StringView(name)))
                 inputs.lateSymbols += QString::fromLatin1(name);
+    }
+    const auto addMachine = [&inputs](const std::optional<Machine> &machine) {
+        if (machine && (!inputs.machine || machine->rank > inputs.machine->rank))
+            inputs.machine = machine;
+    };
+    addMachine(machineOf64(image.bytes()));
     ElfFile file;
-    file.parse(std::move(image));
-    const std::optional<Machine> machine = machineOf(file);
-    if (machine && (!inputs.machine || machine->rank > inputs.machine->rank))
-        inputs.machine = machine;
+    file.parse(std::move(image)); // throws for a 64-bit file
+    addMachine(machineOf(file));
     for (const char *name : candidates) {
         const ElfSymbol *symbol = file.symbolNamed(QString::fromLatin1(name));
         if (symbol && symbol->sectionIndex() != SHN_UNDEF) {

@@ -14,7 +14,8 @@ struct LinkInputs
     std::optional<Machine> machine; // of the objects; none when there are none of a machine we know
     QStringList bitcode;            // the modules among them
     QStringList bitcodeArchives;    // archives that hold some
-    QStringList lateSymbols;        // of -flto objects of GCC: names that the C library calls, and that they have
+    bool hasGccModules = false;     // there are -flto objects of GCC
+    QStringList lateSymbols;        // of these: names that the C library calls, and that they have
     bool hasCpp = false;            // some name in them is a C++ name
     QString entry;                  // the name that an entry point usually has, when an object defines it
 

@@ -69,13 +69,21 @@ constexpr const char *informationSections[] = {
     ".strtab",         ".shstrtab",
 };
 
-// What C libraries and start-up code by others call the ends of heap and stack, where the program doesn't
-// define it itself.
+// What C libraries, the compilers' support functions and start-up code by others call the bounds of sections,
+// where the program doesn't define it itself.
 struct LibrarySymbol
 {
     const char *section, *symbol, *value;
 };
 constexpr LibrarySymbol librarySymbols[] = {
+    {".ARM.exidx", "__exidx_start", "ADDR(.ARM.exidx)"},
+    {".ARM.exidx", "__exidx_end", "ADDR(.ARM.exidx) + SIZEOF(.ARM.exidx)"},
+    {".preinit_array", "__preinit_array_start", "__preinit_array_start__"},
+    {".preinit_array", "__preinit_array_end", "__preinit_array_end__"},
+    {".init_array", "__init_array_start", "__init_array_start__"},
+    {".init_array", "__init_array_end", "__init_array_end__"},
+    {".fini_array", "__fini_array_start", "__fini_array_start__"},
+    {".fini_array", "__fini_array_end", "__fini_array_end__"},
     {".heap", "end", "__heap_start__"},
     {".heap", "_end", "__heap_start__"},
     {".heap", "__end__", "__heap_start__"},
@@ -87,6 +95,14 @@ constexpr LibrarySymbol librarySymbols[] = {
     {".data", "__global_pointer$", "__data_start__ + 0x800"},
 };
 
+// Thread-local variables of the one thread that a program begins with. Their block is .tdata and .tbss; its address
+// is the thread pointer of RISC-V. That of ARM lies before it by two words, or more for variables that are aligned
+// to more (Addenda to the ABI for the Arm Architecture, "Linux for Arm static (initial exec) model").
+constexpr auto threadPointers = R"(
+  PROVIDE(__tls_start__ = SIZEOF(.tdata) ? ADDR(.tdata) : ADDR(.tbss));
+  PROVIDE(__tls_arm_pointer__ = __tls_start__ - MAX(8, MAX(ALIGNOF(.tdata), ALIGNOF(.tbss))));
+)"_L1;
+
 } // namespace
 
 QByteArray LinkerScript::text() const
@@ -97,10 +113,14 @@ QByteArray LinkerScript::text() const
     text += u"\nSECTIONS\n{\n"_s;
     for (const PlacedSection *load : orderedSections())
         text += section(*load);
+    if (hasThreadBlock())
+        text += threadPointers;
     for (size_t i = 0; i < m_placement.segments().size(); ++i)
         if (m_placement.usesSegment(i))
             text += segmentSymbols(i);
-    text += unplacedSections();
+    text += linkerSections();
+    // Of start files, which the program doesn't have: what destructors of objects with static storage belong to.
+    text += u"  PROVIDE_HIDDEN(__dso_handle = 0);\n"_s;
     for (const char *name : informationSections)
         text += u"  %1 0 : { *(%1) }\n"_s.arg(QLatin1StringView(name));
     text += u"  /DISCARD/ : { *(.note.GNU-stack .gnu_debuglink .gnu.lto_*) }\n}\n"_s;
@@ -113,6 +133,14 @@ const PlacedSection *LinkerScript::runSectionOf(const PlacedSection &section) co
         if (!section.runIn.isEmpty() && other.name == section.runIn)
             return &other;
     return &section;
+}
+
+bool LinkerScript::hasThreadBlock() const
+{
+    const auto isPlaced = [&](QStringView name) {
+        return std::ranges::find(m_placement.sections(), name, &PlacedSection::name) != m_placement.sections().end();
+    };
+    return isPlaced(u".tdata") && isPlaced(u".tbss");
 }
 
 bool LinkerScript::isRunPlace(const PlacedSection &section) const
@@ -187,6 +215,7 @@ QString LinkerScript::section(const PlacedSection &load) const
     const QString loadRegion = identifier(m_placement.segments()[load.segment].name);
     const QString runRegion = identifier(m_placement.segments()[run.segment].name);
     const quint32 alignment = std::max(load.alignment, run.alignment);
+    const bool isThreadZero = load.name == u".tbss" && hasThreadBlock();
 
     QString text = u"  "_s + load.name;
     if (run.start)
@@ -194,11 +223,15 @@ QString LinkerScript::section(const PlacedSection &load) const
     if (!load.isLoaded)
         text += u" (NOLOAD)"_s;
     text += u" : "_s;
-    const bool hasLoadAddress = &run != &load && load.start;
-    if (hasLoadAddress)
-        text += u"AT(%1) "_s.arg(hex(*load.start));
+    QString loadAddress;
+    if (&run != &load && load.start)
+        loadAddress = hex(*load.start);
+    else if (isThreadZero) // it has no bytes, and the block's segment goes on behind the bytes of .tdata
+        loadAddress = u"LOADADDR(.tdata) + SIZEOF(.tdata)"_s;
+    if (!loadAddress.isEmpty())
+        text += u"AT(%1) "_s.arg(loadAddress);
     text += u"ALIGN(%1)\n  {\n"_s.arg(alignment) + content(load, run) + u"  } > "_s + runRegion;
-    if (!hasLoadAddress)
+    if (loadAddress.isEmpty())
         text += u" AT> "_s + loadRegion;
     if (load.isLoaded && !load.fill.isEmpty())
         text += u" ="_s + load.fill;
@@ -208,7 +241,12 @@ QString LinkerScript::section(const PlacedSection &load) const
             load.name, hex(*size),
             load.place.error(u"section %1 is larger than its size of %2 bytes"_s.arg(load.name).arg(*size))
                 .replace(u'"', u'\''));
-    return text + sectionSymbols(load, run) + u'\n';
+    text += sectionSymbols(load, run) + u'\n';
+    if (isThreadZero) // GNU ld would give its place away again
+        text +=
+            u"  .tbss_space (NOLOAD) : { __tbss_space__ = .; . = MAX(__tbss_space__, __tbss_end__); } > %1 AT> %1\n\n"_s
+                .arg(runRegion);
+    return text;
 }
 
 QString LinkerScript::content(const PlacedSection &load, const PlacedSection &run) const
@@ -216,12 +254,15 @@ QString LinkerScript::content(const PlacedSection &load, const PlacedSection &ru
     QString text;
     if (load.name == u".copy_table" || load.name == u".zero_table")
         return tableRows(load.name == u".copy_table");
-    // A name for the section's start that counts while its size isn't known yet.
     const std::optional<quint32> size = run.size ? run.size : load.size;
+    const bool isFrameTable = load.name == u".eh_frame";
+    // A name for the section's start that counts while its size isn't known yet.
     const QString start = u"__%1_begin__"_s.arg(bare(load.name));
-    if (size)
+    if (size || isFrameTable)
         text += u"    %1 = .;\n"_s.arg(start);
     text += u"    "_s + (load.isKept ? kept(load.inputSections) : load.inputSections) + u'\n';
+    if (isFrameTable) // who walks it stops at a length of 0
+        text += u"    . = . > %1 ? . + 4 : .;\n"_s.arg(start);
     const bool isZeroed = !load.isLoaded && !load.fill.isEmpty();
     if (&load != &run || isZeroed)
         text += u"    . = ALIGN(4);\n"_s; // start-up code moves words
@@ -230,14 +271,22 @@ QString LinkerScript::content(const PlacedSection &load, const PlacedSection &ru
     return text;
 }
 
+// By the symbols of the sections: to name a section here would let GNU ld make it now, and the order in which it makes
+// those of thread-local variables counts.
 QString LinkerScript::tableRows(bool copied) const
 {
+    const auto word = [](const PlacedSection &section, const char *what) {
+        return u" LONG(__%1_%2__)"_s.arg(identifier(bare(section.name)), QLatin1StringView(what));
+    };
     QString text;
     for (const PlacedSection &section : m_placement.sections()) {
-        if (copied && !section.runIn.isEmpty())
-            text += u"    LONG(LOADADDR(%1)) LONG(ADDR(%1)) LONG(SIZEOF(%1))\n"_s.arg(section.name);
-        if (!copied && !section.isLoaded && !section.fill.isEmpty() && !isRunPlace(section))
-            text += u"    LONG(ADDR(%1)) LONG(SIZEOF(%1))\n"_s.arg(section.name);
+        const bool isZeroed = !section.isLoaded && !section.fill.isEmpty() && !isRunPlace(section);
+        if (copied ? section.runIn.isEmpty() : !isZeroed)
+            continue;
+        text += u"   "_s;
+        if (copied)
+            text += word(section, "load_start");
+        text += word(section, "start") + word(section, "size") + u'\n';
     }
     return text;
 }
@@ -272,31 +321,26 @@ QString LinkerScript::sectionSymbols(const PlacedSection &load, const PlacedSect
     return text;
 }
 
-// What compilers and linkers make without being asked, for documents that don't place it: unwinding tables, and the
-// linker's own sections, which are mostly empty. They go where the first loaded section goes.
-QString LinkerScript::unplacedSections() const
+// What linkers make themselves, and is mostly empty. It goes where the first loaded section goes.
+QString LinkerScript::linkerSections() const
 {
     struct Row
     {
         const char *name, *inputs;
     };
     constexpr Row rows[] = {
-        {".ARM.extab", ".ARM.extab .ARM.extab.*"},
-        {".ARM.exidx", ".ARM.exidx .ARM.exidx.*"},
-        {".eh_frame", ".eh_frame .eh_frame.*"},
         {".linker_stubs", ".glue_7 .glue_7t .vfp11_veneer .v4_bx .iplt .igot.plt .got .got.plt"},
         {".rel.dyn", ".rel.*"},
         {".rela.dyn", ".rela.*"},
     };
-    const std::vector<PlacedSection> &placed = m_placement.sections();
-    const auto loaded = std::ranges::find_if(placed, &PlacedSection::isLoaded);
     QString text;
-    for (const Row &row : rows) {
-        const QString name = QString::fromLatin1(row.name);
-        if (loaded != placed.end() && std::ranges::find(placed, name, &PlacedSection::name) == placed.end())
-            text += u"  %1 : { *(%2) } > %3 AT> %3\n"_s.arg(name, QLatin1StringView(row.inputs),
-                                                            identifier(m_placement.segments()[loaded->segment].name));
-    }
+    const auto loaded = std::ranges::find_if(m_placement.sections(), &PlacedSection::isLoaded);
+    if (loaded == m_placement.sections().end())
+        return text;
+    const QString region = identifier(m_placement.segments()[loaded->segment].name);
+    for (const Row &row : rows)
+        text +=
+            u"  %1 : { *(%2) } > %3 AT> %3\n"_s.arg(QLatin1StringView(row.name), QLatin1StringView(row.inputs), region);
     return text;
 }
 
@@ -312,7 +356,7 @@ QString LinkerScript::segmentSymbols(size_t segment) const
         if (isRunPlace(section))
             continue;
         if (section.segment == segment)
-            add(u"LOADADDR(%1) + SIZEOF(%1)"_s, section);
+            add(section.isLoaded ? u"LOADADDR(%1) + SIZEOF(%1)"_s : u"ADDR(%1) + SIZEOF(%1)"_s, section);
         if (!section.runIn.isEmpty() && runSectionOf(section)->segment == segment)
             add(u"ADDR(%1) + SIZEOF(%1)"_s, section);
     }

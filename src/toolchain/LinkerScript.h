@@ -29,13 +29,14 @@ public:
 private:
     std::vector<const PlacedSection *> orderedSections() const;
     const PlacedSection *runSectionOf(const PlacedSection &section) const;
+    bool hasThreadBlock() const; // .tdata and .tbss are placed
     bool isRunPlace(const PlacedSection &section) const;
     QString regions() const;
     QString section(const PlacedSection &load) const;
     QString content(const PlacedSection &load, const PlacedSection &run) const;
     QString tableRows(bool copied) const;
     QString sectionSymbols(const PlacedSection &load, const PlacedSection &run) const;
-    QString unplacedSections() const;
+    QString linkerSections() const;
     QString segmentSymbols(size_t segment) const;
 
     const SectionPlacement &m_placement;

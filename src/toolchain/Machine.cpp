@@ -152,9 +152,32 @@ std::optional<Machine> machineOf(ElfFile &file)
     }
 }
 
+std::optional<Machine> machineOf64(std::span<const quint8> file)
+{
+    constexpr const char *extensions[] = {"", "f", "fd", "fd"}, *abis[] = {"", "f", "d", "q"};
+    ByteCursor header(file, false); // Elf64_Ehdr: e_machine at 18, e_flags at 48
+    header.skip(18);
+    const quint16 machine = header.readU16();
+    header.skip(28);
+    const quint32 flags = header.readU32(), floatAbi = (flags >> 1) & 3;
+    if (header.failed() || file[EI_CLASS] != ELFCLASS64 || machine != EM_RISCV)
+        return std::nullopt;
+    const QString march = u"-march=rv64ima"_s + QLatin1StringView(extensions[floatAbi]) + (flags & 1 ? u"c"_s : u""_s);
+    return Machine{Machine::RiscV, {march, u"-mabi=lp64"_s + QLatin1StringView(abis[floatAbi])}, floatAbi};
+}
+
+bool is64Bit(const QStringList &options)
+{
+    return std::ranges::any_of(options, [](const QString &option) {
+        return option.startsWith(u"-march=rv64"_s) || option.startsWith(u"-mabi=lp64"_s) ||
+               option.startsWith(u"--target=riscv64"_s);
+    });
+}
+
 std::optional<Machine::Architecture> architectureOf(const QStringList &options)
 {
-    constexpr const char *riscV[] = {"-march=rv", "-mabi=ilp32", "--target=riscv", "-mcpu=sifive", "-mcmodel=med"};
+    constexpr const char *riscV[] = {"-march=rv",      "-mabi=ilp32",  "-mabi=lp64",
+                                     "--target=riscv", "-mcpu=sifive", "-mcmodel=med"};
     constexpr const char *arm[] = {"-march=arm",     "-mcpu=", "-mthumb",     "--target=arm",
                                    "--target=thumb", "-mfpu=", "-mfloat-abi="};
     const auto startsWithOneOf = [](const QString &option, const auto &prefixes) {

@@ -138,6 +138,7 @@ SectionPlacement::SectionPlacement(std::vector<MemorySegment> segments, const QS
     if (m_sections.empty())
         throw HException(SourcePlace{path}.error(u"no section is placed"_s));
     checkRunSections();
+    placeUnwindingTables();
 }
 
 // Sections stand in segments; roots of imported files are passed through.
@@ -232,6 +233,29 @@ void SectionPlacement::readSection(const PlacementDocument &document, const XMLE
             m_warnings +=
                 section.place.warning(u"attribute '%1' means nothing here"_s.arg(QString::fromUtf8(attribute.name())));
     m_sections.push_back(section);
+}
+
+// Compilers make them without being asked. Where the document doesn't say it they go behind .text, or else behind the
+// first loaded section.
+void SectionPlacement::placeUnwindingTables()
+{
+    auto before = std::ranges::find(m_sections, u".text"_s, &PlacedSection::name);
+    if (before == m_sections.end() || !before->isLoaded)
+        before = std::ranges::find_if(m_sections, &PlacedSection::isLoaded);
+    if (before == m_sections.end())
+        return;
+    PlacedSection section;
+    section.segment = before->segment;
+    section.isLoaded = true;
+    section.place = before->place;
+    for (const QString &name : {u".ARM.extab"_s, u".ARM.exidx"_s, u".gcc_except_table"_s, u".eh_frame"_s}) {
+        if (std::ranges::find(m_sections, name, &PlacedSection::name) != m_sections.end())
+            continue;
+        section.name = name;
+        section.isKept = name == u".eh_frame";
+        section.inputSections = inputsOf(name);
+        before = m_sections.insert(before + 1, section);
+    }
 }
 
 void SectionPlacement::checkRunSections() const

@@ -58,6 +58,7 @@ private:
     size_t segmentFor(const PlacementDocument &document, const XMLElement &element) const;
     void readSection(const PlacementDocument &document, const XMLElement &element, size_t segment);
     void checkRunSections() const;
+    void placeUnwindingTables();
 
     std::vector<MemorySegment> m_segments;
     std::vector<PlacedSection> m_sections;

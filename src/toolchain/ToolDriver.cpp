@@ -73,10 +73,15 @@ void ToolDriver::run()
     }
 }
 
-QStringList ToolDriver::compileCommand()
+const QStringList &ToolDriver::sourceOptions() const
+{
+    return languageOf(m_options) == Language::Assembly ? m_options.assemblerOptions : m_options.compilerOptions;
+}
+
+QStringList ToolDriver::compileCommand() const
 {
     const Language language = languageOf(m_options);
-    const QStringList own = language == Language::Assembly ? m_options.assemblerOptions : m_options.compilerOptions;
+    const QStringList &own = sourceOptions();
     const ToolSet tools(own, std::nullopt);
     QStringList command = tools.compiler();
     command << u"-c"_s << u"-x"_s << QString::fromLatin1(languageName(language)) << m_options.inputs.first();
@@ -117,7 +122,9 @@ void ToolDriver::compile()
         if (option.startsWith(u"-I"_s) && !QFileInfo(option.sliced(2)).isDir())
             warn(u"no include folder '%1'"_s.arg(option.sliced(2)));
     const QString object = objectFile();
-    const QStringList command = compileCommand();
+    QStringList command = compileCommand();
+    if (ToolSet(sourceOptions(), std::nullopt).countsColumnsAsAsked())
+        command.insert(1, u"-fdiagnostics-column-unit=byte"_s); // as clang does, and editors; else a tab counts as 8
     m_runner.addOutput(object);
     if (!m_options.dependencyFile.isEmpty())
         m_runner.addOutput(m_options.dependencyFile);
@@ -189,8 +196,7 @@ void ToolDriver::archive()
     if (!m_runner.isDry())
         QFile::remove(fresh);
     // D: no times and owners in it, so that equal objects make equal archives.
-    m_runner.run(QStringList{tools.archiver(inputs.hasBitcode()), u"rcsD"_s, fresh} +
-                 filesAsWords(files, ".ar-inputs"));
+    m_runner.run(QStringList{tools.archiver(inputs), u"rcsD"_s, fresh} + filesAsWords(files, ".ar-inputs"));
     if (!m_runner.isDry() &&
         rename(QFile::encodeName(fresh).constData(), QFile::encodeName(m_options.output).constData()) != 0)
         throw HException(u"cannot replace '%1': %2"_s.arg(m_options.output, qt_error_string(errno)));

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "toolchain/CLibrary.h"
 #include "toolchain/CommandRunner.h"
 #include "toolchain/DriverOptions.h"
 #include "toolchain/LinkInputs.h"
@@ -17,10 +18,11 @@ public:
     // Throws HException for what is wrong with documents and files, ToolFailure when a tool has failed. Outputs
     // are gone then.
     void run();
-    // The command of the compiler by which run() would compile or assemble. Throws HException.
-    QStringList compileCommand();
+    // The command of the compiler by which run() would compile or assemble, without what only shapes its messages.
+    QStringList compileCommand() const;
 
 private:
+    const QStringList &sourceOptions() const; // of -Wc, or -Wa,
     QString objectFile() const;
     void compile();
     void archive();
@@ -44,11 +46,21 @@ private:
         QString entry;
     };
     Link planLink(const QStringList &files) const;
+    static QStringList startOptions(const Link &link, bool hasScript);
     // The options that give the linker its script, which is made from the documents unless there is one.
     QStringList linkScript(const Link &link);
     QStringList linkerFlags() const;
-    QStringList libraries(const Link &link);
-    QStringList clangLibraries(const Link &link, bool isFull);
+    // What of a tool chain's libraries it is linked with.
+    struct Libraries
+    {
+        QString cFolder;        // empty: none
+        QString compilerFolder; // of the support functions; looked for where the compiler doesn't know it
+        CLibrary c;
+        bool wantsCpp = false, hasCpp = false;
+        QString system; // the library of system calls: "nosys", "rdimon"; empty: the program has them
+    };
+    Libraries planLibraries(const Link &link);
+    static QStringList libraryOptions(const Link &link, const Libraries &libraries);
     // Compiles the bitcode among the files into one object and gives what the linker has to read in their place.
     QStringList optimizeBitcode(const Link &link, const QStringList &files);
     QStringList withoutBitcodeArchives(const Link &link, const QStringList &files);

@@ -30,6 +30,12 @@ bool isDriverOption(const QString &option)
            std::ranges::any_of(words, [&](auto *w) { return option == QLatin1StringView(w); });
 }
 
+// "--specs=rdimon.specs" says what system calls do.
+bool isSpecs(const QString &option)
+{
+    return option.startsWith(u"--specs="_s) || option.startsWith(u"-specs="_s);
+}
+
 bool chooses(const QStringList &options, std::initializer_list<QStringView> prefixes)
 {
     return std::ranges::any_of(options, [&](const QString &option) {
@@ -74,9 +80,12 @@ Machine machineOfTriple(const QString &triple)
     if (triple.startsWith(u"riscv"_s))
         return {Machine::RiscV, {u"-march=rv32imac"_s, u"-mabi=ilp32"_s}, 0};
     Machine machine{Machine::Arm, {}, 0};
+    const bool isHard = triple.endsWith(u"hf"); // "thumbv7em-none-unknown-eabihf": floating-point registers in calls
     for (const Row &row : rows)
         if (triple.section(u'-', 0, 0) == QLatin1StringView(row.begin))
-            machine.options << QString::fromLatin1(row.option) << u"-mthumb"_s;
+            machine.options << QString::fromLatin1(row.option) + (isHard ? u"+fp"_s : QString()) << u"-mthumb"_s;
+    if (isHard)
+        machine.options += u"-mfloat-abi=hard"_s;
     return machine;
 }
 
@@ -110,29 +119,42 @@ void ToolDriver::link()
 
     const QStringList script = linkScript(link);
     const QStringList objects = link.inputs.hasBitcode() ? optimizeBitcode(link, files) : files;
-    const QStringList afterObjects = libraries(link);
-    QStringList command = link.tools.compiler();
-    if (link.tools.isClang())
-        command << u"-fuse-ld=lld"_s << u"-nostdlib"_s << u"-static"_s;
-    else if (!script.isEmpty())
-        command += u"-nostartfiles"_s; // the start-up code is the program's own
-    command += link.machine;
-    command += script;
-    command += linkerFlags();
-    for (const QString &symbol : link.inputs.lateSymbols)
-        command += u"-Wl,--undefined="_s + symbol;
-    command += filesAsWords(objects, ".link-inputs");
+    const Libraries libraries = planLibraries(link);
+    QStringList command = link.tools.compiler() + startOptions(link, !script.isEmpty()) + link.machine + script +
+                          linkerFlags() + filesAsWords(objects, ".link-inputs");
     for (const QString &option : link.userOptions)
-        if (!isMachineOption(option))
+        if (!isMachineOption(option) && !(link.tools.isClang() && isSpecs(option)))
             command += isDriverOption(option) ? option : u"-Wl,"_s + option;
-    command += afterObjects;
+    command += libraryOptions(link, libraries);
     command << u"-o"_s << m_options.output;
-    m_runner.run(command);
+    try {
+        m_runner.run(command);
+    } catch (const ToolFailure &) {
+        if (libraries.wantsCpp && !libraries.hasCpp)
+            std::fprintf(stderr, "cc: note: this tool chain has no C++ library (libstdc++.a) for %s\n",
+                         qPrintable(link.machine.join(u' ')));
+        throw;
+    }
 
     if (!m_runner.isDry())
         groupSegmentSymbols(m_options.output);
     runPatch();
     writeLoadFile();
+}
+
+// What a compiler must be told that links such a program.
+QStringList ToolDriver::startOptions(const Link &link, bool hasScript)
+{
+    QStringList words;
+    if (link.tools.isClang())
+        words << u"-fuse-ld=lld"_s << u"-nostdlib"_s << u"-static"_s;
+    else if (hasScript)
+        words += u"-nostartfiles"_s; // the start-up code is the program's own
+    if (link.tools.isClang() && !link.tools.isRiscV())
+        words += u"-Wl,--target2=rel"_s; // how GCC's C++ library for bare ARM reads the types of catch clauses
+    for (const QString &symbol : link.inputs.lateSymbols)
+        words += u"-Wl,--undefined="_s + symbol;
+    return words;
 }
 
 QStringList ToolDriver::linkScript(const Link &link)
@@ -183,57 +205,67 @@ QStringList ToolDriver::linkerFlags() const
     return words;
 }
 
-// GCC finds the libraries of a machine itself. Where it has no C library (RISC-V on many systems) a program is
-// linked with the compiler's support functions alone.
-QStringList ToolDriver::libraries(const Link &link)
-{
-    const CLibrary library = CLibrary::forCodes(m_options.printfCode, m_options.scanfCode);
-    if (link.tools.isClang())
-        return clangLibraries(link, library.isFull);
-    const auto has = [&](const QString &name) {
-        return m_runner.query(QStringList{link.tools.gcc()} + link.machine + QStringList{u"-print-file-name="_s + name})
-            .startsWith(u'/');
-    };
-    if (!m_options.standardLibraries || !has(u"libc.a"_s))
-        return {u"-nostdlib"_s, u"-lgcc"_s};
-    QStringList words;
-    const bool isNano = !library.isFull && has(u"libc_nano.a"_s);
-    if (isNano)
-        words += u"--specs=nano.specs"_s;
-    // System calls that the program doesn't have itself fail and are warned of.
-    if (!chooses(link.userOptions, {u"--specs=", u"-specs=", u"-nostdlib", u"-nodefaultlibs"}) && has(u"nosys.specs"_s))
-        words += u"--specs=nosys.specs"_s;
-    for (const QString &symbol : library.wantedSymbols())
-        words += u"-Wl,--undefined="_s + symbol;
-    const bool isCpp = link.inputs.hasCpp || m_options.exceptions || m_options.rtti;
-    if (isCpp && has(u"libstdc++.a"_s))
-        words += isNano ? u"-lstdc++_nano"_s : u"-lstdc++"_s;
-    return words;
-}
-
+// Where GCC has no C library (RISC-V on many systems) a program is linked with the compiler's support functions alone.
 // clang for bare targets brings no libraries: it links those of GCC, where that is installed.
-QStringList ToolDriver::clangLibraries(const Link &link, bool isFull)
+ToolDriver::Libraries ToolDriver::planLibraries(const Link &link)
 {
-    const auto folderOf = [&](const QStringList &question) {
-        const QString path = m_runner.query(QStringList{link.tools.gcc()} + link.machine + question);
+    QStringList specs;
+    std::ranges::copy_if(link.userOptions, std::back_inserter(specs), isSpecs);
+    const auto folderOf = [&](const QString &question) {
+        const QString path =
+            m_runner.query(QStringList{link.tools.gcc()} + link.machine + specs + QStringList{question});
         return path.startsWith(u'/') ? QFileInfo(path).path() : QString();
     };
+    const auto has = [&](const QString &name) { return !folderOf(u"-print-file-name="_s + name).isEmpty(); };
+    Libraries libraries;
+    if (link.tools.isClang())
+        libraries.compilerFolder = folderOf(u"-print-libgcc-file-name"_s);
+    libraries.cFolder = m_options.standardLibraries ? folderOf(u"-print-file-name=libc.a"_s) : QString();
+    if (libraries.cFolder.isEmpty())
+        return libraries;
+    libraries.c = CLibrary::forCodes(m_options.printfCode, m_options.scanfCode);
+    libraries.wantsCpp = link.inputs.hasCpp || m_options.exceptions || m_options.rtti;
+    libraries.hasCpp = libraries.wantsCpp && has(u"libstdc++.a"_s);
+    // The small C++ library is compiled without tables for unwinding: a throw in it or through it ends the program.
+    if (!has(u"libc_nano.a"_s) || (libraries.hasCpp && m_options.exceptions))
+        libraries.c.isFull = true;
+    // System calls that the program doesn't have itself fail and are warned of, unless it says who has them.
+    if (specs.isEmpty() && !chooses(link.userOptions, {u"-nostdlib", u"-nodefaultlibs"}))
+        specs += u"--specs=nosys.specs"_s;
+    for (const QString &option : specs) // "rdimon"
+        if (const QString name = option.section(u'=', 1).section(u'.', 0, 0); has(u"lib%1.a"_s.arg(name)))
+            libraries.system = name;
+    return libraries;
+}
+
+QStringList ToolDriver::libraryOptions(const Link &link, const Libraries &libraries)
+{
+    const bool hasC = !libraries.cFolder.isEmpty(), isClang = link.tools.isClang();
+    const QString small = libraries.c.isFull ? QString() : u"_nano"_s;
     QStringList words;
-    const QString compilerLibraries = folderOf({u"-print-libgcc-file-name"_s});
-    const QString cLibraries = folderOf({u"-print-file-name=libc.a"_s});
-    const bool hasC = m_options.standardLibraries && !cLibraries.isEmpty();
     if (hasC)
-        words += u"-L"_s + cLibraries;
-    if (!compilerLibraries.isEmpty())
-        words += u"-L"_s + compilerLibraries;
-    words += u"-Wl,--start-group"_s;
-    const CLibrary library = CLibrary::forCodes(m_options.printfCode, m_options.scanfCode);
-    if (hasC) {
-        for (const QString &symbol : library.wantedSymbols())
-            words.prepend(u"-Wl,--undefined="_s + symbol);
-        words << (isFull ? u"-lc"_s : u"-lc_nano"_s) << u"-lnosys"_s;
+        for (const QString &symbol : libraries.c.wantedSymbols())
+            words += u"-Wl,--undefined="_s + symbol;
+    const QStringList cpp = libraries.hasCpp ? QStringList{u"-lstdc++"_s + small} : QStringList();
+    if (!isClang) {
+        if (!hasC)
+            return {u"-nostdlib"_s, u"-lgcc"_s};
+        if (!libraries.c.isFull)
+            words += u"--specs=nano.specs"_s;
+        if (libraries.system == u"nosys" && !chooses(link.userOptions, {u"--specs=", u"-specs="}))
+            words += u"--specs=nosys.specs"_s;
+        return words + cpp + QStringList{u"-lm"_s};
     }
-    if (!compilerLibraries.isEmpty())
+    for (const QString &folder : {libraries.cFolder, libraries.compilerFolder})
+        if (!folder.isEmpty())
+            words += u"-L"_s + folder;
+    words += u"-Wl,--start-group"_s;
+    words += cpp;
+    if (hasC)
+        words << u"-lc"_s + small << u"-lm"_s;
+    if (!libraries.system.isEmpty())
+        words += u"-l"_s + libraries.system + (libraries.system == u"rdimon" ? small : QString());
+    if (!libraries.compilerFolder.isEmpty())
         words += u"-lgcc"_s;
     return words << u"-Wl,--end-group"_s;
 }
@@ -262,7 +294,7 @@ QStringList ToolDriver::withoutBitcodeArchives(const Link &link, const QStringLi
         if (objects.isEmpty())
             continue;
         QFile::remove(stem + u".a"_s);
-        m_runner.run(QStringList{link.tools.archiver(false), u"rcsD"_s, stem + u".a"_s} + objects);
+        m_runner.run(QStringList{link.tools.archiver({}), u"rcsD"_s, stem + u".a"_s} + objects);
         result += stem + u".a"_s;
     }
     return result;

@@ -34,7 +34,9 @@ ToolSet::ToolSet(const QStringList &options, const std::optional<Machine> &objec
     const QString variable = qEnvironmentVariable("VELDANE_TOOLCHAIN");
     for (const QString &text : variable.split(u';', Qt::SkipEmptyParts))
         choose(text);
-    m_architecture = architectureOf(options).value_or(objects ? objects->architecture : Machine::Arm);
+    const std::optional<Machine::Architecture> chosen = architectureOf(options);
+    m_architecture = chosen.value_or(objects ? objects->architecture : Machine::Arm);
+    m_is64 = is64Bit(options) || (!chosen && objects && is64Bit(objects->options));
 }
 
 void ToolSet::choose(const QString &text)
@@ -78,6 +80,20 @@ QString ToolSet::gcc() const
     return QString::fromLatin1(prefixes.front()) + u"gcc"_s;
 }
 
+// GCC keeps its files in folders named by version. Asking it would take as long as a small compilation does.
+bool ToolSet::countsColumnsAsAsked() const
+{
+    constexpr int firstVersion = 11;
+    const QFileInfo program(find(gcc()));
+    if (m_isClang || !program.exists())
+        return false;
+    const QDir root(QFileInfo(program.canonicalFilePath()).path() + u"/../lib/gcc/"_s + program.fileName().chopped(4));
+    const QStringList versions = root.entryList(QDir::Dirs | QDir::NoDotAndDotDot);
+    return !versions.isEmpty() && std::ranges::all_of(versions, [](const QString &version) {
+        return version.section(u'.', 0, 0).toInt() >= firstVersion;
+    });
+}
+
 QString ToolSet::clang() const
 {
     if (find(u"clang"_s).isEmpty())
@@ -93,16 +109,19 @@ QStringList ToolSet::compiler() const
         return {gcc()};
     QStringList words = {clang()};
     if (m_target.isEmpty())
-        words += isRiscV() ? u"--target=riscv32-unknown-elf"_s : u"--target=arm-none-eabi"_s;
-    // GCC's ABI for bare ARM has enumerations of the smallest size, and so have the libraries that we link.
-    if (!isRiscV())
-        words += u"-fshort-enums"_s;
-    return words;
+        words += !isRiscV() ? u"--target=arm-none-eabi"_s
+                 : m_is64   ? u"--target=riscv64-unknown-elf"_s
+                            : u"--target=riscv32-unknown-elf"_s;
+    // ld.lld has learned linker relaxation late. GCC's ABI for bare ARM has enumerations of the smallest size, and so
+    // have the libraries that we link.
+    return words << (isRiscV() ? u"-mno-relax"_s : u"-fshort-enums"_s);
 }
 
-QString ToolSet::archiver(bool hasBitcode) const
+QString ToolSet::archiver(const LinkInputs &members) const
 {
-    if (hasBitcode || m_isClang) {
+    if (members.hasGccModules)
+        return gcc() + u"-ar"_s;
+    if (members.hasBitcode() || m_isClang) {
         const QString folder = QFileInfo(QFileInfo(find(clang())).canonicalFilePath()).path();
         const QString beside = QStandardPaths::findExecutable(u"llvm-ar"_s, {folder});
         if (!beside.isEmpty())

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "toolchain/Machine.h"
+#include "toolchain/LinkInputs.h"
 
 // The programs of one tool chain for one architecture, and what they need to be told.
 //
@@ -24,8 +24,12 @@ public:
     QStringList compiler() const;
     // GCC of the architecture: the compiler itself, or the one whose libraries clang links.
     QString gcc() const;
-    // The archiver: for bitcode LLVM's where it is installed, whose archives have an index of its symbols.
-    QString archiver(bool hasBitcode) const;
+    // Whether the compiler takes -fdiagnostics-column-unit=. False when it isn't known, and for clang, which always
+    // counts bytes.
+    bool countsColumnsAsAsked() const;
+    // The archiver whose archives have an index of these objects' symbols: that of modules for link-time optimisation
+    // takes GCC's plug-in, or for bitcode LLVM's archiver, where it is installed.
+    QString archiver(const LinkInputs &members) const;
     // Folders of the library headers beside GCC, for clang; GCC finds them itself. Empty when there are none.
     QStringList libraryHeaders(bool cpp) const;
     // LLVM's LTO library; empty when there is none.
@@ -45,6 +49,7 @@ private:
     bool m_isClang = false;
     bool m_isChosen = false; // by name
     Machine::Architecture m_architecture = Machine::Arm;
+    bool m_is64 = false;
     QString m_target;
     QStringList m_directories;
 };

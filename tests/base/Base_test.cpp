@@ -213,23 +213,6 @@ TEST(SafeFile, WritesDevicesInPlace)
     EXPECT_EQ(folder.read("out"), "before after");
 }
 
-TEST(SafeFile, KeepsTheOldFileWhenTheDiskIsFull)
-{
-    const TemporaryFolder folder;
-    const QString path = folder.write("file", "old");
-    rlimit before;
-    ASSERT_EQ(getrlimit(RLIMIT_FSIZE, &before), 0);
-    const rlimit full{1000, before.rlim_max};
-    const auto oldHandler = std::signal(SIGXFSZ, SIG_IGN);
-    ASSERT_EQ(setrlimit(RLIMIT_FSIZE, &full), 0);
-    for (const qsizetype size : {1001, 100000}) // in the last buffer, before it
-        EXPECT_THROW(writeFileSafely(path, QByteArray(size, 'x')), HException);
-    setrlimit(RLIMIT_FSIZE, &before);
-    std::signal(SIGXFSZ, oldHandler);
-    EXPECT_EQ(folder.read("file"), "old");
-    EXPECT_EQ(QDir(folder.root()).entryList(QDir::Files), QStringList{u"file"_s});
-}
-
 TEST(SafeFile, ZerosAndStandardOutput)
 {
     const TemporaryFolder folder;
@@ -242,6 +225,30 @@ TEST(SafeFile, ZerosAndStandardOutput)
     EXPECT_TRUE(output.open() && output.write("a") && output.writeZeros(70000) && output.write("z") && output.commit());
     EXPECT_EQ(testing::internal::GetCapturedStdout(), "a" + std::string(70000, '\0') + "z");
     EXPECT_FALSE(QFile::exists(u"-"_s));
+}
+
+// As a full disk, a limit takes a part of the bytes first.
+TEST(SafeFile, TellsWhyItCanGoNoFurther)
+{
+    const TemporaryFolder folder;
+    folder.write("file", "old");
+    rlimit before;
+    getrlimit(RLIMIT_FSIZE, &before);
+    const auto handler = std::signal(SIGXFSZ, SIG_IGN);
+    const rlimit narrow = {50'000, before.rlim_max};
+    setrlimit(RLIMIT_FSIZE, &narrow);
+    for (const qsizetype piece : {100'000, 1'000}) { // at once, and through the file's buffer
+        SafeFile file(folder.path("file"));
+        EXPECT_TRUE(file.open());
+        bool ok = true;
+        for (qsizetype written = 0; ok && written < 100'000; written += piece)
+            ok = file.write(QByteArray(piece, 'x'));
+        EXPECT_FALSE(ok && file.commit());
+        EXPECT_EQ(file.errorString(), u"File too large"_s) << piece;
+    }
+    setrlimit(RLIMIT_FSIZE, &before);
+    std::signal(SIGXFSZ, handler);
+    EXPECT_EQ(folder.read("file"), "old");
 }
 
 TEST(ByteImage, MapsPrivately)

@@ -172,4 +172,106 @@ TEST_F(Examples, FormatsFloatingPoint)
     EXPECT_FALSE(run(u"l"_s, u"l"_s).startsWith(u"7.000"_s)) << "what wasn't asked for isn't in the program";
 }
 
+// Frames with something to clean up, thread-local variables, and zeroed ones that must lie elsewhere.
+const char *const unwindingSource = R"(
+#include <stddef.h>
+#include <unwind.h>
+#ifdef __arm__
+#include "mps2.h"
+typedef _Unwind_Control_Block Record;
+#else
+#include "virt.h"
+typedef struct _Unwind_Exception Record;
+void *memcpy(void *to, const void *from, size_t size)
+{ char *t = to; const char *f = from; while (size--) *t++ = *f++; return to; }
+void *memset(void *to, int c, size_t size) { char *t = to; while (size--) *t++ = c; return to; }
+size_t strlen(const char *text) { size_t size = 0; while (text[size]) ++size; return size; }
+void *malloc(size_t size) { static _Alignas(16) char pool[4096]; static size_t used;
+    used += (size + 15) & ~(size_t)15; return pool + used - ((size + 15) & ~(size_t)15); }
+void free(void *block) { (void)block; }
+#endif
+void abort(void) { serial_write("abort\n"); for (;;) {} }
+__thread volatile int depth = 3; __thread volatile int cleaned; __thread volatile char many[50]; volatile char zero[50];
+static Record thrown;
+static void leave(int *level) { (void)level; ++cleaned; for (int i = 0; i < 50; ++i) many[i] = i; }
+static _Unwind_Reason_Code stop(int version, _Unwind_Action actions, _Unwind_Exception_Class class,
+                                Record *e, struct _Unwind_Context *context, void *argument)
+{
+    (void)version, (void)class, (void)e, (void)context, (void)argument;
+    if (actions & 16) { // the end of the stack
+        for (int i = 0; i < 50; ++i) cleaned += zero[i];
+        serial_write(cleaned == 4 && depth == 3 ? "four frames left\n" : "wrong\n");
+        for (;;) {}
+    }
+    return 0;
+}
+__attribute__((noinline)) void go(int level)
+{
+    __attribute__((cleanup(leave))) int guard = level;
+    if (level == 0) _Unwind_ForcedUnwind(&thrown, stop, 0); else go(level - 1);
+    __asm__ volatile("" ::"r"(guard));
+}
+int main(void)
+{
+#ifdef __arm__
+    serial_open();
+#endif
+    go(depth);
+    return 0;
+}
+)";
+
+TEST_F(Examples, UnwindsFrames)
+{
+    struct Row
+    {
+        const char *program, *options, *emulator, *machine, *board;
+    };
+    const Row rows[] = {
+        {"arm-none-eabi-gcc", "-mcpu=cortex-m3 -mthumb", "qemu-system-arm", "mps2-an385", "unity-and-staging/mps2"},
+        {"clang", "-toolchain=clang -mcpu=cortex-m3", "qemu-system-arm", "mps2-an385", "unity-and-staging/mps2"},
+        {"riscv64-unknown-elf-gcc", "-march=rv32imac_zicsr -mabi=ilp32 -ffreestanding", "qemu-system-riscv32", "virt",
+         "riscv-hello/virt"},
+        {"riscv64-unknown-elf-gcc", "-march=rv64imac_zicsr -mabi=lp64 -mcmodel=medany -ffreestanding",
+         "qemu-system-riscv64", "virt", "riscv-hello/virt"},
+        {"clang", "-toolchain=clang -march=rv32imac -mabi=ilp32 -ffreestanding", "qemu-system-riscv32", "virt",
+         "riscv-hello/virt"},
+    };
+    NEEDS_PROGRAM("arm-none-eabi-gcc");
+    NEEDS_PROGRAM("riscv64-unknown-elf-gcc");
+    const QString startup = QStringLiteral(VN_BIN "/../targets/startup/");
+    folder.write("unwind.c", unwindingSource);
+    for (const Row &row : rows) {
+        if (!hasProgram(QString::fromLatin1(row.program)) || !hasProgram(QString::fromLatin1(row.emulator)))
+            continue;
+        const QString board = QStringLiteral(VN_EXAMPLES "/") + QString::fromLatin1(row.board);
+        const bool isArm = QByteArrayView(row.emulator) == "qemu-system-arm";
+        const QStringList options = QString::fromLatin1(row.options).split(u' ');
+        QStringList link = {u"-memorymap"_s,        board + u".xml"_s, u"-placementmacros"_s,
+                            u"STACK_SIZE=0x4000"_s, u"-o"_s,           folder.path("unwind.elf")};
+        if (options.first().startsWith(u"-toolchain"_s))
+            link += u"-Wl,"_s + options.first();
+        if (!isArm)
+            link << u"-placement"_s << QStringLiteral(VN_BIN "/../targets/ram_placement.xml");
+        for (const QString &source : {folder.path("unwind.c"), board + u".c"_s, startup + u"section_init.c"_s,
+                                      startup + (isArm ? u"cortexm_startup.c"_s : u"riscv_startup.S"_s)}) {
+            const QString object = folder.root() + u'/' + QFileInfo(source).baseName() + u".o"_s;
+            QStringList words = {u"-c"_s, source, u"-I"_s + QFileInfo(board).path(), u"-o"_s, object};
+            for (const QString &option : options + QStringList{u"-fexceptions"_s, u"-O1"_s})
+                words += (source.endsWith(u'S') ? u"-Wa,"_s : u"-Wc,"_s) + option;
+            const ProgramResult result = runProgram(u"cc"_s, words);
+            ASSERT_EQ(result.status, 0) << row.options << result.error.constData();
+            link += object;
+        }
+        const ProgramResult result = runProgram(u"cc"_s, link);
+        ASSERT_EQ(result.status, 0) << row.options << result.error.constData();
+        EXPECT_EQ(emulate(QString::fromLatin1(row.emulator),
+                          QStringList{u"-M"_s, QString::fromLatin1(row.machine)} +
+                              (isArm ? QStringList() : QStringList{u"-bios"_s, u"none"_s}),
+                          folder.path("unwind.elf"), u"\n"_s),
+                  u"four frames left\n"_s)
+            << row.options;
+    }
+}
+
 } // namespace

@@ -37,6 +37,7 @@ protected:
         return QString::fromUtf8(result.out)
             .replace(folder.root() + u'/', u"@"_s)
             .replace(QRegularExpression(u"^clang-[0-9]+"_s), u"clang"_s)
+            .remove(u" -fdiagnostics-column-unit=byte"_s) // where the compiler knows it
             .trimmed();
     }
     void compile(const char *name, const QStringList &options)
@@ -119,9 +120,10 @@ const ShownRow shownCompilations[] = {
     {"RISC-V by the instruction set", "-c -xc @a.c -Wc,-march=rv32imac -Wc,-mabi=ilp32 -o @a.o",
      "riscv64-unknown-elf-gcc -c -x c @a.c -ffunction-sections -fdata-sections -march=rv32imac -mabi=ilp32 -o @a.o"},
     {"clang by the target", "-c -xc @a.c -Wc,--target=riscv32-unknown-elf -o @a.o",
-     "clang -c -x c @a.c -ffunction-sections -fdata-sections --target=riscv32-unknown-elf -o @a.o"},
+     "clang -mno-relax -c -x c @a.c -ffunction-sections -fdata-sections --target=riscv32-unknown-elf -o @a.o"},
     {"clang by name", "-c -xc @a.c -Wc,-toolchain=clang -Wc,-march=rv32imac -o @a.o",
-     "clang --target=riscv32-unknown-elf -c -x c @a.c -ffunction-sections -fdata-sections -march=rv32imac -o @a.o"},
+     "clang --target=riscv32-unknown-elf -mno-relax -c -x c @a.c -ffunction-sections -fdata-sections -march=rv32imac "
+     "-o @a.o"},
 };
 
 TEST_F(Driver, ShowsTheCommandsOfCompilations)
@@ -138,6 +140,18 @@ TEST_F(Driver, ShowsTheCommandsOfCompilations)
     EXPECT_TRUE(
         shown(u"-c -xc @a.c -Wc,-toolchain=gcc -o @a.o"_s, {u"VELDANE_TOOLCHAIN=clang"_s}).startsWith(u"arm-"_s))
         << "options weigh more than the environment";
+}
+
+// Columns are bytes, whoever tells them.
+TEST_F(Driver, CountsATabAsOneColumn)
+{
+    folder.write("a.c", "int f(void)\n{\n\t\treturn nope;\n}\n");
+    for (const QString &family : {u"gcc"_s, u"clang"_s}) {
+        const ProgramResult result =
+            cc({u"-c"_s, u"-xc"_s, path("a.c"), u"-Wc,-toolchain="_s + family, u"-o"_s, path("a.o")});
+        EXPECT_TRUE(result.error.contains("cannot run") || result.error.contains("a.c:3:10: error"))
+            << result.error.constData();
+    }
 }
 
 // A tool chain's folder comes before the search path; a program that isn't there is looked for outside.
@@ -161,10 +175,11 @@ TEST_F(Driver, ShowsTheCommandOfALink)
     const QString command =
         shown(u"-we -inputfiles @a.ind -T@my.ld -printf=d -scanf=l -M -dbase=0x10 -Kkept -Wl,-mcpu=cortex-m0 "
               "-Wl,-e,go -Wl,-Lhere -o @app.elf"_s);
-    EXPECT_EQ(command,
-              u"arm-none-eabi-gcc -nostartfiles -mcpu=cortex-m0 -T @my.ld -Wl,--gc-sections -Wl,-n -Wl,-z,noexecstack "
-              "-Wl,--fatal-warnings -Wl,-Map=@app.map -Wl,--defsym=base=0x10 -Wl,--undefined=kept @a.o 'with blank.o' "
-              "-Wl,-e,go -Lhere --specs=nano.specs --specs=nosys.specs -Wl,--undefined=_printf_float -o @app.elf"_s);
+    EXPECT_EQ(
+        command,
+        u"arm-none-eabi-gcc -nostartfiles -mcpu=cortex-m0 -T @my.ld -Wl,--gc-sections -Wl,-n -Wl,-z,noexecstack "
+        "-Wl,--fatal-warnings -Wl,-Map=@app.map -Wl,--defsym=base=0x10 -Wl,--undefined=kept @a.o 'with blank.o' "
+        "-Wl,-e,go -Lhere -Wl,--undefined=_printf_float --specs=nano.specs --specs=nosys.specs -lm -o @app.elf"_s);
     EXPECT_TRUE(shown(u"@a.o -T@my.ld -l- -o @app.elf"_s).contains(u" -nostdlib -lgcc "_s));
     EXPECT_FALSE(shown(u"@a.o -T@my.ld -printf=ll -o @app.elf"_s).contains(u"nano"_s));
 }
@@ -287,7 +302,7 @@ TEST_F(Driver, LeavesNothingOfAFailedCompilation)
     const ProgramResult result =
         cc({u"-v"_s, u"-c"_s, u"-xc"_s, path("a.c"), u"-depend"_s, path("a.d"), u"-o"_s, path("a.o")});
     EXPECT_EQ(result.status, 1);
-    EXPECT_TRUE(result.out.startsWith("arm-none-eabi-gcc -c -x c "));
+    EXPECT_TRUE(result.out.contains(" -c -x c "));
     EXPECT_TRUE(result.error.contains(path("a.c").toUtf8() + ":1:10: fatal error: missing.h"));
     EXPECT_FALSE(QFile::exists(path("a.o")) || QFile::exists(path("a.d")));
 }

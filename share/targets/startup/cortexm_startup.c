@@ -21,6 +21,13 @@ void Reset_Handler(void)
     }
 }
 
+/* Where code finds thread-local variables: in a program without threads there is one block of them. It may change r0
+   and nothing else. */
+__attribute__((naked, weak)) void *__aeabi_read_tp(void)
+{
+    __asm__("ldr r0, =__tls_arm_pointer__\n\tbx lr");
+}
+
 /* An interrupt that nobody handles stops here, where a debugger finds it. */
 void Default_Handler(void)
 {

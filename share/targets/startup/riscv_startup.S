@@ -12,6 +12,8 @@ _start:
     la gp, __global_pointer$
     .option pop
     la sp, __stack_end__
+    .weak __tls_start__ /* linker scripts by others may not have it */
+    la tp, __tls_start__ /* the block of thread-local variables */
     la t0, trap_entry
     csrw mtvec, t0
 

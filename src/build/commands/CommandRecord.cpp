@@ -9,7 +9,7 @@
 using namespace Qt::StringLiterals;
 
 static constexpr quint32 magic = 0x52434E56; // "VNCR"
-static constexpr quint32 version = 1;
+static constexpr quint32 version = 2;
 static constexpr quint64 outputBytes = 4 + 8 + 8 + 8 + 4; // without dependencies
 static constexpr quint32 noIndex = ~0u;
 
@@ -232,7 +232,9 @@ bool CommandRecord::fromBytes(QByteArrayView bytes)
         return false;
     if (in.readU32() != magic || in.readU32() != version)
         return false;
-    for (quint32 count = in.readU32(); count && !in.failed(); --count)
+    const quint32 paths = in.readU32();
+    m_paths.reserve(qMin(paths, quint32(in.remaining())));
+    for (quint32 count = paths; count && !in.failed(); --count)
         m_paths += QString::fromUtf8(in.readString());
     bool isGood = true;
     const auto readPath = [&] {

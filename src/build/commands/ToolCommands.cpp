@@ -22,6 +22,7 @@ ToolCommands::~ToolCommands() = default;
 
 void ToolCommands::refresh()
 {
+    m_system.refresh();
     m_templates.clear();
     m_directories.clear();
     m_programStamps.clear();
@@ -154,26 +155,35 @@ QStringList ToolCommands::extraOutputs(ToolKind kind, const ProjectElement *elem
     return outputs;
 }
 
-QStringList ToolCommands::optionFiles(ToolKind kind, const ProjectElement *element, const QString &configuration)
+static std::span<const ProjectProperty> optionFileProperties(ToolKind kind)
 {
     using enum ProjectProperty;
     static constexpr ProjectProperty ofSources[] = {c_additional_options_from_file, c_only_additional_options_from_file,
                                                     cpp_only_additional_options_from_file,
                                                     asm_additional_options_from_file};
     static constexpr ProjectProperty ofLink[] = {linker_additional_options_from_file};
-    QStringList files;
-    const auto add = [&](std::span<const ProjectProperty> properties) {
-        for (const ProjectProperty property : properties) {
-            const QString name = expandedValue(element, property, configuration);
-            if (!name.isEmpty())
-                files += m_system.absolutePath(element, name);
-        }
-    };
     if (isCompile(kind))
-        add(ofSources);
-    else if (kind == Link)
-        add(ofLink);
+        return ofSources;
+    return kind == Link ? std::span(ofLink) : std::span<const ProjectProperty>();
+}
+
+QStringList ToolCommands::optionFiles(ToolKind kind, const ProjectElement *element, const QString &configuration)
+{
+    QStringList files;
+    for (const ProjectProperty property : optionFileProperties(kind)) {
+        const QString name = expandedValue(element, property, configuration);
+        if (!name.isEmpty())
+            files += m_system.absolutePath(element, name);
+    }
     return files;
+}
+
+bool ToolCommands::hasOptionFiles(ToolKind kind, const ProjectElement *element, const QString &configuration) const
+{
+    const auto properties = optionFileProperties(kind);
+    return std::any_of(properties.begin(), properties.end(), [&](ProjectProperty property) {
+        return !m_system.value(element, property, configuration).isEmpty();
+    });
 }
 
 std::optional<QString> ToolCommands::existingFile(const ProjectElement *element, ProjectProperty property,
@@ -331,6 +341,31 @@ quint64 ToolCommands::hash(const ToolRequest &request, const QStringList &more, 
     if (!own.error.isEmpty())
         error = own.error;
     return hash.value();
+}
+
+bool ToolCommands::addShared(const ToolRequest &request, CommandHash &hash, QString &error)
+{
+    using enum ProjectProperty;
+    const ProjectElement *element = request.element;
+    const Template &made = templateOf(request);
+    bool isOwn = false;
+    hash.add(made.directory);
+    hash.add(made.programs);
+    for (const Template::Piece &piece : made.pieces) {
+        if (!piece.row) {
+            hash.add(piece.hash);
+            continue;
+        }
+        hash.addMark();
+        if (piece.row->form == ArgumentForm::Dependencies) {
+            hash.add(m_system.expandedValue(element, build_dependency_file_name, request.configuration, &isOwn));
+            hash.add(m_system.expandedValue(element, build_intermediate_directory, request.configuration, &isOwn));
+        } else {
+            isOwn |= piece.row->form != ArgumentForm::Source && piece.row->form != ArgumentForm::Target;
+        }
+    }
+    error = made.error;
+    return !isOwn;
 }
 
 QString ToolCommands::inputsFileName(const ToolRequest &request) const

@@ -85,8 +85,8 @@ public:
     // By which another program of that name, or another version of it, is known: where it was found, its time and
     // size. The directory counts for relative paths. It is looked for once in a build.
     QString programStamp(const QString &program, const QString &directory);
-    // Looks at the file system anew: files of options, directories that were made. To be called before a build
-    // and behind what may have written such files.
+    // Looks at the file system anew: files of options and of property groups, directories that were made. To be
+    // called before a build and behind what may have written such files.
     void refresh();
 
     // The command that toolCommands would run. Nothing is written or reported.
@@ -94,6 +94,9 @@ public:
     // Its commandHash(), `more` counting as further inputs, for less than the command costs; `error` is set if it
     // has one.
     quint64 hash(const ToolRequest &request, const QStringList &more, QString &error);
+    // Adds to the hash what tells this command from those of other folders; source and target tell the sources of one
+    // folder from each other. False where they don't, as something else is each one's own.
+    bool addShared(const ToolRequest &request, CommandHash &hash, QString &error);
     // What names the inputs to linker and archiver, absolute; toolCommands writes it.
     QString inputsFileName(const ToolRequest &request) const;
     // What else the tool makes; relative or absolute as the target.
@@ -101,6 +104,7 @@ public:
                              const QString &target);
     // The files of options that go into this tool's command, absolute; what changes them makes its outputs old.
     QStringList optionFiles(ToolKind kind, const ProjectElement *element, const QString &configuration);
+    bool hasOptionFiles(ToolKind kind, const ProjectElement *element, const QString &configuration) const;
     // A file that a project names by a property: the value where that exists, else behind the project's
     // directory. None when it isn't there, or isn't named.
     std::optional<QString> linkerScript(const ProjectElement *element, const QString &configuration);

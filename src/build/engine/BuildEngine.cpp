@@ -4,8 +4,8 @@
 #include "build/commands/Builder.h"
 #include "build/commands/Idler.h"
 #include "build/commands/ToolCommands.h"
+#include "build/engine/CompileTemplates_p.h"
 #include "build/engine/ElementBuild_p.h"
-#include "build/engine/ExternalTemplates_p.h"
 #include "build/engine/ProcessPoller.h"
 #include "build/engine/ProjectNodes.h"
 #include "build/engine/SolutionLock.h"
@@ -34,7 +34,7 @@ BuildEngine::BuildEngine(StandardProjectSystem &system, ToolCommands &tools, Bui
       m_tools(tools),
       m_state(state),
       m_poller(poller),
-      m_externalTemplates(std::make_unique<ExternalTemplates>())
+      m_compileTemplates(std::make_unique<CompileTemplates>())
 {}
 
 BuildEngine::~BuildEngine() = default;
@@ -51,18 +51,17 @@ BuildResult BuildEngine::buildProject(const ProjectElement *element, const QStri
     m_interrupts = 0;
     m_failedProjects.clear();
     m_listed.clear();
+    m_facts.clear();
     SolutionLock lock(m_system.solution()->filePath());
     if (m_runsTools && (flags & BuildFlag::remove || !(flags & BuildFlag::noRun)))
         waitForOtherBuild(lock, *builders[0], idler);
     m_times.clear();
     m_tools.refresh();
-    m_externalTemplates->clear();
+    m_compileTemplates->clear();
     for (Builder *builder : builders)
         builder->reset();
     const bool didSomething = buildJobs(element, configuration, builders, idler, flags, followDependencies, batch);
     saveRecords();
-    m_facts.clear();
-    m_times.clear();
     m_isBuilding = false;
     if (m_state.stop)
         return BuildResult::Terminated;
@@ -212,8 +211,14 @@ void BuildEngine::runProjectCommand(const QString &command, const QString &direc
             break;
     }
     builder.endStep(project, configuration);
-    m_times.forgetAll(); // it may have written anything
+    anythingWritten();
+}
+
+void BuildEngine::anythingWritten()
+{
+    m_times.forgetAll();
     m_tools.refresh();
+    m_compileTemplates->clear();
 }
 
 // ---- What is known of nodes --------------------------------------------------------------------------------------
@@ -245,16 +250,15 @@ const BuildEngine::NodeFacts &BuildEngine::facts(const ProjectElement *element, 
 
 const QString &BuildEngine::outputOf(const ProjectElement *element, const QString &configuration, BuildFlags flags)
 {
-    const ToolKind kind = factsOf(element, configuration, flags).kind;
     NodeFacts &known = factsOf(element, configuration, flags);
     if (!std::exchange(known.hasOutput, true))
-        known.output = m_tools.outputName(kind, element, configuration, false);
+        known.output = m_tools.outputName(known.kind, element, configuration, false);
     return known.output;
 }
 
 FileTimes::Id BuildEngine::outputId(const ProjectElement *element, const QString &configuration, BuildFlags flags)
 {
-    const QString output = outputOf(element, configuration, flags);
+    const QString &output = outputOf(element, configuration, flags);
     std::optional<FileTimes::Id> &known = factsOf(element, configuration, flags).outputId;
     if (!known)
         known = m_times.id(m_system.absolutePath(element, output));
@@ -293,6 +297,10 @@ std::span<const FileTimes::Id> BuildEngine::dependencyIds(const ProjectElement *
 {
     Record &record = recordOf(element, configuration);
     const QStringList &paths = record.commands.paths();
+    if (qsizetype(record.ids.size()) < paths.size()) {
+        m_times.reserve(2 * paths.size()); // and for what isn't in the record: sources
+        record.ids.reserve(size_t(paths.size()));
+    }
     for (qsizetype index = qsizetype(record.ids.size()); index < paths.size(); ++index)
         record.ids.push_back(m_times.id(::absolutePath(record.directory, paths[index])));
     record.answer.clear();
@@ -315,8 +323,7 @@ void BuildEngine::outputMade(const ProjectElement *element, const QString &confi
     if (!m_runsTools)
         return;
     if (output.isEmpty()) {
-        m_times.forgetAll();
-        m_tools.refresh();
+        anythingWritten();
         return;
     }
     m_times.setWritten(output);

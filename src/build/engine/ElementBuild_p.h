@@ -2,6 +2,7 @@
 
 #include "build/commands/BuildFlags.h"
 #include "build/commands/ToolCommands.h"
+#include "build/engine/CompileTemplates_p.h"
 #include "build/engine/UpToDate.h"
 #include "xml/macros/MacroExpansion.h"
 
@@ -46,10 +47,14 @@ private:
 
     // Compile.
     struct CompilePlan;
+    struct CompileSteps;
     CompilePlan planCompile(ToolKind kind);
+    const CompileTemplates::Template &compileTemplate(ToolKind kind, const CompilePlan &plan);
+    bool addExternalCompile(ToolKind kind, const CompilePlan &plan, CompileTemplates::Template &made);
+    quint64 ownCompileHash(ToolKind kind, CompilePlan &plan);
+    CompileSteps compileSteps(ToolKind kind, const CompilePlan &plan);
     QStringList externalCompileWords(ToolKind kind, const CompilePlan &plan, bool *isOwn, QString &error,
                                      const MacroMap &markers = {});
-    quint64 externalCompileHash(ToolKind kind, CompilePlan &plan, const QStringList &around);
     bool isCompileUpToDate(ToolKind kind, const CompilePlan &plan);
     void runCompile(ToolKind kind, const CompilePlan &plan);
 

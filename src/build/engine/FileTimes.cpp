@@ -33,6 +33,12 @@ FileTimes::Id FileTimes::id(const QString &path)
     return id;
 }
 
+void FileTimes::reserve(qsizetype count)
+{
+    m_ids.reserve(m_ids.size() + count);
+    m_files.reserve(m_files.size() + size_t(count));
+}
+
 FileStamp FileTimes::stamp(Id id)
 {
     File &file = m_files[id];
@@ -67,8 +73,9 @@ int FileTimes::directory(QStringView path)
 FileStamp FileTimes::ask(const QString &path)
 {
     const QStringView whole = path;
-    const int from = directory(whole.first(std::max<qsizetype>(whole.lastIndexOf(u'/'), 0)));
-    const QStringView name = from == AT_FDCWD ? whole : whole.sliced(whole.lastIndexOf(u'/') + 1);
+    const qsizetype slash = path.lastIndexOf(u'/');
+    const int from = directory(whole.first(std::max<qsizetype>(slash, 0)));
+    const QStringView name = from == AT_FDCWD ? whole : whole.sliced(slash + 1);
     // Nearly all names are ASCII.
     char ascii[PATH_MAX];
     const bool isAscii = name.size() < PATH_MAX && !name.isEmpty() &&

@@ -18,6 +18,7 @@ public:
     // Of an absolute path; stays valid until clear().
     Id id(const QString &path);
     const QString &path(Id id) const { return m_files[id].path; }
+    void reserve(qsizetype count); // for that many more ids
     // Time 0: no such file.
     FileStamp stamp(Id id);
     FileStamp stamp(const QString &path) { return stamp(id(path)); }

@@ -88,11 +88,13 @@ bool ElementBuild::planLink(LinkPlan &plan)
     plan.target = m_tools.outputName(plan.kind, m_element, m_configuration, false);
     plan.absoluteTarget = absolute(plan.target);
     gatherObjects(m_element, false, plan.objects, &plan.objectIds);
-    QStringList sorted = plan.objects;
-    sorted.sort();
-    const auto twice = std::adjacent_find(sorted.cbegin(), sorted.cend());
-    if (twice != sorted.cend()) {
-        fail("The object file "_L1 + *twice + " has been supplied more than once"_L1);
+    std::vector<FileTimes::Id> sorted = plan.objectIds; // a number is compared faster than a path
+    std::sort(sorted.begin(), sorted.end());
+    const auto twice = std::adjacent_find(sorted.begin(), sorted.end());
+    if (twice != sorted.end()) {
+        const auto first = std::find(plan.objectIds.begin(), plan.objectIds.end(), *twice);
+        fail("The object file "_L1 + plan.objects[first - plan.objectIds.begin()] +
+             " has been supplied more than once"_L1);
         return false;
     }
     plan.inputs = plan.objects;

@@ -95,7 +95,7 @@ void TextReport::commandStarted(const BuildPlace &, const QString &, const QStri
 
 void TextReport::commandFailed(const BuildPlace &, const QString &title, int exitStatus)
 {
-    m_error.print(m_error.colored(Terminal::Red, u"Failed: "_s) + u"%1 (exit status %2)"_s.arg(title).arg(exitStatus));
+    m_error.print(m_error.colored(Terminal::Red, u"Failed: "_s) + title + u" (exit status %1)"_s.arg(exitStatus));
 }
 
 void TextReport::output(const BuildPlace &, const QString &line, Stream stream)

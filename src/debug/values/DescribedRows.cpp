@@ -134,6 +134,8 @@ void DescribedRows::applyTuple(const DisplayTree::Row &row, const VarInfo &place
         const QByteArray name = one.name().toByteArray();
         if (name == "Name" || m_tree.m_level > m_tree.m_maximumLevel)
             continue;
+        if (m_evaluator.substitute(m_bindings, QString::fromUtf8(one.value())).contains(u"$("_s))
+            continue; // it names a type that this instance hasn't
         const QString title = QString::fromUtf8(name);
         try {
             Expression *expression = attribute(name.constData());

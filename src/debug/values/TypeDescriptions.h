@@ -19,7 +19,7 @@ class DwarfExpressionEvaluator;
 //
 //     $(T)             the type of the object
 //     $(T0) $(T1.T0)   an argument of its template, of an argument's template; both are types
-//     $(T.name.T0)     steps lead to the types of members too
+//     $(T.name.T0)     steps lead to the types of members and of base classes too
 //     $(A0) $(T1.A0)   the same as the text in the type's name, which may be a number
 //     $(E)             the expression that stands for the object
 class TypeDescriptionFile

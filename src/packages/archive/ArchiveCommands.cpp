@@ -140,6 +140,10 @@ public:
 
     void add(const QString &given)
     {
+        struct stat status;
+        if (::stat(PackageArchive::nameToBytes(given).constData(), &status) == 0 &&
+            Identity(status.st_dev, status.st_ino) == m_output)
+            throw HException(given + u" is to be the archive itself"_s);
         QString name = QDir::cleanPath(given);
         const QString asGiven = name;
         while (name.startsWith(u'/') || name.startsWith(u"../") || name == u"..")
@@ -219,7 +223,11 @@ int create(const CommandArguments &arguments)
     Gatherer gatherer(archive, arguments.value("prefix"), output);
     for (const QString &path : arguments.positional().sliced(1))
         gatherer.add(path);
-    archive.save(output, level);
+    try {
+        archive.save(output, level);
+    } catch (const HException &error) {
+        throw error.message().contains(output) ? error : HException(output + u": "_s + error.message());
+    }
     return 0;
 }
 

@@ -93,5 +93,7 @@ private:
 std::unique_ptr<ProjectPropertyValue> makeProjectPropertyValue(ProjectSystem *system,
                                                                const PropertyClass *propertyClass,
                                                                ProjectElement *element, const QString &configuration);
+// Whether it only means something on a solution: its lists of configurations.
+bool isOfSolutions(const PropertyClass &propertyClass);
 // All that can be set on the node: what the schema has for its type, and the property groups' choices.
 PropertyValueList projectPropertyValues(ProjectSystem *system, ProjectElement *element, const QString &configuration);

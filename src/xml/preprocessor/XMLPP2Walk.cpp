@@ -7,6 +7,7 @@ using namespace Qt::StringLiterals;
 namespace {
 
 constexpr qsizetype textPerElement = 256; // bytes of expanded text that count as an element
+constexpr quint64 elementsPerFile = 200;  // an included file, which must be opened and read, counts as so many
 
 QString textOf(QByteArrayView bytes)
 {
@@ -243,7 +244,7 @@ void XMLPP2::Walk::processInclude(Chain &chain, XMLElement &element)
         report(chain, element, u"missing filename in <include>"_s);
         return keep(chain, element);
     }
-    if (isTooNested(chain, element))
+    if (isTooNested(chain, element) || !charge(elementsPerFile, chain, element))
         return keep(chain, element);
     const QString path = includePath(expandSystem(attributeText(element, "filename")), chain.origin);
     auto [root, ok] = m_document.readInclude(path);

@@ -113,8 +113,11 @@ bool XmlPP::load(const QString &fileName, const QString &macroString, bool expan
     if (!bytes)
         return false;
     const bool ok = read(QString::fromUtf8(*bytes), errorText, errorLine, errorColumn);
-    if (ok)
-        processConditionals(m_document.documentElement(), fileName, overriddenBy(m_defaultMacros, macroString), expand);
+    if (ok) {
+        MacroMap macros = m_defaultMacros;
+        macros.insert(readMacroString(macroString));
+        processConditionals(m_document.documentElement(), fileName, macros, expand);
+    }
     return ok;
 }
 
