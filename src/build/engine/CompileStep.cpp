@@ -150,7 +150,7 @@ bool ElementBuild::addExternalCompile(ToolKind kind, const CompilePlan &plan, Co
 {
     made.hasNodeName = value(externalCompile(kind).command).contains("ProjectNodeName"_L1);
     const QString dependencyFile = value(build_dependency_file_name);
-    bool isOwn = dependencyFile.contains(u'$') || value(externalCompile(kind).command).contains(":$("_L1);
+    bool isOwn = dependencyFile.contains(u'$');
     MacroMap markers;
     for (const char *own : CompileTemplates::ownMacros)
         markers.insert(QString::fromLatin1(own), u'\1' + QString::fromLatin1(own));
@@ -207,10 +207,9 @@ QStringList ElementBuild::externalCompileWords(ToolKind kind, const CompilePlan 
         return m_system.propertyList(m_element, property, m_configuration, options, isOwn);
     };
     MacroMap macros = m_macros;
-    const bool isNested = text.contains(":$("_L1); // what that gives may name any
     const auto add = [&](const char *name, const auto &makeValue) {
         const QString macro = QString::fromLatin1(name);
-        if (isNested || text.contains(macro)) // the others would cost more than the command
+        if (text.contains(macro)) // the others would cost more than the command
             macros.insert(macro, makeValue());
     };
     add("TargetPath", [&] { return plan.absoluteTarget; });
