@@ -212,8 +212,14 @@ void BuildEngine::runProjectCommand(const QString &command, const QString &direc
             break;
     }
     builder.endStep(project, configuration);
-    m_times.forgetAll(); // it may have written anything
+    anythingWritten();
+}
+
+void BuildEngine::anythingWritten()
+{
+    m_times.forgetAll();
     m_tools.refresh();
+    m_compileTemplates->clear();
 }
 
 // ---- What is known of nodes --------------------------------------------------------------------------------------
@@ -318,8 +324,7 @@ void BuildEngine::outputMade(const ProjectElement *element, const QString &confi
     if (!m_runsTools)
         return;
     if (output.isEmpty()) {
-        m_times.forgetAll();
-        m_tools.refresh();
+        anythingWritten();
         return;
     }
     m_times.setWritten(output);

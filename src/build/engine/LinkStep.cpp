@@ -55,7 +55,7 @@ bool ElementBuild::linkOrArchive(ToolKind kind)
         return false;
     }
     if (removes())
-        removeLinkOutputs(plan, isQuiet());
+        removeLinkOutputs(plan, false);
     if (!runsTools())
         return true;
     const bool isLink = kind == ToolKind::Link;
@@ -274,10 +274,10 @@ bool ElementBuild::writeObjectsFile(const LinkPlan &plan)
     return true;
 }
 
-void ElementBuild::removeLinkOutputs(const LinkPlan &plan, bool isQuiet)
+void ElementBuild::removeLinkOutputs(const LinkPlan &plan, bool isSilent)
 {
     const auto remove = [&](const QString &path) {
-        if (isQuiet)
+        if (isSilent)
             QFile::remove(path);
         else
             removeFile(path);
