@@ -109,6 +109,8 @@ private:
 
 const ValueLayer *ProjectSystem::layer(const ProjectElement *element, const QString &configuration) const
 {
+    while (element && element->configurations().isEmpty() && element->parentElement())
+        element = element->parentElement(); // whose values it has, with all its neighbours
     if (!m_lastLayer.isFor(element, configuration, changeCount()))
         m_lastLayer = {findLayer(element, configuration), element, configuration, changeCount()};
     return m_lastLayer.found;
