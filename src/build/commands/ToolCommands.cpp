@@ -5,8 +5,10 @@
 #include "build/commands/CommandText.h"
 #include "project/model/ProjectSystem.h"
 
+#include <QDateTime>
 #include <QDir>
 #include <QFileInfo>
+#include <QStandardPaths>
 
 using namespace Qt::StringLiterals;
 
@@ -23,6 +25,7 @@ void ToolCommands::refresh()
     m_system.refresh();
     m_templates.clear();
     m_directories.clear();
+    m_programStamps.clear();
     if (!m_genericOptionsError.isEmpty())
         m_genericOptionsPath.clear(); // is tried again
 }
@@ -247,10 +250,12 @@ const ToolCommands::Template &ToolCommands::templateOf(const ToolRequest &reques
     made.error = m_genericOptionsError;
     const BuildTools tool = BuildTools(1) << int(request.kind);
     ArgumentRows all(*this, m_system, m_genericOptions, request);
+    QStringList arguments;
     for (const CommandRow &row : commandRows()) {
         if (!(row.tools & tool))
             continue;
         all.add(row);
+        arguments += all.arguments;
         if (all.isOwn)
             made.pieces.push_back({{}, {}, &row});
         else if (!made.pieces.empty() && !made.pieces.back().row)
@@ -269,7 +274,24 @@ const ToolCommands::Template &ToolCommands::templateOf(const ToolRequest &reques
     }
     for (Template::Piece &piece : made.pieces)
         piece.hash.add(piece.arguments);
+    made.programs += programStamp(arguments.value(0), made.directory);
+    if (isCompile(request.kind))
+        made.programs += programStamp(compilerBehind(arguments), made.directory);
     return made;
+}
+
+QString ToolCommands::programStamp(const QString &program, const QString &directory)
+{
+    if (program.isEmpty())
+        return program;
+    QString &stamp = m_programStamps[program.contains(u'/') ? absolutePath(directory, program) : program];
+    if (stamp.isEmpty()) {
+        const QString path =
+            program.contains(u'/') ? absolutePath(directory, program) : QStandardPaths::findExecutable(program);
+        const QFileInfo file(path);
+        stamp = u"%1 %2 %3"_s.arg(path).arg(file.lastModified().toMSecsSinceEpoch()).arg(file.size());
+    }
+    return stamp;
 }
 
 QStringList ToolCommands::inputsOf(const ToolRequest &request) const
@@ -293,7 +315,7 @@ ToolCommand ToolCommands::command(const ToolRequest &request)
         else
             all.arguments += piece.arguments;
     }
-    return {made.directory, all.arguments, inputsOf(request), all.error, all.warnings};
+    return {made.directory, all.arguments, inputsOf(request), all.error, all.warnings, made.programs};
 }
 
 quint64 ToolCommands::hash(const ToolRequest &request, const QStringList &more, QString &error)
@@ -315,6 +337,7 @@ quint64 ToolCommands::hash(const ToolRequest &request, const QStringList &more, 
     hash.addMark();
     hash.add(inputsOf(request));
     hash.add(more);
+    hash.add(made.programs);
     if (!own.error.isEmpty())
         error = own.error;
     return hash.value();
@@ -327,6 +350,7 @@ bool ToolCommands::addShared(const ToolRequest &request, CommandHash &hash, QStr
     const Template &made = templateOf(request);
     bool isOwn = false;
     hash.add(made.directory);
+    hash.add(made.programs);
     for (const Template::Piece &piece : made.pieces) {
         if (!piece.row) {
             hash.add(piece.hash);
@@ -340,6 +364,7 @@ bool ToolCommands::addShared(const ToolRequest &request, CommandHash &hash, QStr
             isOwn |= piece.row->form != ArgumentForm::Source && piece.row->form != ArgumentForm::Target;
         }
     }
+    hash.add(made.programs);
     error = made.error;
     return !isOwn;
 }

@@ -51,7 +51,6 @@ BuildResult BuildEngine::buildProject(const ProjectElement *element, const QStri
     m_interrupts = 0;
     m_failedProjects.clear();
     m_listed.clear();
-    m_facts.clear();
     SolutionLock lock(m_system.solution()->filePath());
     if (m_runsTools && (flags & BuildFlag::remove || !(flags & BuildFlag::noRun)))
         waitForOtherBuild(lock, *builders[0], idler);
@@ -62,6 +61,8 @@ BuildResult BuildEngine::buildProject(const ProjectElement *element, const QStri
         builder->reset();
     const bool didSomething = buildJobs(element, configuration, builders, idler, flags, followDependencies, batch);
     saveRecords();
+    m_facts.clear();
+    m_times.clear();
     m_isBuilding = false;
     if (m_state.stop)
         return BuildResult::Terminated;
@@ -211,8 +212,14 @@ void BuildEngine::runProjectCommand(const QString &command, const QString &direc
             break;
     }
     builder.endStep(project, configuration);
-    m_times.forgetAll(); // it may have written anything
+    anythingWritten();
+}
+
+void BuildEngine::anythingWritten()
+{
+    m_times.forgetAll();
     m_tools.refresh();
+    m_compileTemplates->clear();
 }
 
 // ---- What is known of nodes --------------------------------------------------------------------------------------
@@ -317,8 +324,7 @@ void BuildEngine::outputMade(const ProjectElement *element, const QString &confi
     if (!m_runsTools)
         return;
     if (output.isEmpty()) {
-        m_times.forgetAll();
-        m_tools.refresh();
+        anythingWritten();
         return;
     }
     m_times.setWritten(output);

@@ -141,6 +141,7 @@ private:
 
     Record &recordOf(const ProjectElement *element, const QString &configuration);
     void saveRecords();
+    void anythingWritten(); // by a command
     bool addDependencyJobs(const ProjectElement *project, const QString &configuration, BuildFlags flags,
                            Builder &builder, Idler &idler, bool single, BuildJobs &jobs);
     void waitForOtherBuild(SolutionLock &lock, Builder &builder, Idler &idler);

@@ -150,12 +150,14 @@ bool ElementBuild::addExternalCompile(ToolKind kind, const CompilePlan &plan, Co
 {
     made.hasNodeName = value(externalCompile(kind).command).contains("ProjectNodeName"_L1);
     const QString dependencyFile = value(build_dependency_file_name);
-    bool isOwn = dependencyFile.contains(u'$') || value(externalCompile(kind).command).contains(":$("_L1);
+    bool isOwn = dependencyFile.contains(u'$');
     MacroMap markers;
     for (const char *own : CompileTemplates::ownMacros)
         markers.insert(QString::fromLatin1(own), u'\1' + QString::fromLatin1(own));
     made.common.add(m_directory);
-    made.common.add(externalCompileWords(kind, plan, &isOwn, made.error, markers));
+    const QStringList words = externalCompileWords(kind, plan, &isOwn, made.error, markers);
+    made.common.add(words);
+    made.common.add(m_tools.programStamp(words.value(0), m_directory));
     made.common.add(dependencyFile);
     made.common.add(m_system.expandedValue(m_element, build_intermediate_directory, m_configuration, &isOwn));
     return !isOwn;
@@ -164,10 +166,12 @@ bool ElementBuild::addExternalCompile(ToolKind kind, const CompilePlan &plan, Co
 quint64 ElementBuild::ownCompileHash(ToolKind kind, CompilePlan &plan)
 {
     const CompileSteps steps = compileSteps(kind, plan);
-    const QStringList around = steps.preWords + steps.postWords;
-    if (plan.isExternal)
-        return commandHash(m_directory, externalCompileWords(kind, plan, nullptr, plan.error), around);
-    return m_tools.hash(steps.request, around, plan.error);
+    QStringList around = steps.preWords + steps.postWords;
+    if (!plan.isExternal)
+        return m_tools.hash(steps.request, around, plan.error);
+    const QStringList words = externalCompileWords(kind, plan, nullptr, plan.error);
+    around += m_tools.programStamp(words.value(0), m_directory);
+    return commandHash(m_directory, words, around);
 }
 
 ElementBuild::CompileSteps ElementBuild::compileSteps(ToolKind kind, const CompilePlan &plan)
@@ -203,10 +207,9 @@ QStringList ElementBuild::externalCompileWords(ToolKind kind, const CompilePlan 
         return m_system.propertyList(m_element, property, m_configuration, options, isOwn);
     };
     MacroMap macros = m_macros;
-    const bool isNested = text.contains(":$("_L1); // what that gives may name any
     const auto add = [&](const char *name, const auto &makeValue) {
         const QString macro = QString::fromLatin1(name);
-        if (isNested || text.contains(macro)) // the others would cost more than the command
+        if (text.contains(macro)) // the others would cost more than the command
             macros.insert(macro, makeValue());
     };
     add("TargetPath", [&] { return plan.absoluteTarget; });

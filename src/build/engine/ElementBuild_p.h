@@ -69,7 +69,7 @@ private:
     bool isLinkUpToDate(const LinkPlan &plan);
     bool runLinkCommand(const LinkPlan &plan);
     bool writeObjectsFile(const LinkPlan &plan);
-    void removeLinkOutputs(const LinkPlan &plan, bool isQuiet);
+    void removeLinkOutputs(const LinkPlan &plan, bool isSilent);
     void runLinkPostBuild(const LinkPlan &plan);
 
     // Stage and combine.

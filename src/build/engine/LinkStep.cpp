@@ -55,7 +55,7 @@ bool ElementBuild::linkOrArchive(ToolKind kind)
         return false;
     }
     if (removes())
-        removeLinkOutputs(plan, isQuiet());
+        removeLinkOutputs(plan, false);
     if (!runsTools())
         return true;
     const bool isLink = kind == ToolKind::Link;
@@ -118,12 +118,11 @@ bool ElementBuild::planLink(LinkPlan &plan)
         QStringList words;
         for (const Command &command : plan.external)
             words += command.arguments;
+        words += m_tools.programStamp(words.value(0), m_directory);
         plan.hash = commandHash(m_directory, words, plan.inputs + around);
     } else {
         plan.request = request(plan.kind, plan.target, plan.inputs);
-        const ToolCommand command = m_tools.command(plan.request);
-        plan.error = command.error;
-        plan.hash = commandHash(command.directory, command.arguments, command.inputs + around);
+        plan.hash = m_tools.hash(plan.request, around, plan.error);
     }
     return true;
 }
@@ -275,10 +274,10 @@ bool ElementBuild::writeObjectsFile(const LinkPlan &plan)
     return true;
 }
 
-void ElementBuild::removeLinkOutputs(const LinkPlan &plan, bool isQuiet)
+void ElementBuild::removeLinkOutputs(const LinkPlan &plan, bool isSilent)
 {
     const auto remove = [&](const QString &path) {
-        if (isQuiet)
+        if (isSilent)
             QFile::remove(path);
         else
             removeFile(path);

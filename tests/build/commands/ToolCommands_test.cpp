@@ -103,7 +103,7 @@ TEST_F(CommandsTest, PropertiesMakeArguments)
         EXPECT_EQ(made.error, QString()) << row.what;
         QString error;
         EXPECT_EQ(tools.hash(request(row.node), {u"more"_s}, error),
-                  commandHash(made.directory, made.arguments, made.inputs + QStringList(u"more"_s)))
+                  commandHash(made.directory, made.arguments, made.inputs + QStringList(u"more"_s) + made.programs))
             << row.what;
         EXPECT_NO_THROW(DriverOptions::parse(made.arguments.sliced(1))) << row.what; // the driver knows them all
     }
