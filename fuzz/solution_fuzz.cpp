@@ -18,6 +18,28 @@ static void askNode(const ProjectSystem &system, const ProjectElement *node, con
     system.configurationNames(node, ProjectSystem::PublicConfigurations);
 }
 
+// Opens the solution whole, if nothing is run, set or searched then.
+static void open(const QString &path, const QByteArray &text)
+{
+    for (const char *word : {"load_command", "environment_variables", "recurse"})
+        if (text.contains(word))
+            return;
+    StandardProjectSystem system;
+    try {
+        system.loadSolution(QString(), path);
+    } catch (const SolutionLoadError &) {
+        return; // its target or a template
+    }
+    for (const ProjectElement *project : system.projects()) {
+        if (system.project(project->displayName()) == nullptr)
+            std::abort();
+        askNode(system, project, QStringLiteral("Debug"));
+    }
+    system.renameConfiguration(system.solution(), QStringLiteral("Debug"), QStringLiteral("Test"));
+    system.setPublicConfigurations(system.solution(), {QStringLiteral("Common"), QStringLiteral("New")});
+    solutionText(*system.solution());
+}
+
 // Any bytes are a solution or are refused. One that loads is written so that it loads as the same. What a solution
 // tells to be run when it is opened isn't run here.
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
@@ -43,6 +65,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
         loaded.clear();
         if (solutionText(*loadSolution(folder.path(), path, QString(), loaded)) != text)
             std::abort();
+        open(path, text);
     } catch (const SolutionLoadError &) {
     }
     return 0;

@@ -52,6 +52,21 @@ void say(const char *program, const QString &message)
     std::fprintf(stderr, "%s: %s\n", program, message.toLocal8Bit().constData());
 }
 
+// A verb's arguments name something, but for those whose place says that they are plain text.
+void checkNames(const CommandVerb &verb, const QStringList &given)
+{
+    static const QStringList texts = {u"ARGUMENT"_s, u"EXPRESSION"_s, u"TEXT"_s};
+    QString arguments = text(verb.arguments);
+    for (const char16_t mark : u"[].")
+        arguments.remove(QChar(mark));
+    const QStringList places = arguments.split(u' ', Qt::SkipEmptyParts);
+    for (qsizetype i = 0; i < given.size() && !places.isEmpty(); ++i) {
+        const QString &place = places[std::min(i, places.size() - 1)];
+        if (given[i].isEmpty() && !texts.contains(place))
+            throw UsageError(u"the name of %1 is empty"_s.arg(place));
+    }
+}
+
 // A standard stream that is closed gets a file that fails as it would: else the next file to be opened would
 // have its number, and messages would go into that.
 void occupyStandardStreams()
@@ -102,14 +117,12 @@ int CommandLine::run(const QStringList &arguments, const char *version) const
 {
     occupyStandardStreams();
     const QString first = arguments.value(1);
-    if (first == u"--version") {
-        printOut(u"%1 (Veldane) %2\n"_s.arg(text(m_program), text(version)));
-        return exitDone;
-    }
     try {
         int status = exitDone;
         const bool hasVerbs = *m_verbs.front().name;
-        if (hasVerbs && (first == u"--help" || first == u"-h")) {
+        if (first == u"--version") {
+            printOut(u"%1 (Veldane) %2\n"_s.arg(text(m_program), text(version)));
+        } else if (hasVerbs && (first == u"--help" || first == u"-h")) {
             printOut(help(nullptr));
         } else if (!hasVerbs) {
             status = runVerb(m_verbs.front(), arguments);
@@ -173,6 +186,7 @@ int CommandLine::runVerb(const CommandVerb &verb, const QStringList &arguments) 
         throw UsageError(u"arguments are missing: %1 %2"_s.arg(text(verb.name), text(verb.arguments)).simplified());
     if (verb.maximumArguments >= 0 && count > verb.maximumArguments)
         throw UsageError(u"too many arguments: '%1'"_s.arg(given.m_positional[verb.maximumArguments]));
+    checkNames(verb, given.m_positional);
     return verb.run(given);
 }
 

@@ -7,6 +7,18 @@
 
 using namespace Qt::StringLiterals;
 
+// A full disk takes some of the bytes before it refuses the rest, and only then there is a reason.
+bool writeAll(QIODevice &device, QByteArrayView bytes)
+{
+    while (!bytes.isEmpty()) {
+        const qint64 count = device.write(bytes.data(), bytes.size());
+        if (count <= 0)
+            return false;
+        bytes = bytes.sliced(count);
+    }
+    return true;
+}
+
 SafeFile::SafeFile(const QString &path)
 {
     // "/dev/stdout" may lead to a regular file: one that others write to, so it is neither replaced nor cut.
@@ -44,10 +56,17 @@ bool SafeFile::writeZeros(quint64 count)
     return true;
 }
 
+// Tells nothing new but the reason: the buffer that could be written in part only has none yet.
+bool SafeFile::failFlushing()
+{
+    m_device->flush();
+    return false;
+}
+
 bool SafeFile::commit()
 {
-    if (m_saveFile)
-        return m_saveFile->commit();
+    if (m_saveFile) // a commit that fails keeps no reason
+        return (m_saveFile->flush() || failFlushing()) && m_saveFile->commit();
     const bool written = m_device->flush() && m_device->error() == QFileDevice::NoError;
     m_device->close();
     return written;

@@ -6,6 +6,9 @@
 bool SharedLibrary::load(const QString &path)
 {
     unload();
+    m_error = QStringLiteral("no name");
+    if (path.isEmpty()) // which stands for the program itself
+        return false;
     m_handle = ::dlopen(QFile::encodeName(path).constData(), RTLD_LAZY);
     if (!m_handle)
         m_error = QString::fromLocal8Bit(::dlerror());

@@ -1,12 +1,16 @@
 #include "console/LineReader.h"
 
 #include "base/CommandLine.h"
+#include "base/HException.h"
 
 #include <cerrno>
 #include <clocale>
+#include <csignal>
 #include <cstdio>
 #include <cstdlib>
+#include <cwchar>
 #include <histedit.h>
+#include <poll.h>
 #include <unistd.h>
 
 struct LineReader::Editor
@@ -24,11 +28,46 @@ struct LineReader::Editor
                 el_get(line, EL_CLIENTDATA, &editor);
                 return editor->prompt.data();
             });
+        el_set(editLine, EL_GETCFN, readKey);
         el_set(editLine, EL_EDITOR, "emacs");
         // A Ctrl-D that is typed between two lines, when the terminal isn't the editor's, reaches it as NUL.
         el_set(editLine, EL_BIND, "^@", "em-delete-or-list", nullptr);
         el_set(editLine, EL_HIST, history, lines);
         el_source(editLine, nullptr); // the user's ~/.editrc
+    }
+    // Signals are held back until a key is waited for: one between two waits would be heard at the line's end only.
+    static int readKey(EditLine *line, wchar_t *key)
+    {
+        Editor *editor = nullptr;
+        el_get(line, EL_CLIENTDATA, &editor);
+        std::mbstate_t state{};
+        for (;;) {
+            pollfd input = {STDIN_FILENO, POLLIN, 0};
+            if (ppoll(&input, 1, nullptr, &editor->usualSignals) < 0)
+                return -1;
+            char byte;
+            const ssize_t count = ::read(STDIN_FILENO, &byte, 1);
+            if (count <= 0)
+                return int(count);
+            const size_t length = std::mbrtowc(key, &byte, 1, &state);
+            if (length == 0 || length == 1)
+                return 1;
+            if (length == size_t(-1)) // no character of this locale
+                state = {};
+        }
+    }
+    const char *readLine(int &count)
+    {
+        sigset_t interrupt;
+        sigemptyset(&interrupt);
+        sigaddset(&interrupt, SIGINT);
+        pthread_sigmask(SIG_BLOCK, &interrupt, &usualSignals);
+        errno = 0;
+        const char *line = el_gets(editLine, &count);
+        const int error = errno;
+        pthread_sigmask(SIG_SETMASK, &usualSignals, nullptr);
+        errno = error;
+        return line;
     }
     ~Editor()
     {
@@ -37,6 +76,7 @@ struct LineReader::Editor
     }
 
     QByteArray prompt;
+    sigset_t usualSignals;
     History *lines;
     EditLine *editLine;
 };
@@ -56,8 +96,7 @@ std::optional<QString> LineReader::read(const QString &prompt)
     if (m_editor) {
         m_editor->prompt = prompt.toUtf8();
         int count = 0;
-        errno = 0;
-        const char *line = el_gets(m_editor->editLine, &count);
+        const char *line = m_editor->readLine(count);
         if (!line && count < 0 && errno == EINTR) {
             std::fputc('\n', stdout);
             return QString();
@@ -76,6 +115,8 @@ std::optional<QString> LineReader::read(const QString &prompt)
     size_t capacity = 0;
     const ssize_t length = getline(&line, &capacity, stdin);
     const std::unique_ptr<char, void (*)(void *)> owner(line, std::free);
+    if (length < 0 && std::ferror(stdin) && errno != EINTR)
+        throw HException(QStringLiteral("cannot read standard input: %1").arg(qt_error_string(errno)));
     if (length < 0)
         return {};
     const QString text = QString::fromUtf8(line, length);

@@ -71,7 +71,9 @@ void IdentifierExpression::bind(const QString &name, quint64 value)
 
 ExpressionPointer IdentifierExpression::clone() const
 {
-    return std::make_unique<IdentifierExpression>(parser(), m_name);
+    auto copy = std::make_unique<IdentifierExpression>(parser(), m_name);
+    copy->m_bound = m_bound;
+    return copy;
 }
 
 ExpressionValue ScopedIdentifierExpression::evaluate() const

@@ -29,8 +29,12 @@ std::unique_ptr<XMLElement> PlacementDocument::readRoot(const QString &path, con
     m_reading = path;
     if (!load(path, macros, true))
         throw HException(SourcePlace{path, errorLine() + 1}.error(QString::fromUtf8(errorText())));
-    if (!root())
-        throw HException(SourcePlace{path}.error(u"no complete element: the document is empty or cut off"_s));
+    if (!root()) {
+        const auto &[openName, openLine] = openElement();
+        throw HException(SourcePlace{path, openLine + 1}.error(
+            openName.isEmpty() ? u"the document is empty or cut off"_s
+                               : u"<%1> has no end: the document is cut off"_s.arg(QString::fromUtf8(openName))));
+    }
     std::unique_ptr<XMLElement> read = takeRoot();
     setRoot(std::move(before));
     return read;

@@ -13,6 +13,9 @@
 
 #include <QDir>
 #include <QFileInfo>
+#include <csignal>
+#include <random>
+#include <sys/resource.h>
 
 using namespace Qt::StringLiterals;
 
@@ -180,6 +183,36 @@ TEST(Pattern, WildcardsMatchWholeNames)
     EXPECT_FALSE(literalPattern(u"a.*"_s).match(u"abc"_s).hasMatch());
 }
 
+// The definition, one character after the other.
+bool globMatches(QStringView pattern, QStringView text)
+{
+    if (pattern.isEmpty())
+        return text.isEmpty();
+    if (pattern.front() == u'*')
+        return globMatches(pattern.sliced(1), text) || (!text.isEmpty() && globMatches(pattern, text.sliced(1)));
+    return !text.isEmpty() && (pattern.front() == u'?' || pattern.front() == text.front()) &&
+           globMatches(pattern.sliced(1), text.sliced(1));
+}
+
+TEST(Pattern, StarsTakeWhatTheyMustInReasonableTime)
+{
+    std::minstd_rand random(1);
+    const auto text = [&](QStringView letters, int longest) {
+        QString made;
+        for (int left = int(random()) % (longest + 1); left > 0; --left)
+            made += letters[qsizetype(random() % quint32(letters.size()))];
+        return made;
+    };
+    for (int i = 0; i < 5000; ++i) {
+        const QString pattern = text(u"ab*?", 7), name = text(u"ab", 9);
+        EXPECT_EQ(matchesWholly(wildcardPattern(pattern), name), globMatches(pattern, name))
+            << pattern.toStdString() << " on " << name.toStdString();
+    }
+    const QString hard = u"*a"_s.repeated(40) + u"*[bc]"_s;
+    EXPECT_FALSE(matchesWholly(wildcardPattern(hard), u"a"_s.repeated(5000)));
+    EXPECT_TRUE(wildcardPattern(hard).match(u"a"_s.repeated(5000) + u"cd"_s).hasMatch()) << "within the regex limits";
+}
+
 TEST(SafeFile, KeepsTheOldFileUntilCommitAndItsPermissions)
 {
     const TemporaryFolder folder;
@@ -223,6 +256,30 @@ TEST(SafeFile, ZerosAndStandardOutput)
     EXPECT_TRUE(output.open() && output.write("a") && output.writeZeros(70000) && output.write("z") && output.commit());
     EXPECT_EQ(testing::internal::GetCapturedStdout(), "a" + std::string(70000, '\0') + "z");
     EXPECT_FALSE(QFile::exists(u"-"_s));
+}
+
+// As a full disk, a limit takes a part of the bytes first.
+TEST(SafeFile, TellsWhyItCanGoNoFurther)
+{
+    const TemporaryFolder folder;
+    folder.write("file", "old");
+    rlimit before;
+    getrlimit(RLIMIT_FSIZE, &before);
+    const auto handler = std::signal(SIGXFSZ, SIG_IGN);
+    const rlimit narrow = {50'000, before.rlim_max};
+    setrlimit(RLIMIT_FSIZE, &narrow);
+    for (const qsizetype piece : {100'000, 1'000}) { // at once, and through the file's buffer
+        SafeFile file(folder.path("file"));
+        EXPECT_TRUE(file.open());
+        bool ok = true;
+        for (qsizetype written = 0; ok && written < 100'000; written += piece)
+            ok = file.write(QByteArray(piece, 'x'));
+        EXPECT_FALSE(ok && file.commit());
+        EXPECT_EQ(file.errorString(), u"File too large"_s) << piece;
+    }
+    setrlimit(RLIMIT_FSIZE, &before);
+    std::signal(SIGXFSZ, handler);
+    EXPECT_EQ(folder.read("file"), "old");
 }
 
 TEST(ByteImage, MapsPrivately)

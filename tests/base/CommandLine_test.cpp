@@ -52,6 +52,17 @@ TEST(CommandLine, RunsTheVerbWithItsOptionsAnywhere)
     EXPECT_EQ(seen.first(), u"--json"_s);
 }
 
+TEST(CommandLine, NamesAreNotEmpty)
+{
+    EXPECT_EQ(run({u"note"_s, QString()}), 2);
+    EXPECT_EQ(seen.last(), u"prog: the name of FILE is empty; try 'prog --help'\n"_s);
+    EXPECT_EQ(run({u"note"_s, u"a"_s, QString()}), 2);
+    EXPECT_EQ(seen.last(), u"prog: the name of NAME is empty; try 'prog --help'\n"_s);
+    seen.clear();
+    EXPECT_EQ(run({u"run"_s, u"a"_s, QString(), u"b"_s}), 0);
+    EXPECT_EQ(seen[1], QString());
+}
+
 TEST(CommandLine, OptionsMayEndAtTheFirstArgument)
 {
     EXPECT_EQ(run({u"run"_s, u"-c"_s, u"Debug"_s, u"a"_s, u"--json"_s, u"--bad"_s}), 0);

@@ -127,8 +127,8 @@ struct BadPlacement
 };
 const BadPlacement badPlacements[] = {
     {"no XML", "<root><MemorySegment></root>", "place.xml:1: error: "},
-    {"nothing", "", "place.xml: error: no complete element: the document is empty or cut off"},
-    {"cut off", "<root><MemorySegment name=\"RAM\"/>", "place.xml: error: no complete element"},
+    {"nothing", "", "place.xml:1: error: the document is empty or cut off"},
+    {"cut off", "\n<root><MemorySegment name=\"RAM\"/>", "place.xml:2: error: <root> has no end"},
     {"no section", "<root/>", "place.xml: error: no section is placed"},
     {"unknown segment", "<root>\n<MemorySegment name=\"ROM\"/></root>",
      "place.xml:2: error: the target has no memory segment 'ROM'; it has FLASH, RAM"},

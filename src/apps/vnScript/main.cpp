@@ -13,8 +13,6 @@ int runScript(const CommandArguments &given)
     const auto text = given.has("eval") ? std::optional(given.value("eval")) : std::nullopt;
     const QString file = text || arguments.isEmpty() ? QString() : arguments.takeFirst();
     const bool isConsole = !text && file.isEmpty();
-    if (isConsole && !given.positional().isEmpty())
-        throw UsageError(u"the name of FILE is empty"_s);
     if (isConsole && given.has("list"))
         throw UsageError(u"--list needs a FILE or -e"_s);
     std::optional<LineReader> reader;

@@ -29,10 +29,33 @@ static constexpr QLatin1StringView sharedOptions[] = {
     "-fsigned-char"_L1,
 };
 
+QString optionForClang(const QString &option)
+{
+    QString result = option;
+    if (option.startsWith("-march=rv"_L1))
+        result.remove("_zicsr"_L1).remove("_zifencei"_L1);
+    return result;
+}
+
 static bool hasOption(const QStringList &options, QLatin1StringView start)
 {
     return std::any_of(options.begin(), options.end(),
                        [start](const QString &option) { return option.startsWith(start); });
+}
+
+// The options that choose it are looked at alone: sources in many folders mostly have the same.
+QString StandardToolCommands::compilerBehind(const QStringList &arguments)
+{
+    QStringList choice{qEnvironmentVariable("VELDANE_TOOLCHAIN"), qEnvironmentVariable("PATH")};
+    for (const QString &argument : arguments) {
+        if (argument.startsWith("-Wc,-"_L1) || argument.startsWith("-Wa,-"_L1))
+            choice += argument.sliced(4);
+    }
+    if (m_choice != choice) {
+        m_choice = choice;
+        m_compiler = ToolSet(choice.mid(2), std::nullopt).compiler().first();
+    }
+    return m_compiler;
 }
 
 const StandardToolCommands::Target &StandardToolCommands::targetOf(const QStringList &options, bool isCpp)
@@ -67,7 +90,7 @@ QStringList StandardToolCommands::languageArguments(const ProjectElement *elemen
             passed += option;
         if (std::any_of(std::begin(sharedOptions), std::end(sharedOptions),
                         [&option](QLatin1StringView start) { return option.startsWith(start); }))
-            arguments += option;
+            arguments += optionForClang(option);
     }
     const Target &target = targetOf(passed, request.kind == ToolKind::CppCompile);
     if (!hasOption(passed, "--target="_L1))

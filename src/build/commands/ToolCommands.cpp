@@ -5,8 +5,10 @@
 #include "build/commands/CommandText.h"
 #include "project/model/ProjectSystem.h"
 
+#include <QDateTime>
 #include <QDir>
 #include <QFileInfo>
+#include <QStandardPaths>
 
 using namespace Qt::StringLiterals;
 
@@ -20,8 +22,10 @@ ToolCommands::~ToolCommands() = default;
 
 void ToolCommands::refresh()
 {
+    m_system.refresh();
     m_templates.clear();
     m_directories.clear();
+    m_programStamps.clear();
     if (!m_genericOptionsError.isEmpty())
         m_genericOptionsPath.clear(); // is tried again
 }
@@ -151,26 +155,35 @@ QStringList ToolCommands::extraOutputs(ToolKind kind, const ProjectElement *elem
     return outputs;
 }
 
-QStringList ToolCommands::optionFiles(ToolKind kind, const ProjectElement *element, const QString &configuration)
+static std::span<const ProjectProperty> optionFileProperties(ToolKind kind)
 {
     using enum ProjectProperty;
     static constexpr ProjectProperty ofSources[] = {c_additional_options_from_file, c_only_additional_options_from_file,
                                                     cpp_only_additional_options_from_file,
                                                     asm_additional_options_from_file};
     static constexpr ProjectProperty ofLink[] = {linker_additional_options_from_file};
-    QStringList files;
-    const auto add = [&](std::span<const ProjectProperty> properties) {
-        for (const ProjectProperty property : properties) {
-            const QString name = expandedValue(element, property, configuration);
-            if (!name.isEmpty())
-                files += m_system.absolutePath(element, name);
-        }
-    };
     if (isCompile(kind))
-        add(ofSources);
-    else if (kind == Link)
-        add(ofLink);
+        return ofSources;
+    return kind == Link ? std::span(ofLink) : std::span<const ProjectProperty>();
+}
+
+QStringList ToolCommands::optionFiles(ToolKind kind, const ProjectElement *element, const QString &configuration)
+{
+    QStringList files;
+    for (const ProjectProperty property : optionFileProperties(kind)) {
+        const QString name = expandedValue(element, property, configuration);
+        if (!name.isEmpty())
+            files += m_system.absolutePath(element, name);
+    }
     return files;
+}
+
+bool ToolCommands::hasOptionFiles(ToolKind kind, const ProjectElement *element, const QString &configuration) const
+{
+    const auto properties = optionFileProperties(kind);
+    return std::any_of(properties.begin(), properties.end(), [&](ProjectProperty property) {
+        return !m_system.value(element, property, configuration).isEmpty();
+    });
 }
 
 std::optional<QString> ToolCommands::existingFile(const ProjectElement *element, ProjectProperty property,
@@ -237,10 +250,12 @@ const ToolCommands::Template &ToolCommands::templateOf(const ToolRequest &reques
     made.error = m_genericOptionsError;
     const BuildTools tool = BuildTools(1) << int(request.kind);
     ArgumentRows all(*this, m_system, m_genericOptions, request);
+    QStringList arguments;
     for (const CommandRow &row : commandRows()) {
         if (!(row.tools & tool))
             continue;
         all.add(row);
+        arguments += all.arguments;
         if (all.isOwn)
             made.pieces.push_back({{}, {}, &row});
         else if (!made.pieces.empty() && !made.pieces.back().row)
@@ -259,7 +274,24 @@ const ToolCommands::Template &ToolCommands::templateOf(const ToolRequest &reques
     }
     for (Template::Piece &piece : made.pieces)
         piece.hash.add(piece.arguments);
+    made.programs += programStamp(arguments.value(0), made.directory);
+    if (isCompile(request.kind))
+        made.programs += programStamp(compilerBehind(arguments), made.directory);
     return made;
+}
+
+QString ToolCommands::programStamp(const QString &program, const QString &directory)
+{
+    if (program.isEmpty())
+        return program;
+    QString &stamp = m_programStamps[program.contains(u'/') ? absolutePath(directory, program) : program];
+    if (stamp.isEmpty()) {
+        const QString path =
+            program.contains(u'/') ? absolutePath(directory, program) : QStandardPaths::findExecutable(program);
+        const QFileInfo file(path);
+        stamp = u"%1 %2 %3"_s.arg(path).arg(file.lastModified().toMSecsSinceEpoch()).arg(file.size());
+    }
+    return stamp;
 }
 
 QStringList ToolCommands::inputsOf(const ToolRequest &request) const
@@ -283,7 +315,7 @@ ToolCommand ToolCommands::command(const ToolRequest &request)
         else
             all.arguments += piece.arguments;
     }
-    return {made.directory, all.arguments, inputsOf(request), all.error, all.warnings};
+    return {made.directory, all.arguments, inputsOf(request), all.error, all.warnings, made.programs};
 }
 
 quint64 ToolCommands::hash(const ToolRequest &request, const QStringList &more, QString &error)
@@ -305,9 +337,36 @@ quint64 ToolCommands::hash(const ToolRequest &request, const QStringList &more, 
     hash.addMark();
     hash.add(inputsOf(request));
     hash.add(more);
+    hash.add(made.programs);
     if (!own.error.isEmpty())
         error = own.error;
     return hash.value();
+}
+
+bool ToolCommands::addShared(const ToolRequest &request, CommandHash &hash, QString &error)
+{
+    using enum ProjectProperty;
+    const ProjectElement *element = request.element;
+    const Template &made = templateOf(request);
+    bool isOwn = false;
+    hash.add(made.directory);
+    hash.add(made.programs);
+    for (const Template::Piece &piece : made.pieces) {
+        if (!piece.row) {
+            hash.add(piece.hash);
+            continue;
+        }
+        hash.addMark();
+        if (piece.row->form == ArgumentForm::Dependencies) {
+            hash.add(m_system.expandedValue(element, build_dependency_file_name, request.configuration, &isOwn));
+            hash.add(m_system.expandedValue(element, build_intermediate_directory, request.configuration, &isOwn));
+        } else {
+            isOwn |= piece.row->form != ArgumentForm::Source && piece.row->form != ArgumentForm::Target;
+        }
+    }
+    hash.add(made.programs);
+    error = made.error;
+    return !isOwn;
 }
 
 QString ToolCommands::inputsFileName(const ToolRequest &request) const

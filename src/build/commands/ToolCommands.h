@@ -5,6 +5,7 @@
 #include "build/commands/ToolKind.h"
 #include "project/properties/GenericOptions.h"
 
+#include <QHash>
 #include <QSet>
 #include <QStringList>
 #include <map>
@@ -33,6 +34,7 @@ struct ToolCommand
     QStringList inputs;    // lines of the inputs file, of a link or archive
     QString error;         // why it can't be made; empty if it can
     QStringList warnings;  // files that are named and missing
+    QStringList programs;  // stamps of what runs
 };
 
 // Turns properties into file names and command lines of the tool chain.
@@ -80,8 +82,11 @@ public:
     // them; command() does it first. An additional option of the project's that such a property makes becomes its
     // value; what was there before is kept in the backup property.
     void loadGenericOptions(const ProjectElement *element, const QString &configuration);
-    // Looks at the file system anew: files of options, directories that were made. To be called before a build
-    // and behind what may have written such files.
+    // By which another program of that name, or another version of it, is known: where it was found, its time and
+    // size. The directory counts for relative paths. It is looked for once in a build.
+    QString programStamp(const QString &program, const QString &directory);
+    // Looks at the file system anew: files of options and of property groups, directories that were made. To be
+    // called before a build and behind what may have written such files.
     void refresh();
 
     // The command that toolCommands would run. Nothing is written or reported.
@@ -89,6 +94,9 @@ public:
     // Its commandHash(), `more` counting as further inputs, for less than the command costs; `error` is set if it
     // has one.
     quint64 hash(const ToolRequest &request, const QStringList &more, QString &error);
+    // Adds to the hash what tells this command from those of other folders; source and target tell the sources of one
+    // folder from each other. False where they don't, as something else is each one's own.
+    bool addShared(const ToolRequest &request, CommandHash &hash, QString &error);
     // What names the inputs to linker and archiver, absolute; toolCommands writes it.
     QString inputsFileName(const ToolRequest &request) const;
     // What else the tool makes; relative or absolute as the target.
@@ -96,6 +104,7 @@ public:
                              const QString &target);
     // The files of options that go into this tool's command, absolute; what changes them makes its outputs old.
     QStringList optionFiles(ToolKind kind, const ProjectElement *element, const QString &configuration);
+    bool hasOptionFiles(ToolKind kind, const ProjectElement *element, const QString &configuration) const;
     // A file that a project names by a property: the value where that exists, else behind the project's
     // directory. None when it isn't there, or isn't named.
     std::optional<QString> linkerScript(const ProjectElement *element, const QString &configuration);
@@ -108,6 +117,9 @@ public:
     QStringList languageServiceArguments(const ProjectElement *element, const QString &configuration);
 
 protected:
+    // The program that the driver runs to compile with these arguments; empty when nothing is known of it.
+    virtual QString compilerBehind(const QStringList & /*arguments*/) { return QString(); }
+
     StandardProjectSystem &m_system;
     BuildState &m_state;
 
@@ -123,6 +135,7 @@ private:
         };
         std::vector<Piece> pieces;
         QString directory;
+        QStringList programs; // stamps of the driver and of the compiler
         QString error;
         QStringList warnings;
     };
@@ -145,4 +158,5 @@ private:
     std::map<TemplateKey, Template> m_templates;
     quint64 m_changeCount = 0;   // of the system, when they were made
     QSet<QString> m_directories; // that were made
+    QHash<QString, QString> m_programStamps;
 };

@@ -4,14 +4,16 @@
 #include "build/commands/Builder.h"
 #include "build/commands/Idler.h"
 #include "build/commands/ToolCommands.h"
+#include "build/engine/CompileTemplates_p.h"
 #include "build/engine/ElementBuild_p.h"
-#include "build/engine/ExternalTemplates_p.h"
 #include "build/engine/ProcessPoller.h"
 #include "build/engine/ProjectNodes.h"
+#include "build/engine/SolutionLock.h"
 #include "project/model/ProjectSystem.h"
 
 #include <QDir>
 #include <csignal>
+#include <unistd.h>
 
 using namespace Qt::StringLiterals;
 
@@ -32,7 +34,7 @@ BuildEngine::BuildEngine(StandardProjectSystem &system, ToolCommands &tools, Bui
       m_tools(tools),
       m_state(state),
       m_poller(poller),
-      m_externalTemplates(std::make_unique<ExternalTemplates>())
+      m_compileTemplates(std::make_unique<CompileTemplates>())
 {}
 
 BuildEngine::~BuildEngine() = default;
@@ -49,9 +51,12 @@ BuildResult BuildEngine::buildProject(const ProjectElement *element, const QStri
     m_interrupts = 0;
     m_failedProjects.clear();
     m_listed.clear();
+    SolutionLock lock(m_system.solution()->filePath());
+    if (m_runsTools && (flags & BuildFlag::remove || !(flags & BuildFlag::noRun)))
+        waitForOtherBuild(lock, *builders[0], idler);
     m_times.clear();
     m_tools.refresh();
-    m_externalTemplates->clear();
+    m_compileTemplates->clear();
     for (Builder *builder : builders)
         builder->reset();
     const bool didSomething = buildJobs(element, configuration, builders, idler, flags, followDependencies, batch);
@@ -64,6 +69,18 @@ BuildResult BuildEngine::buildProject(const ProjectElement *element, const QStri
     if (m_state.failed)
         return BuildResult::Failed;
     return didSomething ? BuildResult::Complete : BuildResult::UpToDate;
+}
+
+void BuildEngine::waitForOtherBuild(SolutionLock &lock, Builder &builder, Idler &idler)
+{
+    constexpr int pauseMicroseconds = 20'000;
+    for (bool isTold = false; m_state.goesOn() && !lock.take(); isTold = true) {
+        if (!isTold)
+            builder.reportInfo("Waiting for another build of "_L1 + m_system.solution()->filePath());
+        idler.idle(0);
+        ::usleep(pauseMicroseconds);
+        takeInterrupts();
+    }
 }
 
 bool BuildEngine::buildJobs(const ProjectElement *element, const QString &configuration,
@@ -80,11 +97,7 @@ bool BuildEngine::buildJobs(const ProjectElement *element, const QString &config
     }
     const ProjectElement *project = projectOf(element);
     if (project && (element == project || element->type() == Type::Folder)) {
-        const bool hasStagePostBuild =
-            m_system.value(project, ProjectProperty::project_type, configuration) == "Staging"_L1 &&
-            !m_system.value(project, ProjectProperty::stage_post_build_command, configuration).isEmpty();
-        single = single || flags & BuildFlag::noChildren || hasStagePostBuild ||
-                 isUnityFolder(m_system, element, configuration, flags);
+        single = single || flags & BuildFlag::noChildren || isUnityFolder(m_system, element, configuration, flags);
         addProjectJobs(element, configuration, flags, batch, *builders[0], idler, single, followDependencies, jobs);
         return runJobs(jobs, builders, idler);
     }
@@ -147,7 +160,7 @@ QStringList BuildEngine::takeHelperFiles(const ProjectElement *element)
 // ---- The commands around a project -------------------------------------------------------------------------------
 
 void BuildEngine::runPreBuild(const ProjectElement *project, const QString &configuration, Builder &builder,
-                              Idler &idler, bool force, bool isAlone)
+                              Idler &idler, bool force, bool isAlone, BuildFlags flags)
 {
     using enum ProjectProperty;
     const QString command = m_system.expandedValue(project, pre_build_command, configuration);
@@ -157,7 +170,8 @@ void BuildEngine::runPreBuild(const ProjectElement *project, const QString &conf
         NullBuilder nobody;
         Idler still;
         const int stepsBefore = m_stepsDone;
-        const bool isNeeded = buildElement(project, configuration, &nobody, still, BuildFlag::dryRun);
+        const bool isNeeded =
+            buildElement(project, configuration, &nobody, still, BuildFlag::dryRun | (flags & BuildFlag::noUnity));
         if ((!isNeeded && m_stepsDone == stepsBefore) || !m_state.goesOn())
             return;
     }
@@ -187,6 +201,7 @@ void BuildEngine::runProjectCommand(const QString &command, const QString &direc
 {
     const QString where = m_system.absolutePath(project, directory);
     QDir().mkpath(where);
+    m_times.leaveFirstInstant();
     builder.beginStep(project, title, configuration, 0);
     for (const QString &piece : command.split(" && "_L1)) {
         const QStringList words = splitWords(piece);
@@ -197,8 +212,14 @@ void BuildEngine::runProjectCommand(const QString &command, const QString &direc
             break;
     }
     builder.endStep(project, configuration);
-    m_times.forgetAll(); // it may have written anything
+    anythingWritten();
+}
+
+void BuildEngine::anythingWritten()
+{
+    m_times.forgetAll();
     m_tools.refresh();
+    m_compileTemplates->clear();
 }
 
 // ---- What is known of nodes --------------------------------------------------------------------------------------
@@ -230,16 +251,15 @@ const BuildEngine::NodeFacts &BuildEngine::facts(const ProjectElement *element, 
 
 const QString &BuildEngine::outputOf(const ProjectElement *element, const QString &configuration, BuildFlags flags)
 {
-    const ToolKind kind = factsOf(element, configuration, flags).kind;
     NodeFacts &known = factsOf(element, configuration, flags);
     if (!std::exchange(known.hasOutput, true))
-        known.output = m_tools.outputName(kind, element, configuration, false);
+        known.output = m_tools.outputName(known.kind, element, configuration, false);
     return known.output;
 }
 
 FileTimes::Id BuildEngine::outputId(const ProjectElement *element, const QString &configuration, BuildFlags flags)
 {
-    const QString output = outputOf(element, configuration, flags);
+    const QString &output = outputOf(element, configuration, flags);
     std::optional<FileTimes::Id> &known = factsOf(element, configuration, flags).outputId;
     if (!known)
         known = m_times.id(m_system.absolutePath(element, output));
@@ -278,6 +298,10 @@ std::span<const FileTimes::Id> BuildEngine::dependencyIds(const ProjectElement *
 {
     Record &record = recordOf(element, configuration);
     const QStringList &paths = record.commands.paths();
+    if (qsizetype(record.ids.size()) < paths.size()) {
+        m_times.reserve(2 * paths.size()); // and for what isn't in the record: sources
+        record.ids.reserve(size_t(paths.size()));
+    }
     for (qsizetype index = qsizetype(record.ids.size()); index < paths.size(); ++index)
         record.ids.push_back(m_times.id(::absolutePath(record.directory, paths[index])));
     record.answer.clear();
@@ -300,8 +324,7 @@ void BuildEngine::outputMade(const ProjectElement *element, const QString &confi
     if (!m_runsTools)
         return;
     if (output.isEmpty()) {
-        m_times.forgetAll();
-        m_tools.refresh();
+        anythingWritten();
         return;
     }
     m_times.setWritten(output);

@@ -11,9 +11,10 @@
 #include <unordered_map>
 
 class Builder;
-class ExternalTemplates;
+class CompileTemplates;
 class Idler;
 class ProcessPoller;
+class SolutionLock;
 class StandardProjectSystem;
 class ToolCommands;
 
@@ -79,9 +80,9 @@ public:
     QString buildTitle(const ProjectElement *element, const QString &configuration, BuildFlags flags) const;
 
     // The project's own commands around its jobs. `force`: though nothing is out of date; `ran`: a job of the
-    // project did something. `isAlone`: nothing else is under way.
+    // project did something. `isAlone`: nothing else is under way. `flags`: of the build.
     void runPreBuild(const ProjectElement *project, const QString &configuration, Builder &builder, Idler &idler,
-                     bool force, bool isAlone = true);
+                     bool force, bool isAlone = true, BuildFlags flags = 0);
     void runPostBuild(const ProjectElement *project, const QString &configuration, Builder &builder, Idler &idler,
                       bool ran, bool isAlone = true);
 
@@ -109,7 +110,7 @@ public:
     const NodeFacts &facts(const ProjectElement *element, const QString &configuration, BuildFlags flags);
     const QString &outputOf(const ProjectElement *element, const QString &configuration, BuildFlags flags);
     FileTimes::Id outputId(const ProjectElement *element, const QString &configuration, BuildFlags flags);
-    ExternalTemplates &externalTemplates() { return *m_externalTemplates; }
+    CompileTemplates &compileTemplates() { return *m_compileTemplates; }
 
     // The commands with that hash have made the output. An empty one: they may have written any file.
     void outputMade(const ProjectElement *element, const QString &configuration, const QString &output, quint64 hash);
@@ -140,8 +141,10 @@ private:
 
     Record &recordOf(const ProjectElement *element, const QString &configuration);
     void saveRecords();
+    void anythingWritten(); // by a command
     bool addDependencyJobs(const ProjectElement *project, const QString &configuration, BuildFlags flags,
                            Builder &builder, Idler &idler, bool single, BuildJobs &jobs);
+    void waitForOtherBuild(SolutionLock &lock, Builder &builder, Idler &idler);
     bool buildJobs(const ProjectElement *element, const QString &configuration, std::span<Builder *const> builders,
                    Idler &idler, BuildFlags flags, bool followDependencies, bool batch);
     void runProjectCommand(const QString &command, const QString &directory, const QString &title,
@@ -161,7 +164,7 @@ private:
     QString m_factsConfiguration;
     BuildFlags m_factsFlags = 0;
     quint64 m_factsChanges = 0;
-    std::unique_ptr<ExternalTemplates> m_externalTemplates;
+    std::unique_ptr<CompileTemplates> m_compileTemplates;
     int m_listDepth = 0; // of dependencies
     bool m_isBuilding = false;
     bool m_runsTools = true;

@@ -66,6 +66,13 @@ bool mayStillRun(const BuildJobs &jobs, const ProjectElement *project, const QSt
     return false;
 }
 
+// The command behind a staging wants to know whether any of the files was staged.
+bool isOneJob(const StandardProjectSystem &system, const ProjectElement *project, const QString &configuration)
+{
+    return system.value(project, ProjectProperty::project_type, configuration) == "Staging"_L1 &&
+           !system.value(project, ProjectProperty::stage_post_build_command, configuration).isEmpty();
+}
+
 QString quoted(const QString &name)
 {
     return u'\'' + name + u'\'';
@@ -102,11 +109,12 @@ void BuildEngine::addProjectJobs(const ProjectElement *project, const QString &c
         const int steps = std::min(buildStepCount(project, name, flags), maximumSteps);
         jobs.push_back({project, name, flags | BuildFlag::projectBegin | BuildFlags(steps) << BuildFlag::stepsShift,
                         buildTitle(project, name, flags)});
-        if (single) {
+        if (single || isOneJob(m_system, project, name)) {
             jobs.push_back({project, name, flags | BuildFlag::projectEnd, {}});
             continue;
         }
-        addFolderJobs(project->firstElement(), name, flags, jobs);
+        if (facts(project, name, flags).kind != ToolKind::External) // whose command builds its files
+            addFolderJobs(project->firstElement(), name, flags, jobs);
         jobs.push_back({nullptr, {}, 0, {}});
         jobs.push_back({project, name, flags | BuildFlag::projectEnd | BuildFlag::noChildren, {}});
     }

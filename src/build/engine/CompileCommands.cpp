@@ -2,7 +2,7 @@
 
 #include "base/HException.h"
 #include "base/JsonWriter.h"
-#include "build/commands/ToolCommands.h"
+#include "build/commands/StandardToolCommands.h"
 #include "build/engine/BuildEngine.h"
 #include "project/model/ProjectSystem.h"
 #include "toolchain/ToolDriver.h"
@@ -45,7 +45,10 @@ private:
     static QStringList translated(const QStringList &arguments)
     {
         try {
-            return ToolDriver(DriverOptions::parse(arguments.mid(1))).compileCommand();
+            QStringList command = ToolDriver(DriverOptions::parse(arguments.mid(1))).compileCommand();
+            for (QString &option : command)
+                option = optionForClang(option);
+            return command;
         } catch (const HException &) {
             return {};
         }

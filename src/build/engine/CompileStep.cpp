@@ -3,24 +3,30 @@
 #include "build/commands/CommandText.h"
 #include "build/commands/Idler.h"
 #include "build/engine/BuildEngine.h"
+#include "build/engine/CompileTemplates_p.h"
 #include "build/engine/ElementBuild_p.h"
-#include "build/engine/ExternalTemplates_p.h"
 #include "project/model/ProjectSystem.h"
 
 using namespace Qt::StringLiterals;
 using enum ProjectProperty;
 
-// All that making one object takes.
 struct ElementBuild::CompilePlan
 {
     QString source;                 // absolute
+    QStringList members;            // of a unity folder: what the source includes
     QString target, absoluteTarget; // target: as the command names it
+    bool isExternal = false;        // a command of the solution's
+    bool hasOptionFiles = false;
+    QString error; // why it can't be made
+    quint64 hash = 0;
+};
+
+// What runs for one object, beside an external command.
+struct ElementBuild::CompileSteps
+{
     QStringList preWords, postWords;
     QString preDirectory, preOutput, postDirectory;
-    bool isExternal = false; // a command of the solution's
-    ToolRequest request;     // without one
-    QString error;           // why it can't be made
-    quint64 hash = 0;
+    ToolRequest request; // without an external command
 };
 
 namespace {
@@ -96,30 +102,97 @@ ElementBuild::CompilePlan ElementBuild::planCompile(ToolKind kind)
     CompilePlan plan;
     plan.source =
         m_isUnity ? unityFileName(m_system, m_element, m_configuration) : m_system.path(m_element, m_configuration);
+    if (m_isUnity)
+        plan.members = inputs();
     plan.target = m_engine.outputOf(m_element, m_configuration, m_flags);
-    plan.absoluteTarget = absolute(plan.target);
-    if (!value(compile_pre_build_command).isEmpty()) {
-        plan.preWords = splitWords(expanded(compile_pre_build_command));
-        plan.preDirectory = expandedDirectory(compile_pre_build_command_wd);
-        const QString output = expanded(compile_pre_build_command_output_file_name);
-        plan.preOutput = output.isEmpty() ? output : ::absolutePath(plan.preDirectory, output);
+    if (!plan.target.isEmpty())
+        plan.absoluteTarget = m_engine.times().path(m_engine.outputId(m_element, m_configuration, m_flags));
+    const CompileTemplates::Template &shared = compileTemplate(kind, plan);
+    plan.isExternal = shared.isExternal;
+    plan.hasOptionFiles = shared.hasOptionFiles;
+    if (shared.isOwn) {
+        plan.hash = ownCompileHash(kind, plan);
+        return plan;
     }
-    const bool hasPreOutput = !plan.preWords.isEmpty() && !plan.preOutput.isEmpty();
-    plan.isExternal = !value(externalCompile(kind).command).isEmpty();
+    plan.error = shared.error;
+    CommandHash hash = shared.common;
+    hash.add(plan.source);
+    hash.add(plan.target);
+    if (shared.hasNodeName)
+        hash.add(m_element->displayName());
+    plan.hash = hash.value();
+    return plan;
+}
+
+const CompileTemplates::Template &ElementBuild::compileTemplate(ToolKind kind, const CompilePlan &plan)
+{
+    const auto find = [&]() -> CompileTemplates::Template & {
+        return m_engine.compileTemplates().of(m_system.contextOf(m_element, m_configuration), kind,
+                                              m_flags & BuildFlag::noDepend, m_system.changeCount());
+    };
+    if (const CompileTemplates::Template &known = find(); known.isMade)
+        return known;
+    CompileTemplates::Template made;
+    made.isMade = true;
+    made.isExternal = !value(externalCompile(kind).command).isEmpty();
+    made.hasOptionFiles = m_tools.hasOptionFiles(kind, m_element, m_configuration);
+    made.isOwn =
+        m_isUnity || !value(compile_pre_build_command).isEmpty() || !value(compile_post_build_command).isEmpty();
+    if (made.isExternal)
+        made.isOwn |= !addExternalCompile(kind, plan, made);
+    else if (!made.isOwn)
+        made.isOwn = !m_tools.addShared(request(kind, plan.target, {plan.source}), made.common, made.error);
+    return find() = made; // the tool chain's options may have changed the schema, and so what was found
+}
+
+// False when the commands differ in more than the markers stand for.
+bool ElementBuild::addExternalCompile(ToolKind kind, const CompilePlan &plan, CompileTemplates::Template &made)
+{
+    made.hasNodeName = value(externalCompile(kind).command).contains("ProjectNodeName"_L1);
+    const QString dependencyFile = value(build_dependency_file_name);
+    bool isOwn = dependencyFile.contains(u'$');
+    MacroMap markers;
+    for (const char *own : CompileTemplates::ownMacros)
+        markers.insert(QString::fromLatin1(own), u'\1' + QString::fromLatin1(own));
+    made.common.add(m_directory);
+    const QStringList words = externalCompileWords(kind, plan, &isOwn, made.error, markers);
+    made.common.add(words);
+    made.common.add(m_tools.programStamp(words.value(0), m_directory));
+    made.common.add(dependencyFile);
+    made.common.add(m_system.expandedValue(m_element, build_intermediate_directory, m_configuration, &isOwn));
+    return !isOwn;
+}
+
+quint64 ElementBuild::ownCompileHash(ToolKind kind, CompilePlan &plan)
+{
+    const CompileSteps steps = compileSteps(kind, plan);
+    QStringList around = steps.preWords + steps.postWords;
     if (!plan.isExternal)
-        plan.request = request(kind, plan.target, {hasPreOutput ? plan.preOutput : plan.source});
+        return m_tools.hash(steps.request, around, plan.error);
+    const QStringList words = externalCompileWords(kind, plan, nullptr, plan.error);
+    around += m_tools.programStamp(words.value(0), m_directory);
+    return commandHash(m_directory, words, around);
+}
+
+ElementBuild::CompileSteps ElementBuild::compileSteps(ToolKind kind, const CompilePlan &plan)
+{
+    CompileSteps steps;
+    if (!value(compile_pre_build_command).isEmpty()) {
+        steps.preWords = splitWords(expanded(compile_pre_build_command));
+        steps.preDirectory = expandedDirectory(compile_pre_build_command_wd);
+        const QString output = expanded(compile_pre_build_command_output_file_name);
+        steps.preOutput = output.isEmpty() ? output : ::absolutePath(steps.preDirectory, output);
+    }
+    if (!plan.isExternal) {
+        const bool hasPreOutput = !steps.preWords.isEmpty() && !steps.preOutput.isEmpty();
+        steps.request = request(kind, plan.target, {hasPreOutput ? steps.preOutput : plan.source});
+    }
     if (!value(compile_post_build_command).isEmpty()) {
         const MacroMap macros{{u"TargetPath"_s, plan.absoluteTarget}, {u"RelTargetPath"_s, plan.target}};
-        plan.postWords = splitWords(expanded(compile_post_build_command, macros));
-        plan.postDirectory = expandedDirectory(compile_post_build_command_wd);
+        steps.postWords = splitWords(expanded(compile_post_build_command, macros));
+        steps.postDirectory = expandedDirectory(compile_post_build_command_wd);
     }
-    const QStringList around = plan.preWords + plan.postWords;
-    if (plan.isExternal) {
-        plan.hash = externalCompileHash(kind, plan, around);
-    } else {
-        plan.hash = m_tools.hash(plan.request, around, plan.error);
-    }
-    return plan;
+    return steps;
 }
 
 // The words of the external command. For a template, what differs between the sources of one folder is given by
@@ -166,35 +239,9 @@ QStringList ElementBuild::compileArguments(bool &isExternal)
     const CompilePlan plan = planCompile(kind);
     isExternal = plan.isExternal;
     if (!plan.isExternal)
-        return plan.error.isEmpty() ? m_tools.command(plan.request).arguments : QStringList();
+        return plan.error.isEmpty() ? m_tools.command(compileSteps(kind, plan).request).arguments : QStringList();
     QString error;
     return externalCompileWords(kind, plan, nullptr, error);
-}
-
-// By the template of the folder's sources and what is this one's own. Where the template depends on the source in
-// other ways, by the words themselves.
-quint64 ElementBuild::externalCompileHash(ToolKind kind, CompilePlan &plan, const QStringList &around)
-{
-    ExternalTemplates::Template &made =
-        m_engine.externalTemplates().of(m_system.contextOf(m_element, m_configuration), kind, m_system.changeCount());
-    if (!made.isMade) {
-        const QString dependencyFile = value(build_dependency_file_name);
-        made.isMade = true;
-        made.isOwn = m_isUnity || dependencyFile.contains(u'$');
-        MacroMap markers;
-        for (const char *own : ExternalTemplates::ownMacros)
-            markers.insert(QString::fromLatin1(own), u'\1' + QString::fromLatin1(own));
-        QStringList words = externalCompileWords(kind, plan, &made.isOwn, made.error, markers);
-        words << dependencyFile
-              << m_system.expandedValue(m_element, build_intermediate_directory, m_configuration, &made.isOwn);
-        made.key = QString::number(commandHash(m_directory, words));
-        made.hasNodeName = value(externalCompile(kind).command).contains("ProjectNodeName"_L1);
-    }
-    plan.error = made.error;
-    if (!made.isOwn)
-        return commandHash(made.key,
-                           {plan.source, plan.target, made.hasNodeName ? m_element->displayName() : QString()}, around);
-    return commandHash(m_directory, externalCompileWords(kind, plan, nullptr, plan.error), around);
 }
 
 bool ElementBuild::isCompileUpToDate(ToolKind kind, const CompilePlan &plan)
@@ -206,6 +253,10 @@ bool ElementBuild::isCompileUpToDate(ToolKind kind, const CompilePlan &plan)
     FileTimes &times = m_engine.times();
     if (!test.inputOlder(times.id(plan.source), plan.source))
         return false;
+    for (const QString &member : plan.members) {
+        if (!test.inputOlder(times.id(member), member))
+            return false;
+    }
     CommandRecord &record = m_engine.record(m_element, m_configuration);
     CommandRecord::Entry known = record.entry(plan.absoluteTarget);
     if (known.stamp != test.stamp()) { // made by somebody else
@@ -217,15 +268,16 @@ bool ElementBuild::isCompileUpToDate(ToolKind kind, const CompilePlan &plan)
         if (!test.inputOlder(dependency, times.path(dependency)))
             return false;
     }
-    return test.optionsUpToDate(m_element, m_configuration, kind) &&
+    return test.optionsUpToDate(m_element, m_configuration, kind, plan.hasOptionFiles) &&
            test.commandUpToDate(record, known.command, plan.hash);
 }
 
 void ElementBuild::runCompile(ToolKind kind, const CompilePlan &plan)
 {
     const QString name = m_element->displayName();
-    if (!plan.preWords.isEmpty()) {
-        runStep("Pre-compile command "_L1 + name, {{plan.preDirectory, plan.preWords, plan.preOutput}});
+    const CompileSteps steps = compileSteps(kind, plan);
+    if (!steps.preWords.isEmpty()) {
+        runStep("Pre-compile command "_L1 + name, {{steps.preDirectory, steps.preWords, steps.preOutput}});
         if (!goesOn())
             return;
     }
@@ -237,13 +289,13 @@ void ElementBuild::runCompile(ToolKind kind, const CompilePlan &plan)
         const QLatin1StringView title = kind == ToolKind::Assemble ? "Assembling "_L1 : "Compiling "_L1;
         runStep(title + name, {{m_directory, words, plan.absoluteTarget}});
     } else {
-        m_tools.toolCommands(plan.request, *m_builder);
+        m_tools.toolCommands(steps.request, *m_builder);
     }
     if (goesOn() && kind != ToolKind::Assemble && m_system.isYes(m_element, analyze_after_compile, m_configuration))
-        m_tools.analyzeFile(m_element, m_configuration, *m_builder);
-    if (goesOn() && !plan.postWords.isEmpty())
-        runStep("Post-compile command "_L1 + name, {{plan.postDirectory, plan.postWords, {}}});
-    if (!plan.preWords.isEmpty() || !plan.postWords.isEmpty())
+        analyzeSources();
+    if (goesOn() && !steps.postWords.isEmpty())
+        runStep("Post-compile command "_L1 + name, {{steps.postDirectory, steps.postWords, {}}});
+    if (!steps.preWords.isEmpty() || !steps.postWords.isEmpty())
         anythingMade();
     outputMade(plan.absoluteTarget, plan.hash);
 }

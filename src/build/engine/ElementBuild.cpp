@@ -1,10 +1,13 @@
 #include "build/engine/ElementBuild_p.h"
 
 #include "base/CommandWords.h"
+#include "base/HException.h"
+#include "base/SafeFile.h"
 #include "build/commands/Builder.h"
 #include "build/commands/Idler.h"
 #include "build/engine/BuildEngine.h"
 #include "build/engine/BuildThread.h"
+#include "build/engine/ProjectNodes.h"
 #include "project/model/ProjectSystem.h"
 
 #include <QDir>
@@ -51,6 +54,8 @@ bool ElementBuild::run()
 bool ElementBuild::buildStep(ToolKind kind)
 {
     const bool isProject = m_element->type() == ProjectElement::Type::Project;
+    if (isPassedOver(kind))
+        return false;
     switch (kind) {
     case ToolKind::None: return m_element->type() == ProjectElement::Type::Folder && m_isForced;
     case ToolKind::Excluded: return false;
@@ -64,6 +69,30 @@ bool ElementBuild::buildStep(ToolKind kind)
     case ToolKind::Combine: return combine();
     }
     return false;
+}
+
+// With keep-going: what it is made from couldn't be made, and the tool would only say that it isn't there, or take
+// what an older build has left.
+bool ElementBuild::isPassedOver(ToolKind kind)
+{
+    if (!m_engine.failureCount() || kind == ToolKind::None || kind == ToolKind::Excluded || isCompile(kind))
+        return false;
+    const bool isProject = m_element->type() == ProjectElement::Type::Project;
+    QString cause = isProject && m_engine.hasFailed(m_element, m_configuration) ? u"one of its own steps"_s : QString();
+    if (cause.isEmpty() && kind != ToolKind::Archive) {
+        for (const ProjectElement *dependency :
+             transitiveDependencies(m_system, projectOf(m_element), m_configuration)) {
+            if (m_engine.hasFailed(dependency, m_configuration))
+                cause = u'\'' + dependency->displayName() + u'\'';
+        }
+    }
+    if (cause.isEmpty())
+        return false;
+    if (m_builder)
+        m_builder->reportInfo(u'\'' + m_element->displayName() + "' is passed over because "_L1 + cause + " failed"_L1);
+    if (isProject && !m_engine.hasFailed(m_element, m_configuration))
+        m_engine.jobFailed(m_element, m_configuration);
+    return true;
 }
 
 bool ElementBuild::buildChildren()
@@ -86,31 +115,56 @@ bool ElementBuild::buildUnityMembers()
     const UnityFiles files = unityFiles(m_system, m_element, m_configuration);
     if (removes())
         removeFile(path);
-    if (!(m_flags & BuildFlag::noRun)) {
-        QByteArray text;
-        for (const ProjectElement *member : files.members)
-            text += "#include \"" + QFile::encodeName(m_system.path(member, m_configuration)) + "\"\n";
-        QFile file(path);
-        const bool isSame = !m_isForced && file.open(QFile::ReadOnly) && file.readAll() == text;
-        file.close();
-        if (!isSame && QDir().mkpath(QFileInfo(path).path()) && file.open(QFile::WriteOnly | QFile::Truncate)) {
-            file.write(text);
-            m_engine.times().setWritten(path);
-        }
-        m_engine.noteHelperFile(m_element, path);
-    }
+    if (!(m_flags & (BuildFlag::noRun | BuildFlag::analyze)) && !writeUnityFile(path, files))
+        return false;
     bool didSomething = false;
     for (const ProjectElement *file : files.excluded)
         didSomething |= m_engine.buildElement(file, m_configuration, m_builder, m_idler, m_flags);
     return didSomething;
 }
 
+bool ElementBuild::writeUnityFile(const QString &path, const UnityFiles &files)
+{
+    QByteArray text;
+    for (const ProjectElement *member : files.members)
+        text += "#include \"" + QFile::encodeName(m_system.path(member, m_configuration)) + "\"\n";
+    QFile file(path);
+    const bool isSame = !m_isForced && file.open(QFile::ReadOnly) && file.readAll() == text;
+    file.close();
+    if (!isSame) {
+        QDir().mkpath(QFileInfo(path).path());
+        try {
+            writeFileSafely(path, text);
+        } catch (const HException &e) {
+            fail(e.message());
+            return false;
+        }
+        m_engine.times().setWritten(path);
+    }
+    m_engine.noteHelperFile(m_element, path);
+    return true;
+}
+
 bool ElementBuild::analyze(ToolKind kind)
 {
+    if (kind == ToolKind::None || kind == ToolKind::Excluded || kind == ToolKind::External)
+        return false; // no step of the build either
     m_idler.stepStarted(m_element, m_configuration);
     if ((kind == ToolKind::CCompile || kind == ToolKind::CppCompile) && runsTools())
-        m_tools.analyzeFile(m_element, m_configuration, *m_builder);
+        analyzeSources();
     return true;
+}
+
+// Of a unity folder its members one by one: the file that includes them is ours.
+void ElementBuild::analyzeSources()
+{
+    QList<const ProjectElement *> sources{m_element};
+    if (m_isUnity)
+        sources = unityFiles(m_system, m_element, m_configuration).members;
+    for (const ProjectElement *source : sources) {
+        if (goesOn())
+            m_tools.analyzeFile(source, m_configuration, *m_builder);
+    }
 }
 
 bool ElementBuild::runExternal()

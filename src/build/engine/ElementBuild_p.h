@@ -2,6 +2,7 @@
 
 #include "build/commands/BuildFlags.h"
 #include "build/commands/ToolCommands.h"
+#include "build/engine/CompileTemplates_p.h"
 #include "build/engine/UpToDate.h"
 #include "xml/macros/MacroExpansion.h"
 
@@ -32,9 +33,12 @@ private:
 
     // Each true when it ran, or would have.
     bool buildUnityMembers();
+    bool writeUnityFile(const QString &path, const UnityFiles &files);
     bool buildChildren();
     bool buildStep(ToolKind kind);
+    bool isPassedOver(ToolKind kind);
     bool analyze(ToolKind kind);
+    void analyzeSources();
     bool compile(ToolKind kind);
     bool runExternal();
     bool stageFile();
@@ -43,10 +47,14 @@ private:
 
     // Compile.
     struct CompilePlan;
+    struct CompileSteps;
     CompilePlan planCompile(ToolKind kind);
+    const CompileTemplates::Template &compileTemplate(ToolKind kind, const CompilePlan &plan);
+    bool addExternalCompile(ToolKind kind, const CompilePlan &plan, CompileTemplates::Template &made);
+    quint64 ownCompileHash(ToolKind kind, CompilePlan &plan);
+    CompileSteps compileSteps(ToolKind kind, const CompilePlan &plan);
     QStringList externalCompileWords(ToolKind kind, const CompilePlan &plan, bool *isOwn, QString &error,
                                      const MacroMap &markers = {});
-    quint64 externalCompileHash(ToolKind kind, CompilePlan &plan, const QStringList &around);
     bool isCompileUpToDate(ToolKind kind, const CompilePlan &plan);
     void runCompile(ToolKind kind, const CompilePlan &plan);
 
@@ -61,9 +69,8 @@ private:
     bool isLinkUpToDate(const LinkPlan &plan);
     bool runLinkCommand(const LinkPlan &plan);
     bool writeObjectsFile(const LinkPlan &plan);
-    void removeLinkOutputs(const LinkPlan &plan, bool isQuiet);
+    void removeLinkOutputs(const LinkPlan &plan, bool isSilent);
     void runLinkPostBuild(const LinkPlan &plan);
-    bool isPassedOver(ToolKind kind);
 
     // Stage and combine.
     void gatherFiles(const ProjectElement *parent, QStringList &files);

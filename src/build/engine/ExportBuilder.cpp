@@ -15,7 +15,7 @@ using namespace Qt::StringLiterals;
 
 namespace {
 
-constexpr auto recipeIndent = "  "_L1;
+constexpr auto recipeIndent = "  "_L1, equals = "$(equals)"_L1;
 constexpr qsizetype namesPerLine = 100; // of a command that writes a file
 
 // A word for a shell. One that only has a blank stands in double quotes.
@@ -28,6 +28,13 @@ QString shellWord(const QString &word)
         return word.contains(u' ') ? u'"' + word + u'"' : word;
     QString quoted = word;
     return u'\'' + quoted.replace(u'\'', "'\\''"_L1) + u'\'';
+}
+
+QString doubleQuoted(QString word)
+{
+    for (const char special : {'\\', '"', '$', '`'})
+        word.replace(QLatin1Char(special), u'\\' + QString(QLatin1Char(special)));
+    return u'"' + word + u'"';
 }
 
 // The words of a command as a shell reads them. Redirections are the process's own, which a shell has in part only.
@@ -85,12 +92,21 @@ void ExportBuilder::startCommand(const QString &directory, const QStringList &ar
     if (m_form == Form::Commands) {
         if (!output.isEmpty() && m_madeDirectories.insert(outputDirectory).second)
             m_lines += "mkdir -p "_L1 + shellWord(outputDirectory);
-        if (directory != m_currentDirectory)
-            m_lines += "cd \""_L1 + directory + u'"';
+        if (directory != m_currentDirectory) {
+            if (isOwnDirectory(directory) && m_madeDirectories.insert(directory).second)
+                m_lines += "mkdir -p "_L1 + shellWord(directory);
+            m_lines += "cd "_L1 + doubleQuoted(directory);
+        }
         m_currentDirectory = directory;
     }
     writeHelperFiles(directory);
     addCommand(directory, shellLine(arguments));
+}
+
+// Of a command alone, which a build makes.
+bool ExportBuilder::isOwnDirectory(const QString &directory) const
+{
+    return m_element && directory != m_engine.system().projectDirectory(m_element);
 }
 
 void ExportBuilder::addCommand(const QString &directory, const QString &line)
@@ -101,7 +117,11 @@ void ExportBuilder::addCommand(const QString &directory, const QString &line)
     }
     if (!m_element)
         return;
-    QString recipe = directory == m_base ? line : "cd "_L1 + shellWord(directory) + " && "_L1 + line;
+    QString recipe = line;
+    if (directory != m_base)
+        recipe.prepend("cd "_L1 + shellWord(directory) + " && "_L1);
+    if (isOwnDirectory(directory))
+        recipe.prepend("mkdir -p "_L1 + shellWord(directory) + " && "_L1);
     project(m_element, m_configuration).rules.back().recipe += recipe.replace(u'$', "$$"_L1);
 }
 
@@ -186,23 +206,32 @@ QString ExportBuilder::projectTarget(const Project &project) const
     return isMade ? project.rules.back().target : project.name;
 }
 
-QString ExportBuilder::ruleName(const QString &path) const
+// As make reads it in a rule. An equals sign would make a variable of it, and only a target can be a pattern.
+QString ExportBuilder::ruleName(const QString &path, bool isTarget) const
 {
     QString name = path;
     if (path.startsWith(m_base + u'/'))
         name = path.mid(m_base.size() + 1);
     name.replace(u'$', "$$"_L1);
-    for (const char special : {'#', '%', ' ', ':'})
+    for (const char special : {'#', ' ', ':', '*', '?', '[', ']'})
         name.replace(QLatin1Char(special), u'\\' + QString(QLatin1Char(special)));
-    return name;
+    if (isTarget)
+        name.replace(u'%', "\\%"_L1);
+    return name.replace(u'=', equals);
 }
 
 QStringList ExportBuilder::makeLines() const
 {
-    QStringList lines{u"all: \\"_s};
-    for (const ProjectKey &key : m_order)
-        lines += recipeIndent + ruleName(projectTarget(m_projects.at(key))) + " \\"_L1;
-    lines += {QString(), u".RECIPEPREFIX := $(empty) $(empty)"_s};
+    QStringList lines{u"all: \\"_s}, later;
+    for (const ProjectKey &key : m_order) {
+        const QString name = ruleName(projectTarget(m_projects.at(key)));
+        if (name.contains(equals)) // which isn't known yet
+            later += "all: "_L1 + name;
+        else
+            lines += recipeIndent + name + " \\"_L1;
+    }
+    lines += {QString(), u".RECIPEPREFIX := $(empty) $(empty)"_s, u"equals := ="_s};
+    lines += later;
     std::set<QString> directories;
     for (const ProjectKey &key : m_order) {
         const Project &project = m_projects.at(key);
@@ -217,7 +246,7 @@ QStringList ExportBuilder::makeLines() const
         }
     }
     for (const QString &directory : directories)
-        lines += {QString(), ruleName(directory) + u':',
+        lines += {QString(), ruleName(directory, true) + u':',
                   recipeIndent + "mkdir -p "_L1 + shellWord(directory).replace(u'$', "$$"_L1)};
     return lines;
 }
@@ -233,7 +262,7 @@ void ExportBuilder::addRuleLines(const Project &project, const Rule &rule, std::
         lines += "-include "_L1 + ruleName(isElsewhere ? renamed : rule.dependencyFile);
     if (!rule.isFile)
         lines += ".PHONY: "_L1 + ruleName(rule.target);
-    QString line = ruleName(rule.target) + u':';
+    QString line = ruleName(rule.target, true) + u':';
     for (const QString &input : rule.inputs)
         line += u' ' + ruleName(input);
     QStringList before;

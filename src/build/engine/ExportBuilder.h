@@ -59,12 +59,13 @@ private:
     Project &project(const ProjectElement *element, const QString &configuration);
     Rule &beginRule(Project &project, const ProjectElement *element, const QString &configuration, bool isPreBuild);
     QString projectTarget(const Project &project) const;
+    bool isOwnDirectory(const QString &directory) const;
     void addCommand(const QString &directory, const QString &line);
     void writeHelperFiles(const QString &directory);
     QStringList makeLines() const;
     void addRuleLines(const Project &project, const Rule &rule, std::set<QString> &directories,
                       QStringList &lines) const;
-    QString ruleName(const QString &path) const;
+    QString ruleName(const QString &path, bool isTarget = false) const;
 
     BuildEngine &m_engine;
     const Form m_form;

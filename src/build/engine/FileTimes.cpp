@@ -6,11 +6,19 @@
 #include <ctime>
 #include <fcntl.h>
 #include <sys/stat.h>
+#include <unistd.h>
 
 namespace {
 
 constexpr qint64 nanoseconds = 1'000'000'000;
 constexpr size_t mostDirectories = 8; // kept open
+
+qint64 clockTime(clockid_t clock)
+{
+    timespec time;
+    clock_gettime(clock, &time);
+    return time.tv_sec * nanoseconds + time.tv_nsec;
+}
 
 } // namespace
 
@@ -25,12 +33,19 @@ FileTimes::Id FileTimes::id(const QString &path)
     return id;
 }
 
+void FileTimes::reserve(qsizetype count)
+{
+    m_ids.reserve(m_ids.size() + count);
+    m_files.reserve(m_files.size() + size_t(count));
+}
+
 FileStamp FileTimes::stamp(Id id)
 {
     File &file = m_files[id];
     if (!file.isKnown) {
         file.stamp = ask(file.path);
         file.isKnown = true;
+        file.isWritten |= file.stamp.time > m_began && file.stamp.time <= now();
     }
     return file.stamp;
 }
@@ -58,8 +73,9 @@ int FileTimes::directory(QStringView path)
 FileStamp FileTimes::ask(const QString &path)
 {
     const QStringView whole = path;
-    const int from = directory(whole.first(std::max<qsizetype>(whole.lastIndexOf(u'/'), 0)));
-    const QStringView name = from == AT_FDCWD ? whole : whole.sliced(whole.lastIndexOf(u'/') + 1);
+    const qsizetype slash = path.lastIndexOf(u'/');
+    const int from = directory(whole.first(std::max<qsizetype>(slash, 0)));
+    const QStringView name = from == AT_FDCWD ? whole : whole.sliced(slash + 1);
     // Nearly all names are ASCII.
     char ascii[PATH_MAX];
     const bool isAscii = name.size() < PATH_MAX && !name.isEmpty() &&
@@ -104,12 +120,18 @@ void FileTimes::clear()
     m_ids.clear();
     m_files.clear();
     m_now = 0;
+    m_began = clockTime(CLOCK_REALTIME);
+}
+
+void FileTimes::leaveFirstInstant() const
+{
+    constexpr int mostTurns = 40; // the clock may have been set back
+    for (int turn = 0; turn < mostTurns && clockTime(CLOCK_REALTIME_COARSE) <= m_began; ++turn)
+        ::usleep(500);
 }
 
 qint64 FileTimes::now()
 {
-    timespec time;
-    clock_gettime(CLOCK_REALTIME, &time);
-    m_now = std::max(m_now, time.tv_sec * nanoseconds + time.tv_nsec);
+    m_now = std::max(m_now, clockTime(CLOCK_REALTIME));
     return m_now;
 }

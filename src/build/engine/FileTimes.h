@@ -7,6 +7,9 @@
 #include <vector>
 
 // Times of files, each asked of the system once in a build. What a build writes is forgotten and so asked again.
+//
+// What this build has written counts as newer than what was there when it began, however quickly: setWritten() says
+// so, and of what a command wrote without telling it is seen by the time.
 class FileTimes
 {
 public:
@@ -15,6 +18,7 @@ public:
     // Of an absolute path; stays valid until clear().
     Id id(const QString &path);
     const QString &path(Id id) const { return m_files[id].path; }
+    void reserve(qsizetype count); // for that many more ids
     // Time 0: no such file.
     FileStamp stamp(Id id);
     FileStamp stamp(const QString &path) { return stamp(id(path)); }
@@ -22,11 +26,13 @@ public:
 
     void forget(const QString &path); // it was deleted or may have changed
     void forgetAll();
-    // This build has written it: it counts as newer than what was there when the build began, however quickly.
     void setWritten(const QString &path);
+    // Before a command that may write anything: waits until the clock that stamps files, which many systems move on
+    // every few milliseconds only, has passed the beginning of the build.
+    void leaveFirstInstant() const;
     bool isWritten(Id id) const { return m_files[id].isWritten; }
 
-    // For a new build.
+    // For a new build, which begins now.
     void clear();
     // Nanoseconds since 1970, at least as late as the last call.
     qint64 now();
@@ -55,4 +61,5 @@ private:
     QHash<QString, Id> m_ids;
     std::vector<File> m_files;
     qint64 m_now = 0;
+    qint64 m_began = 0;
 };

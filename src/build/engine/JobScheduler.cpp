@@ -5,11 +5,14 @@
 #include "build/engine/ProcessPoller.h"
 #include "build/engine/ProjectNodes.h"
 
+#include <QElapsedTimer>
 #include <QList>
 
 using namespace Qt::StringLiterals;
 
 namespace {
+
+constexpr int patienceMs = 1000; // with what was told to stop
 
 // Works off a job list: each job in the lowest free slot, a barrier when all are free.
 class JobScheduler
@@ -77,7 +80,7 @@ void JobScheduler::beginProject(const BuildJob &job)
     if (!(job.flags & BuildFlag::noRun)) {
         Builder &builder = projectBuilder(freeSlot());
         m_engine.runPreBuild(job.element, job.configuration, builder, m_idler, job.flags & BuildFlag::force,
-                             busyCount() == 0);
+                             busyCount() == 0, job.flags);
         if (m_state.failed) {
             m_passedOver.insert(keyOf(job.element, job.configuration));
             takeFailure(builder, job.element, job.configuration, job.flags);
@@ -171,6 +174,9 @@ void JobScheduler::takeFailure(Builder &builder, const ProjectElement *element, 
 // What runs ends its command; what that job would have run behind it is dropped.
 void JobScheduler::endEarly()
 {
+    QElapsedTimer timer;
+    timer.start();
+    bool isTold = false;
     for (;;) {
         m_idler.idle(int(busyCount()));
         m_engine.takeInterrupts();
@@ -184,6 +190,10 @@ void JobScheduler::endEarly()
         }
         if (busyCount() == 0)
             break;
+        if (m_state.stop && !isTold && timer.elapsed() > patienceMs) {
+            isTold = true;
+            m_builders[0]->reportInfo(u"Waiting for commands that don't stop; another interrupt kills them"_s);
+        }
         if (ProcessPoller *poller = m_engine.poller())
             poller->wait();
     }

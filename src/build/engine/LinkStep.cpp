@@ -46,8 +46,6 @@ QString quotedWords(const QStringList &words)
 bool ElementBuild::linkOrArchive(ToolKind kind)
 {
     m_idler.stepStarted(m_element, m_configuration);
-    if (isPassedOver(kind))
-        return false;
     LinkPlan plan;
     plan.kind = kind;
     if (!planLink(plan))
@@ -57,7 +55,7 @@ bool ElementBuild::linkOrArchive(ToolKind kind)
         return false;
     }
     if (removes())
-        removeLinkOutputs(plan, isQuiet());
+        removeLinkOutputs(plan, false);
     if (!runsTools())
         return true;
     const bool isLink = kind == ToolKind::Link;
@@ -83,26 +81,6 @@ bool ElementBuild::linkOrArchive(ToolKind kind)
     return true;
 }
 
-// With keep-going: what it links couldn't be made, and the linker would only say that it isn't there.
-bool ElementBuild::isPassedOver(ToolKind kind)
-{
-    const ProjectElement *cause = m_engine.hasFailed(m_element, m_configuration) ? m_element : nullptr;
-    if (!cause && kind == ToolKind::Link) {
-        for (const ProjectElement *dependency : transitiveDependencies(m_system, m_element, m_configuration)) {
-            if (m_engine.hasFailed(dependency, m_configuration))
-                cause = dependency;
-        }
-    }
-    if (!cause)
-        return false;
-    if (m_builder)
-        m_builder->reportInfo(u'\'' + m_element->displayName() + "' is passed over because '"_L1 +
-                              cause->displayName() + "' failed"_L1);
-    if (cause != m_element)
-        m_engine.jobFailed(m_element, m_configuration);
-    return true;
-}
-
 // False when the build can't go on.
 bool ElementBuild::planLink(LinkPlan &plan)
 {
@@ -110,11 +88,13 @@ bool ElementBuild::planLink(LinkPlan &plan)
     plan.target = m_tools.outputName(plan.kind, m_element, m_configuration, false);
     plan.absoluteTarget = absolute(plan.target);
     gatherObjects(m_element, false, plan.objects, &plan.objectIds);
-    QStringList sorted = plan.objects;
-    sorted.sort();
-    const auto twice = std::adjacent_find(sorted.cbegin(), sorted.cend());
-    if (twice != sorted.cend()) {
-        fail("The object file "_L1 + *twice + " has been supplied more than once"_L1);
+    std::vector<FileTimes::Id> sorted = plan.objectIds; // a number is compared faster than a path
+    std::sort(sorted.begin(), sorted.end());
+    const auto twice = std::adjacent_find(sorted.begin(), sorted.end());
+    if (twice != sorted.end()) {
+        const auto first = std::find(plan.objectIds.begin(), plan.objectIds.end(), *twice);
+        fail("The object file "_L1 + plan.objects[first - plan.objectIds.begin()] +
+             " has been supplied more than once"_L1);
         return false;
     }
     plan.inputs = plan.objects;
@@ -138,12 +118,11 @@ bool ElementBuild::planLink(LinkPlan &plan)
         QStringList words;
         for (const Command &command : plan.external)
             words += command.arguments;
+        words += m_tools.programStamp(words.value(0), m_directory);
         plan.hash = commandHash(m_directory, words, plan.inputs + around);
     } else {
         plan.request = request(plan.kind, plan.target, plan.inputs);
-        const ToolCommand command = m_tools.command(plan.request);
-        plan.error = command.error;
-        plan.hash = commandHash(command.directory, command.arguments, command.inputs + around);
+        plan.hash = m_tools.hash(plan.request, around, plan.error);
     }
     return true;
 }
@@ -295,10 +274,10 @@ bool ElementBuild::writeObjectsFile(const LinkPlan &plan)
     return true;
 }
 
-void ElementBuild::removeLinkOutputs(const LinkPlan &plan, bool isQuiet)
+void ElementBuild::removeLinkOutputs(const LinkPlan &plan, bool isSilent)
 {
     const auto remove = [&](const QString &path) {
-        if (isQuiet)
+        if (isSilent)
             QFile::remove(path);
         else
             removeFile(path);
@@ -308,6 +287,14 @@ void ElementBuild::removeLinkOutputs(const LinkPlan &plan, bool isQuiet)
         remove(absolute(extra));
     if (!plan.mapFile.isEmpty())
         remove(plan.mapFile);
+    if (plan.external.empty()) { // what goes between us and the driver, in silence
+        const QString inputs = m_tools.inputsFileName(plan.request);
+        QFile::remove(inputs);
+        if (plan.kind == ToolKind::Link && !m_tools.linkerScript(m_element, m_configuration))
+            QFile::remove(inputs.chopped(3) + "ld"_L1);
+    } else if (!plan.objectsFile.isEmpty()) {
+        QFile::remove(plan.objectsFile);
+    }
 }
 
 void ElementBuild::runLinkPostBuild(const LinkPlan &plan)

@@ -128,7 +128,7 @@ Process::~Process()
 bool Process::start(const QStringList &arguments, const QString &directory, bool wait)
 {
     Q_ASSERT(!isRunning());
-    m_status = 0;
+    m_status = m_signal = 0;
     m_error.clear();
     Command command;
     command.words.reserve(size_t(arguments.size()));
@@ -298,10 +298,8 @@ bool Process::reap()
     }
     m_pid = -1;
     m_end.close();
-    if (ended < 0)
-        m_status = -1;
-    else
-        m_status = WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
+    m_signal = ended > 0 && WIFSIGNALED(status) ? WTERMSIG(status) : 0;
+    m_status = ended < 0 ? -1 : m_signal ? 128 + m_signal : WEXITSTATUS(status);
     return true;
 }
 

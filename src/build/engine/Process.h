@@ -38,6 +38,7 @@ public:
 
     bool isRunning() const { return m_pid > 0; }
     int exitStatus() const { return m_status; } // of the last child; 128 + signal when one ended it
+    int endSignal() const { return m_signal; }  // that signal; 0 when it ended by itself
     QString errorString() const { return m_error; }
 
     // Marks this as stopped, until clearStop(), and sends the signal to the child and its children.
@@ -73,5 +74,6 @@ private:
     bool m_isReady = false;
     bool m_isStopped = false;
     int m_status = 0;
+    int m_signal = 0;
     QString m_error;
 };

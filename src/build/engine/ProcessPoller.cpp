@@ -13,13 +13,15 @@ namespace {
 // Systems without descriptors for processes are asked again after so long.
 constexpr int blindWaitMs = 2;
 
-constexpr std::array caughtSignals = {SIGINT, SIGTERM, SIGHUP};
+constexpr std::array caughtSignals = {SIGINT, SIGTERM, SIGHUP, SIGPIPE};
 volatile std::sig_atomic_t interruptCount = 0;
 int interruptPipe[2] = {-1, -1};
 std::array<struct sigaction, caughtSignals.size()> previousActions;
 
-void countInterrupt(int)
+void countInterrupt(int signal)
 {
+    if (signal == SIGPIPE && interruptCount > 0)
+        return;
     const int error = errno;
     interruptCount = interruptCount + 1;
     [[maybe_unused]] const ssize_t written = ::write(interruptPipe[1], "", 1);
@@ -88,8 +90,11 @@ InterruptCatcher::InterruptCatcher()
     struct sigaction action = {};
     action.sa_handler = countInterrupt;
     sigemptyset(&action.sa_mask);
-    for (size_t index = 0; index < caughtSignals.size(); ++index)
+    for (size_t index = 0; index < caughtSignals.size(); ++index) {
         sigaction(caughtSignals[index], &action, &previousActions[index]);
+        if (caughtSignals[index] == SIGHUP && previousActions[index].sa_handler == SIG_IGN)
+            sigaction(SIGHUP, &previousActions[index], nullptr);
+    }
 }
 
 InterruptCatcher::~InterruptCatcher()

@@ -26,8 +26,9 @@ private:
     std::vector<Process *> m_processes; // all, with and without child
 };
 
-// While it lives SIGINT, SIGTERM and SIGHUP are counted in place of ending the program, and wake a waiting poller.
-// One at a time.
+// While it lives SIGINT, SIGTERM, SIGHUP and SIGPIPE are counted in place of ending the program, and wake a waiting
+// poller. SIGPIPE counts only as the first, since each further line for a reader that has gone brings another. SIGHUP
+// stays ignored where it was ("nohup"). One at a time.
 class InterruptCatcher
 {
 public:

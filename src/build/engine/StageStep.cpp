@@ -41,6 +41,7 @@ bool ElementBuild::stageFile()
 
 bool ElementBuild::stageProject()
 {
+    m_idler.stepStarted(m_element, m_configuration);
     const QStringList words = splitWords(expanded(stage_post_build_command));
     if (words.isEmpty() || !m_isForced || !runsTools())
         return false;
@@ -83,8 +84,11 @@ bool ElementBuild::combine()
 void ElementBuild::runCopy(const QString &title, const QString &target, const Commands &pieces,
                            ProjectProperty setReadOnly, const QString &directory, quint64 hash)
 {
-    if (pieces.empty() && !isQuiet())
-        m_builder->reportNote(u"nothing to do"_s);
+    if (pieces.empty()) {
+        if (!isQuiet())
+            m_builder->reportNote(u"nothing to do"_s);
+        return;
+    }
     Commands all = pieces;
     const QString readOnly = value(setReadOnly);
     if (!target.isEmpty() && readOnly != "Don't"_L1) {
@@ -92,8 +96,6 @@ void ElementBuild::runCopy(const QString &title, const QString &target, const Co
             QFile::remove(absolute(target)); // the last copy may be read-only
         all.push_back({directory, {u"chmod"_s, readOnly == "Yes"_L1 ? u"-w"_s : u"+w"_s, absolute(target)}});
     }
-    if (all.empty())
-        return;
     QDir().mkpath(directory);
     runStep(title, all);
     anythingMade();

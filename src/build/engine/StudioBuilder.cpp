@@ -11,6 +11,7 @@
 #include <QDir>
 #include <QFileInfo>
 #include <csignal>
+#include <cstring>
 
 using namespace Qt::StringLiterals;
 
@@ -112,6 +113,7 @@ void StudioBuilder::runCommand(const QString &directory, const QStringList &argu
 void StudioBuilder::startCommand(const QString &directory, const QStringList &arguments, const QString &output)
 {
     m_output = output;
+    m_program = arguments.value(0);
     m_hasCommand = false;
     if (!output.isEmpty() && !QDir().mkpath(QFileInfo(output).path())) {
         reportError("Error creating directory "_L1 + QFileInfo(output).path());
@@ -119,9 +121,9 @@ void StudioBuilder::startCommand(const QString &directory, const QStringList &ar
         return;
     }
     commandStarted(directory, arguments);
-    m_parser = std::make_unique<CompilerDiagnosticParser>(directory, arguments.value(0));
+    m_parser = std::make_unique<CompilerDiagnosticParser>(directory, m_program);
     if (!start(installedCommand(arguments), directory)) {
-        reportError("Error starting process "_L1 + arguments.value(0));
+        reportError("Error starting process "_L1 + m_program);
         reportInfo(errorString());
         fail();
         return;
@@ -140,8 +142,9 @@ bool StudioBuilder::pollCommand(const ProjectElement *element, const QString &co
         m_parser->finished(element, configuration, m_output);
         return true;
     }
-    if (exitStatus() > 128 && !isStopped())
-        reportError(u"A process was ended by signal "_s + QString::number(exitStatus() - 128));
+    if (endSignal() && !isStopped())
+        reportError(u"'%1' was ended by signal %2 (%3)"_s.arg(m_program, QString::number(endSignal()),
+                                                              QString::fromLatin1(sigdescr_np(endSignal()))));
     fail();
     if (isStopped())
         markFailed();

@@ -75,7 +75,7 @@ private:
     bool m_showsCommands = false;
     Step m_job{};
     std::vector<Step> m_steps;
-    QString m_output; // of the command that runs
+    QString m_program, m_output; // of the command that runs
     bool m_hasCommand = false;
     std::unique_ptr<DiagnosticParser> m_parser;
 };

@@ -74,7 +74,8 @@ bool UpToDate::inputsOlder(const QString &directory, const QStringList &inputs)
     });
 }
 
-bool UpToDate::optionsUpToDate(const ProjectElement *element, const QString &configuration, ToolKind kind)
+bool UpToDate::optionsUpToDate(const ProjectElement *element, const QString &configuration, ToolKind kind,
+                               bool hasFiles)
 {
     StandardProjectSystem &system = m_engine.system();
     const std::optional<BuildTool> tool = buildToolOf(kind);
@@ -89,7 +90,7 @@ bool UpToDate::optionsUpToDate(const ProjectElement *element, const QString &con
         tell(change.propertyClass->name + " property has changed."_L1);
         return false;
     }
-    return inputsOlder({}, m_engine.tools().optionFiles(kind, element, configuration));
+    return !hasFiles || inputsOlder({}, m_engine.tools().optionFiles(kind, element, configuration));
 }
 
 bool UpToDate::commandUpToDate(const ProjectElement *element, const QString &configuration, quint64 hash)

@@ -18,8 +18,9 @@ public:
     bool inputOlder(FileTimes::Id input, const QString &name);
     bool inputsOlder(const QString &directory, const QStringList &inputs);
     bool exists(const QString &directory, const QString &name); // of a further output
-    // No property that goes into the tool's command was changed since.
-    bool optionsUpToDate(const ProjectElement *element, const QString &configuration, ToolKind kind);
+    // No property or file of options that goes into the tool's command was changed since.
+    bool optionsUpToDate(const ProjectElement *element, const QString &configuration, ToolKind kind,
+                         bool hasFiles = true);
     // The command with that hash made it, as far as is known. `known`: the one on record, 0 for none.
     bool commandUpToDate(const ProjectElement *element, const QString &configuration, quint64 hash);
     bool commandUpToDate(CommandRecord &record, quint64 known, quint64 hash);

@@ -147,11 +147,46 @@ int build(const CommandArguments &arguments, LoadedSolution &loaded)
     return outcome.isDone() ? exitDone : exitFailed;
 }
 
+// What --list, --get and --set are about.
+ProjectElement &askedNode(const CommandArguments &arguments, LoadedSolution &loaded, const QString &configuration)
+{
+    return arguments.has("node") ? loaded.node(arguments.value("node"), configuration)
+                                 : chosenElement(arguments, loaded, configuration);
+}
+
+// Options that mean something with others only.
+void checkCompanions(const CommandArguments &arguments)
+{
+    static constexpr struct
+    {
+        const char *option;
+        std::array<const char *, 3> companions;
+    } table[] = {
+        {"expand", {"get"}},
+        {"trace-value", {"get"}},
+        {"output", {"export"}},
+        {"node", {"list", "get", "set"}},
+    };
+    for (const auto &[option, companions] : table) {
+        QStringList names;
+        bool isUseful = !arguments.has(option);
+        for (const char *name : companions) {
+            if (!name)
+                continue;
+            names.append("--"_L1 + QLatin1StringView(name));
+            isUseful |= arguments.has(name);
+        }
+        if (!isUseful)
+            throw UsageError(u"--%1 goes with %2"_s.arg(QLatin1StringView(option), names.join(" or "_L1)));
+    }
+}
+
 int run(const CommandArguments &arguments)
 {
     const QByteArray query = oneOf(arguments, {"list", "get", "set", "command", "export", "rebuild", "clean", "check"});
-    oneOf(arguments, {"project", "only"});
+    oneOf(arguments, {"project", "only", "node"});
     oneOf(arguments, {"quiet", "verbose"});
+    checkCompanions(arguments);
     jobCount(arguments); // wrong words are told before the solution is loaded
     textOptions(arguments);
     const bool isJson = arguments.has("json");
@@ -161,18 +196,16 @@ int run(const CommandArguments &arguments)
     LoadedSolution &loaded = *solution;
     if (query == "set") {
         const QString configuration = loaded.configuration(arguments.value("config", u"Common"_s));
-        setProperties(loaded, arguments.values("set"), loaded.node(arguments.value("node"), configuration),
-                      configuration);
+        setProperties(loaded, arguments.values("set"), askedNode(arguments, loaded, configuration), configuration);
         return exitDone;
     }
     const QString configuration = loaded.configuration(optional(arguments, "config"));
     if (query == "list") {
-        ProjectElement &below = arguments.has("project") ? loaded.project(arguments.value("project"))
-                                                         : loaded.node(arguments.value("node"), configuration);
-        listSolution(loaded, arguments.value("list"), below, configuration, isJson);
+        listSolution(loaded, arguments.value("list"), askedNode(arguments, loaded, configuration), configuration,
+                     isJson);
     } else if (query == "get") {
         getProperty(loaded, {arguments.value("get"), arguments.has("expand"), arguments.has("trace-value")},
-                    loaded.node(arguments.value("node"), configuration), configuration, isJson);
+                    askedNode(arguments, loaded, configuration), configuration, isJson);
     } else if (query == "command") {
         printCommands(loaded, loaded.nodeOrFile(arguments.value("command"), configuration), configuration, isJson);
     } else if (query == "export") {

@@ -37,7 +37,7 @@ Plan planOf(BuildEngine &engine, const BuildRequest &request)
         engine.addProjectJobs(&element, request.configuration, request.flags, request.isBatch, builder, idler, false,
                               true, jobs);
     Plan plan;
-    if (jobs.empty())
+    if (jobs.empty() && !request.isBatch)
         plan.steps = engine.buildStepCount(&element, request.configuration, request.flags);
     for (const BuildJob &job : jobs) {
         if (job.flags & BuildFlag::projectBegin)

@@ -13,14 +13,16 @@ namespace {
 
 constexpr qsizetype mostNamesShown = 40;
 
-// "FILE:LINE: message"; the message may begin with the file.
+// "FILE:LINE: message", without the file in the message.
 HException located(const SolutionLoadError &error)
 {
-    const bool isNamed = error.message.startsWith(error.fileName);
-    const QString message = (isNamed ? error.message.sliced(error.fileName.size()) : error.message).trimmed();
-    if (error.fileName.isEmpty())
-        return HException(message);
-    const QString place = error.hasPosition ? u"%1:%2"_s.arg(error.fileName).arg(error.line) : error.fileName;
+    QString message = error.message;
+    if (message.startsWith(error.fileName + u' '))
+        message.remove(0, error.fileName.size() + 1);
+    message.remove(u' ' + error.fileName);
+    if (!error.importedAt.isEmpty())
+        message += u" (imported at %1)"_s.arg(error.importedAt);
+    const QString place = error.hasPosition ? error.fileName + u':' + QString::number(error.line) : error.fileName;
     return HException(place + ": "_L1 + message);
 }
 
@@ -40,6 +42,7 @@ LoadedSolution::LoadedSolution(const QString &path, const QStringList &globalMac
 {
     loadInstallation();
     SystemMacroTable::instance().setGlobalMacros(globalMacros);
+    m_system.gatherPackageGroups(expandGlobal(u"$(PackagesDir:$(StudioUserDir)/packages)"_s));
     if (QFileInfo(path).isDir())
         throw HException(path + ": is a folder, not a solution file"_L1);
     try {
@@ -49,16 +52,21 @@ LoadedSolution::LoadedSolution(const QString &path, const QStringList &globalMac
     }
 }
 
+QStringList LoadedSolution::configurations() const
+{
+    const QStringList names = m_system.configurationNames(&solution(), ProjectSystem::PublicConfigurations);
+    return names.isEmpty() ? QStringList(u"Common"_s) : names;
+}
+
 QString LoadedSolution::configuration(const std::optional<QString> &name) const
 {
-    const QStringList names = m_system.publicConfigurations(&solution());
     if (!name)
-        return names.isEmpty() ? u"Common"_s : *std::min_element(names.begin(), names.end());
+        return configurations().constFirst();
     constexpr int all =
         ProjectSystem::CommonConfiguration | ProjectSystem::PrivateConfigurations | ProjectSystem::PublicConfigurations;
     if (*name == "Common"_L1 || m_system.configurationNames(&solution(), all).contains(*name))
         return *name;
-    throw notFound(u"configuration '%1'"_s.arg(*name), names);
+    throw notFound(u"configuration '%1'"_s.arg(*name), configurations());
 }
 
 ProjectElement &LoadedSolution::project(const QString &name) const

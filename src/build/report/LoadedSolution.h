@@ -16,8 +16,9 @@ public:
     StandardProjectSystem &system() { return m_system; }
     ProjectElement &solution() const { return *m_system.solution(); }
 
-    // The configuration of that name, a hidden one or "Common" included; null: the first public one by name, and
-    // "Common" when there is none.
+    // What can be built, by name: the public configurations for this platform, and "Common" when there is none.
+    QStringList configurations() const;
+    // The configuration of that name, a hidden one or "Common" included; null: the first that can be built.
     QString configuration(const std::optional<QString> &name) const;
     ProjectElement &project(const QString &name) const;
     // By names joined with "/" from the solution's children down; the empty path is the solution. A file's name is

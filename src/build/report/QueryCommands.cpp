@@ -10,6 +10,8 @@
 #include "build/engine/CompileCommands.h"
 #include "build/engine/ExportBuilder.h"
 #include "build/engine/StudioBuilder.h"
+#include "project/model/ProjectPropertyValue.h"
+#include "project/properties/GenericOptions.h"
 
 using namespace Qt::StringLiterals;
 
@@ -21,6 +23,14 @@ void printJson(JsonWriter &json)
     printOut(QByteArrayView(json.text()));
 }
 
+void optionalField(JsonWriter &json, const char *key, const QString &text)
+{
+    if (text.isEmpty())
+        json.nullField(key);
+    else
+        json.field(key, text);
+}
+
 void strings(JsonWriter &json, const char *key, const QStringList &texts)
 {
     json.beginArray(key);
@@ -28,6 +38,69 @@ void strings(JsonWriter &json, const char *key, const QStringList &texts)
         json.value(text);
     json.end();
 }
+
+// The properties that a node may have: the schema's, those that the tool chain of its project adds, and its
+// property groups.
+class NodeProperties
+{
+public:
+    NodeProperties(StandardProjectSystem &system, const ProjectElement &node, const QString &configuration)
+        : m_schema(system.schema()), m_node(node), m_options(&system.schema())
+    {
+        const ProjectElement *project = projectAround(&node);
+        const QString file =
+            project ? system.expandedValue(project, ProjectProperty::build_generic_options_file_name, configuration)
+                    : QString();
+        if (!file.isEmpty())
+            m_options.load(system.absolutePath(project, file), &m_problem);
+        m_makesLibrary = toolKind(system, project, configuration) == ToolKind::Archive;
+        m_groups = system.propertyGroups(&node, configuration);
+    }
+
+    // Null when there is none.
+    const PropertyClass *find(const QString &key) const
+    {
+        // Two classes share these keys.
+        if (key == "filter"_L1 && !m_node.isDynamicFolder())
+            return &m_schema[ProjectProperty::filter];
+        if (key == "build_output_file_name"_L1 && !m_makesLibrary)
+            return &m_schema[ProjectProperty::build_output_file_name];
+        if (const PropertyClass *known = m_schema.propertyClassNamed(key))
+            return known;
+        const auto group =
+            std::find_if(m_groups.begin(), m_groups.end(), [&key](const auto *known) { return known->name == key; });
+        return group == m_groups.end() ? nullptr : *group;
+    }
+
+    HException notFound(const QString &key) const
+    {
+        const QString why = m_problem.isEmpty() ? u"--list properties tells those that there are"_s : m_problem;
+        return HException(u"no property '%1'; %2"_s.arg(key, why));
+    }
+
+    // One of each key.
+    PropertyClassList all() const
+    {
+        PropertyClassList list;
+        const auto add = [this, &list](const PropertyClass *property) {
+            if (const PropertyClass *found = find(property->name); !list.contains(found))
+                list.append(found);
+        };
+        for (const auto &property : m_schema.classes())
+            add(property.get());
+        for (const PropertyClass *group : m_groups)
+            add(group);
+        return list;
+    }
+
+private:
+    const PropertySchema &m_schema;
+    const ProjectElement &m_node;
+    GenericOptions m_options;
+    QString m_problem; // why the tool chain's aren't there
+    bool m_makesLibrary;
+    std::vector<const PropertyValueGroupClass *> m_groups;
+};
 
 void listProjects(LoadedSolution &loaded, const QString &configuration, bool isJson)
 {
@@ -70,7 +143,7 @@ void listConfigurations(LoadedSolution &loaded, bool isJson)
             json.end();
         }
     };
-    list(system.publicConfigurations(&loaded.solution()), false);
+    list(loaded.configurations(), false);
     if (isJson) {
         list(system.privateConfigurations(&loaded.solution()), true);
         printJson(json);
@@ -90,10 +163,7 @@ void listFiles(LoadedSolution &loaded, ProjectElement &below, const QString &con
         const ProjectElement *project = projectAround(&file);
         json.beginObject();
         json.field("node", loaded.nodePath(file));
-        if (project)
-            json.field("project", project->displayName());
-        else
-            json.nullField("project");
+        optionalField(json, "project", project ? project->displayName() : QString());
         json.field("file", system.path(&file, configuration));
         json.field("type", system.fileTypeOf(&file, configuration));
         json.end();
@@ -102,13 +172,11 @@ void listFiles(LoadedSolution &loaded, ProjectElement &below, const QString &con
         printJson(json);
 }
 
-void listProperties(const PropertySchema &schema, bool isJson)
+void listProperties(const PropertyClassList &properties, bool isJson)
 {
     JsonWriter json;
     json.beginArray();
-    for (const auto &property : schema.classes()) {
-        if (schema.propertyClassNamed(property->name) != property.get())
-            continue; // another one is found by that key
+    for (const PropertyClass *property : properties) {
         if (!isJson) {
             printOut(u"%1 %2 %3\n"_s.arg(property->name.leftJustified(40), property->typeName().leftJustified(13),
                                          property->shortText));
@@ -128,16 +196,6 @@ void listProperties(const PropertySchema &schema, bool isJson)
         printJson(json);
 }
 
-// The class by which the key is looked up for that node. A name of a file that two tools make has a class for each.
-const PropertyClass *classFor(const StandardProjectSystem &system, const QString &key, const ProjectElement &node,
-                              const QString &configuration)
-{
-    const auto ids = PropertySchema::idsOf(key);
-    if (ids.size() > 1 && toolKind(system, projectAround(&node), configuration) != ToolKind::Archive)
-        return &system.schema()[ids.front()];
-    return system.schema().propertyClassNamed(key);
-}
-
 QString contributionText(const PropertyContribution &contribution)
 {
     if (!contribution.element)
@@ -148,6 +206,49 @@ QString contributionText(const PropertyContribution &contribution)
     return u"  %1 in %2 configuration: %3\n"_s.arg(where, contribution.configuration, contribution.value);
 }
 
+struct FoundValue
+{
+    std::optional<QString> text; // none: there is no such property
+    PropertyTrace trace;
+};
+
+// Of a key without property what the files say.
+FoundValue findValue(const ProjectElement &node, const QString &key, const PropertyClass *property,
+                     const QString &configuration)
+{
+    if (key == "Name"_L1) // of the node; its configurations have names of their own
+        return {node.displayName(), {{node.displayName(), QString(), &node}}};
+    const FoundValue own{node.property(key), {{node.property(key), QString(), &node}}};
+    if (belongsToNode(node, key) && node.hasProperty(key))
+        return own;
+    const PropertyClass unlisted(key, PropertyType::String, PropertyTexts{});
+    FoundValue found;
+    found.text = propertyValue(&node, property ? *property : unlisted, configuration, &found.trace);
+    const bool isDefault = !found.trace.front().element;
+    if (isDefault && node.hasProperty(key))
+        return own;
+    return isDefault && !property ? FoundValue() : found;
+}
+
+void writeContributions(JsonWriter &json, const LoadedSolution &loaded, const PropertyTrace &trace)
+{
+    json.beginArray("contributions");
+    for (const PropertyContribution &contribution : trace) {
+        json.beginObject();
+        json.field("value", contribution.value);
+        if (contribution.element) {
+            json.field("kind", kindName(*contribution.element));
+            json.field("node", loaded.nodePath(*contribution.element));
+        } else {
+            json.field("kind", u"default");
+            json.nullField("node");
+        }
+        optionalField(json, "configuration", contribution.configuration);
+        json.end();
+    }
+    json.end();
+}
+
 // Throws HException for a value that the property can't have.
 void checkValue(const PropertyClass &property, const QString &value)
 {
@@ -155,14 +256,22 @@ void checkValue(const PropertyClass &property, const QString &value)
         throw HException(
             u"%1 is one of: %2; not '%3'"_s.arg(property.name, property.enumerates().join(", "_L1), value));
     bool isNumber = true;
+    bool isInRange = true;
     switch (property.type) {
-    case PropertyType::Integer:
-    case PropertyType::IntegerHex:
-    case PropertyType::IntegerRange: value.toInt(&isNumber, 0); break;
+    case PropertyType::Integer: value.toInt(&isNumber); break;
+    case PropertyType::IntegerHex: value.toUInt(&isNumber, 16); break;
+    case PropertyType::IntegerRange: {
+        const int number = value.toInt(&isNumber);
+        isInRange = number >= property.minimum && number <= property.maximum;
+        break;
+    }
     default: break;
     }
     if (!isNumber)
         throw HException(u"%1 is a number; not '%2'"_s.arg(property.name, value));
+    if (!isInRange)
+        throw HException(u"%1 is from %2 to %3; not %4"_s.arg(property.name, QString::number(property.minimum),
+                                                              QString::number(property.maximum), value));
 }
 
 // Notes what it is told to run, and says why nothing can be.
@@ -200,7 +309,7 @@ void listSolution(LoadedSolution &loaded, const QString &what, ProjectElement &b
     else if (what == "files"_L1)
         listFiles(loaded, below, configuration, isJson);
     else if (what == "properties"_L1)
-        listProperties(loaded.system().schema(), isJson);
+        listProperties(NodeProperties(loaded.system(), below, configuration).all(), isJson);
     else
         throw UsageError(u"--list takes projects, configurations, files or properties; not '%1'"_s.arg(what));
 }
@@ -208,51 +317,31 @@ void listSolution(LoadedSolution &loaded, const QString &what, ProjectElement &b
 void getProperty(LoadedSolution &loaded, const PropertyQuery &query, const ProjectElement &node,
                  const QString &configuration, bool isJson)
 {
-    const StandardProjectSystem &system = loaded.system();
-    const PropertyClass *property = classFor(system, query.key, node, configuration);
-    const PropertyClass unlisted(query.key, PropertyType::String, PropertyTexts{});
-    PropertyTrace trace;
-    QString value = propertyValue(&node, property ? *property : unlisted, configuration, &trace);
-    const bool isFound = !trace.empty() && trace.front().element;
-    const bool isName = query.key == "Name"_L1; // a configuration's own is no value of its node
-    if (isName || (!isFound && node.hasProperty(query.key))) {
-        value = isName ? node.displayName() : node.property(query.key);
-        trace = {{value, QString(), &node}};
-    } else if (!isFound && !property) {
-        throw HException(u"no property '%1'; --list properties tells those that there are"_s.arg(query.key));
-    }
-    if (query.isExpanded)
-        value = system.expand(&node, configuration, value);
-    if (!isJson) {
-        printOut(value + u'\n');
-        if (query.isTraced)
-            for (const PropertyContribution &contribution : trace)
-                printOut(contributionText(contribution));
-        return;
-    }
-    JsonWriter json;
-    json.beginObject();
-    json.field("key", query.key);
-    json.field("node", loaded.nodePath(node));
-    json.field("configuration", configuration);
-    json.field("value", value);
-    json.beginArray("contributions");
-    for (const PropertyContribution &contribution : trace) {
+    const NodeProperties properties(loaded.system(), node, configuration);
+    FoundValue found = findValue(node, query.key, properties.find(query.key), configuration);
+    if (found.text && query.isExpanded)
+        found.text = loaded.system().expand(&node, configuration, *found.text);
+    if (isJson) {
+        JsonWriter json;
         json.beginObject();
-        json.field("value", contribution.value);
-        if (contribution.element) {
-            json.field("kind", kindName(*contribution.element));
-            json.field("node", loaded.nodePath(*contribution.element));
-            json.field("configuration", contribution.configuration);
-        } else {
-            json.field("kind", u"default");
-            json.nullField("node");
-            json.nullField("configuration");
-        }
-        json.end();
+        json.field("key", query.key);
+        json.field("node", loaded.nodePath(node));
+        json.field("configuration", configuration);
+        if (found.text)
+            json.field("value", *found.text);
+        else
+            json.nullField("value");
+        writeContributions(json, loaded, found.trace);
+        printJson(json);
     }
-    json.end();
-    printJson(json);
+    if (!found.text)
+        throw properties.notFound(query.key);
+    if (isJson)
+        return;
+    printOut(*found.text + u'\n');
+    if (query.isTraced)
+        for (const PropertyContribution &contribution : found.trace)
+            printOut(contributionText(contribution));
 }
 
 void setProperties(LoadedSolution &loaded, const QStringList &assignments, ProjectElement &node,
@@ -262,20 +351,24 @@ void setProperties(LoadedSolution &loaded, const QStringList &assignments, Proje
     for (const ProjectElement *at = &node; at; at = at->parentElement())
         if (!at->canModify())
             throw HException(u"%1 '%2' may not be changed from here"_s.arg(kindName(*at), at->displayName()));
-    std::vector<std::pair<const PropertyClass *, QString>> values;
+    const NodeProperties properties(system, node, configuration);
+    std::vector<std::pair<std::unique_ptr<ProjectPropertyValue>, QString>> values;
     for (const QString &assignment : assignments) {
         const qsizetype equals = assignment.indexOf(u'=');
         if (equals <= 0)
             throw UsageError(u"--set takes KEY=VALUE; not '%1'"_s.arg(assignment));
         const QString key = assignment.first(equals);
-        const PropertyClass *property = classFor(system, key, node, configuration);
+        const PropertyClass *property = properties.find(key);
         if (!property)
-            throw HException(u"no property '%1'; --list properties tells those that there are"_s.arg(key));
-        values.emplace_back(property, assignment.sliced(equals + 1));
+            throw properties.notFound(key);
+        if (isOfSolutions(*property) && node.type() != ProjectElement::Type::Solution)
+            throw HException(u"%1 is a property of solutions"_s.arg(key));
+        values.emplace_back(makeProjectPropertyValue(&system, property, &node, configuration),
+                            assignment.sliced(equals + 1));
         checkValue(*property, values.back().second);
     }
     for (const auto &[property, value] : values)
-        system.setPropertyValue(&node, property, configuration, value);
+        property->setValue(value);
     saveSolutionOf(system, node);
 }
 
@@ -299,10 +392,7 @@ void printCommands(LoadedSolution &loaded, const ProjectElement &node, const QSt
         json.beginObject();
         json.field("directory", command.directory);
         strings(json, "arguments", command.arguments);
-        if (command.output.isEmpty())
-            json.nullField("output");
-        else
-            json.field("output", command.output);
+        optionalField(json, "output", command.output);
         json.end();
     }
     if (isJson)
@@ -320,8 +410,6 @@ void exportBuild(LoadedSolution &loaded, const ExportRequest &request, const Pro
         text = exportBuildCommands(engine, &node, configuration, request.flags).join(u'\n').toUtf8() + '\n';
     else if (request.what == "make"_L1)
         text = exportMakefile(engine, &node, configuration, request.flags).join(u'\n').toUtf8() + '\n';
-    else if (request.what == "compile-commands"_L1)
-        text = exportCompileCommands(engine, &node, configuration, request.flags);
     else if (request.what == "compile-commands"_L1)
         text = exportCompileCommands(engine, &node, configuration, request.flags);
     else

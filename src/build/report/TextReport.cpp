@@ -80,7 +80,8 @@ void TextReport::stepCounted()
 
 void TextReport::stepBegan(const BuildPlace &place, const QString &title)
 {
-    QString line = u"[%1/%2] %3"_s.arg(m_stepsDone).arg(qMax(m_steps, m_stepsDone)).arg(title);
+    const int steps = qMax(m_steps, m_stepsDone); // an external build has none that are known
+    QString line = steps ? u"[%1/%2] %3"_s.arg(m_stepsDone).arg(steps).arg(title) : title;
     if (const QString project = place.project(); !project.isEmpty() && !title.contains(project))
         line += u" ("_s + project + u')';
     if (m_error.isTerminal() && m_options.detail != Detail::All)
@@ -97,7 +98,7 @@ void TextReport::commandStarted(const BuildPlace &, const QString &, const QStri
 
 void TextReport::commandFailed(const BuildPlace &, const QString &title, int exitStatus)
 {
-    m_error.print(m_error.colored(Terminal::Red, u"Failed: "_s) + u"%1 (exit status %2)"_s.arg(title).arg(exitStatus));
+    m_error.print(m_error.colored(Terminal::Red, u"Failed: "_s) + title + u" (exit status %1)"_s.arg(exitStatus));
 }
 
 void TextReport::output(const BuildPlace &, const QString &line, Stream stream)

@@ -2,8 +2,6 @@
 
 #include "debug/dwarf/DwarfFile.h"
 
-#include <QStringList>
-
 namespace {
 
 // How far origins and namespaces are followed; real files need two or three steps.
@@ -145,6 +143,22 @@ QString DwarfDebuggingInformationEntry::qualifiedName() const
          scope.tag() == DW_TAG_namespace && steps.size() < maximumSteps; scope = scope.parent())
         steps.prepend(scope.name());
     return steps.join(QStringLiteral("::"));
+}
+
+QStringList DwarfDebuggingInformationEntry::scopes() const
+{
+    QStringList names;
+    DwarfDebuggingInformationEntry entry = *this;
+    for (int step = 0; step < maximumSteps; ++step) {
+        const DwarfDebuggingInformationEntry declaration = entry.origin();
+        entry = (declaration ? declaration : entry).parent();
+        const quint32 tag = entry.tag();
+        if (tag != DW_TAG_namespace && !isDwarfClassKind(tag) && tag != DW_TAG_enumeration_type)
+            break;
+        if (!entry.nameBytes().isEmpty())
+            names.prepend(entry.name());
+    }
+    return names;
 }
 
 DwarfDebuggingInformationEntry DwarfDebuggingInformationEntry::enclosingClass() const

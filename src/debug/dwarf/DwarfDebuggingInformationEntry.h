@@ -4,6 +4,7 @@
 
 #include <QByteArrayView>
 #include <QString>
+#include <QStringList>
 #include <optional>
 #include <span>
 #include <vector>
@@ -101,6 +102,9 @@ public:
     QString name() const { return QString::fromUtf8(nameBytes()); }
     // name() behind the names of the directly enclosing namespaces, joined by "::".
     QString qualifiedName() const;
+    // The names of all namespaces, classes and enumerations around this entry or around its declaration, the outermost
+    // first; those without a name are left out.
+    QStringList scopes() const;
     // The class, structure or union around this entry or around its declaration; none outside of classes.
     DwarfDebuggingInformationEntry enclosingClass() const;
     bool isDeclaration() const; // has a DW_AT_declaration of its own that isn't 0

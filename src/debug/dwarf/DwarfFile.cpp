@@ -456,14 +456,43 @@ DwarfDebuggingInformationEntry DwarfFile::selectType(const QString &name, Entrie
     return {};
 }
 
-// What the compiler's name tables lack the index over the entries may have.
 DwarfDebuggingInformationEntry DwarfFile::findType(const QString &name)
 {
-    if (DwarfNameTables *tables = m_names ? nullptr : nameTables()) {
-        if (const auto found = selectType(name, [&](QByteArrayView bare) { return tables->typesNamed(bare); }))
-            return found;
+    return findType(name.toUtf8(), 0);
+}
+
+// What the compiler's name tables lack the index over the entries may have.
+DwarfDebuggingInformationEntry DwarfFile::findType(QByteArrayView asked, int depth)
+{
+    constexpr int maximumNesting = 20; // of classes
+    const QString name = QString::fromUtf8(asked);
+    DwarfDebuggingInformationEntry found;
+    if (DwarfNameTables *tables = m_names ? nullptr : nameTables())
+        found = selectType(name, [&](QByteArrayView bare) { return tables->typesNamed(bare); });
+    if (!found)
+        found = selectType(name, [&](QByteArrayView bare) { return names().entriesNamed(bare); });
+    const QByteArrayView bare = bareName(asked);
+    const qsizetype outerSize = asked.size() - bare.size() - 2; // without "::"
+    if (found || outerSize <= 0 || depth >= maximumNesting)
+        return found;
+    return nestedType(findType(asked.first(outerSize), depth + 1), bare);
+}
+
+// A type that is declared within a class, or within the class that a typedef names.
+DwarfDebuggingInformationEntry DwarfFile::nestedType(DwarfDebuggingInformationEntry outer, QByteArrayView name)
+{
+    constexpr int maximumSteps = 100;
+    for (int step = 0; outer.tag() == DW_TAG_typedef && step < maximumSteps; ++step)
+        outer = outer.target(DW_AT_type);
+    if (!outer)
+        return {};
+    const QStringList scopes = outer.scopes() + QStringList(outer.name());
+    for (const auto &entry : names().entriesNamed(name)) {
+        const bool isType = isDwarfTypeKind(entry.tag()) || entry.tag() == DW_TAG_enumeration_type;
+        if (isType && !entry.isDeclaration() && entry.scopes() == scopes)
+            return entry;
     }
-    return selectType(name, [&](QByteArrayView bare) { return names().entriesNamed(bare); });
+    return {};
 }
 
 std::vector<DwarfDebuggingInformationEntry> DwarfFile::publicEntries(const QString &name)

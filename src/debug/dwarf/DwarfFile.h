@@ -80,7 +80,7 @@ public:
     DwarfDebuggingInformationEntry variableAt(quint32 address);
 
     // A type by its name with its namespaces, or by its bare name; no declarations. Type units are searched too,
-    // and enumerations after all other types.
+    // and enumerations after all other types. One within a class goes by its name behind the class's.
     DwarfDebuggingInformationEntry findType(const QString &name);
     // Functions, variables and enumerators known outside their unit by that name ("ns::Class::function"), in the
     // order of their units. Declarations are among them.
@@ -143,6 +143,8 @@ private:
     DwarfNameTables *nameTables();
     template <typename EntriesNamed>
     DwarfDebuggingInformationEntry selectType(const QString &name, EntriesNamed entriesNamed);
+    DwarfDebuggingInformationEntry findType(QByteArrayView name, int depth);
+    DwarfDebuggingInformationEntry nestedType(DwarfDebuggingInformationEntry outer, QByteArrayView name);
 
     DwarfSections m_sections;
     quint32 m_loadOffset = 0;

@@ -91,7 +91,6 @@ private:
     void tell(const char *format, Operands... operands);
     static Entry readEntry(ByteCursor &section);
     static CommonInformation readCommonInformation(ByteCursor content);
-    bool useCommonInformation(quint64 offset, ByteCursor &instructions);
     void makeIndex();
     const Description *descriptionOf(quint32 target);
     bool step(ByteCursor &cursor);

@@ -186,20 +186,20 @@ void DisplayTree::expandByTag(const QString &name, const QString &expression, En
     }
     case DW_TAG_base_type:
         if (type.number(DW_AT_encoding) == DW_ATE_complex_float)
-            return expandComplex(rowAt(name, expression, type, place), type);
+            return expandComplex(rowAt(name, expression, type, place), type, place);
         break;
     }
     addRow(rowAt(name, expression, type, place), [&] { return m_evaluator.readEntry(type); });
 }
 
-void DisplayTree::expandComplex(const Row &row, Entry type)
+void DisplayTree::expandComplex(const Row &row, Entry type, const VarInfo &place)
 {
     const quint32 half = m_evaluator.types().sizeOf(type) / 2;
     const QString part = half == 8 ? u"double"_s : u"float"_s;
     const auto token = beginStruct(row, ExpressionValue::ofText(u"<complex>"_s));
     for (const QString &function : {u"creal"_s, u"cimag"_s}) {
         const QString name = function + u'(' + row.expression + u')';
-        addRow({name, name, part, row.location},
+        addRow({name, name, part, rowAt(name, name, type, place).location},
                [&] { return ExpressionValue::ofFloat(m_evaluator.readFloat(half), half); });
     }
     endStruct(token);
@@ -287,7 +287,7 @@ void DisplayTree::expandMembers(const QString &expression, Entry type, const Var
     }
     block().setPosition(start);
     if (m_builder.showVirtualFunctions(expression))
-        expandFunctions(expression, type, place, separator);
+        expandFunctions(expression, type, place, separator, depth);
 }
 
 void DisplayTree::expandBase(const QString &expression, Entry type, const TypeMember &member, const VarInfo &place,
@@ -326,33 +326,48 @@ void DisplayTree::expandStatic(Entry type, const TypeMember &member, int depth)
     m_evaluator.dropResults(mark);
 }
 
-// The functions of a class: those that aren't virtual by their own address, the others as the object's table has them.
-void DisplayTree::expandFunctions(const QString &expression, Entry type, const VarInfo &place, const QString &separator)
+// The functions of a class, each by the symbols at its address.
+void DisplayTree::expandFunctions(const QString &expression, Entry type, const VarInfo &place, const QString &separator,
+                                  int depth)
 {
-    const quint32 start = place.isMemory() ? quint32(place.address) + place.offset + block().position() : 0;
     for (Entry child = type.child(); child; child = child.sibling()) {
-        if (child.tag() != DW_TAG_subprogram || child.has(DW_AT_artificial) || !takeRow())
+        if (child.tag() != DW_TAG_subprogram || child.has(DW_AT_artificial))
             continue;
-        const auto element = child.attributeResolved(DW_AT_vtable_elem_location);
-        const bool isVirtual = child.number(DW_AT_virtuality).value_or(0) && element && place.isMemory();
-        const Row row = {child.name(), expression + separator + child.name(), typeName(child), {}};
-        addRow(row, [&] {
-            quint32 address = 0;
-            if (isVirtual) {
-                const auto stack = m_evaluator.runFrom(child, element->block(), 0);
-                const quint32 index = stack.empty() ? quint32(element->value) : quint32(stack.back().value);
-                const quint32 table = m_evaluator.readWord(start);
-                address = m_evaluator.readWord(table + index * DwarfTypes::wordSize);
-            } else {
-                for (const Entry &function :
-                     m_evaluator.file()->dwarf().publicEntries(type.qualifiedName() + u"::"_s + child.name())) {
-                    if (!function.isDeclaration() && function.tag() == DW_TAG_subprogram)
-                        address = function.lowPc() + m_evaluator.file()->dwarf().loadOffset();
-                }
-            }
-            return ExpressionValue::ofUnsigned(address, DwarfTypes::wordSize);
-        });
+        const QString name = child.name(), text = expression + separator + name;
+        try {
+            const quint32 address = addressOfFunction(type, child, place);
+            if (!address)
+                continue; // there is no code of it
+            const Entry function = m_evaluator.file()->dwarf().subprogramAt(address & ~quint32(1));
+            const VarInfo code = m_evaluator.makePlace(VarInfo::Memory, address, function ? function : child, 0);
+            const PushedBlock pushed(m_evaluator, code, true);
+            expand(name, text, code.type, code, depth + 1);
+        } catch (const HException &error) {
+            addError({name, text, typeName(child), {}}, error.message());
+        }
     }
+}
+
+// Of a virtual function as the object's table has it, of any other its own; 0 for one without code.
+quint32 DisplayTree::addressOfFunction(Entry type, Entry function, const VarInfo &place)
+{
+    DwarfFile &dwarf = m_evaluator.file()->dwarf();
+    const auto element = function.attributeResolved(DW_AT_vtable_elem_location);
+    if (function.number(DW_AT_virtuality).value_or(0) && element && place.isMemory()) {
+        const auto stack = m_evaluator.runFrom(function, element->block(), 0);
+        const quint32 index = stack.empty() ? quint32(element->value) : quint32(stack.back().value);
+        const quint32 table = m_evaluator.readWord(quint32(place.address) + place.offset + block().position());
+        return m_evaluator.readWord(table + index * DwarfTypes::wordSize);
+    }
+    const auto linkageName = [](Entry entry) {
+        const auto name = entry.attributeResolved(DW_AT_linkage_name);
+        return name ? name->text() : QByteArrayView();
+    };
+    for (const Entry &other : dwarf.publicEntries(type.qualifiedName() + u"::"_s + function.name())) {
+        if (other.tag() == DW_TAG_subprogram && other.lowPc() && linkageName(other) == linkageName(function))
+            return other.lowPc() + dwarf.loadOffset();
+    }
+    return 0;
 }
 
 void DisplayTree::expandBitField(const Row &row, Entry type, const TypeMember &member, const VarInfo &place,

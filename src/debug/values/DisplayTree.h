@@ -68,13 +68,15 @@ private:
     void expandBase(const QString &expression, Entry type, const TypeMember &member, const VarInfo &place,
                     quint32 start, int depth);
     void expandStatic(Entry type, const TypeMember &member, int depth);
-    void expandFunctions(const QString &expression, Entry type, const VarInfo &place, const QString &separator);
+    void expandFunctions(const QString &expression, Entry type, const VarInfo &place, const QString &separator,
+                         int depth);
+    quint32 addressOfFunction(Entry type, Entry function, const VarInfo &place);
     void expandBitField(const Row &row, Entry type, const TypeMember &member, const VarInfo &place, quint32 start);
     void expandArray(const QString &name, const QString &expression, Entry type, const VarInfo &place, int depth);
     void expandPointer(const QString &name, const QString &expression, Entry type, const VarInfo &place, int depth);
     void followPointer(const Row &row, Entry target, quint32 pointer, int depth);
     void listBehindPointer(const Row &row, Entry target, quint32 pointer, quint32 count, int depth);
-    void expandComplex(const Row &row, Entry type);
+    void expandComplex(const Row &row, Entry type, const VarInfo &place);
     QString functionNames(const VarInfo &place);
     QByteArray textBytes(quint32 count);
 

@@ -351,21 +351,6 @@ namespace {
 
 constexpr QStringView entryTypePrefix = u"$type"; // then unit and entry in hexadecimal: $type1f_2a0
 
-// Where the last part of "a::b<c::d>::e" begins; -1 without a part in front of it.
-qsizetype lastPart(QStringView name)
-{
-    int depth = 0;
-    for (qsizetype i = name.size() - 1; i > 0; --i) {
-        if (name[i] == u'>')
-            ++depth;
-        else if (name[i] == u'<')
-            --depth;
-        else if (depth == 0 && name[i] == u':' && name[i - 1] == u':')
-            return i + 1;
-    }
-    return -1;
-}
-
 } // namespace
 
 DwarfDebuggingInformationEntry DwarfExpressionEvaluator::typeNamed(const QString &name)
@@ -375,37 +360,16 @@ DwarfDebuggingInformationEntry DwarfExpressionEvaluator::typeNamed(const QString
         return *known;
     if (m_typesByName.size() >= maximumNames)
         m_typesByName.clear();
-    QString bare = name;
-    for (const QStringView keyword : {u"struct ", u"class ", u"union ", u"enum "}) {
-        if (name.startsWith(keyword))
-            bare = name.sliced(keyword.size()).trimmed();
-    }
     Entry found;
-    if (bare.startsWith(entryTypePrefix)) {
-        const auto parts = QStringView(bare).sliced(entryTypePrefix.size()).split(u'_');
+    if (name.startsWith(entryTypePrefix)) {
+        const auto parts = QStringView(name).sliced(entryTypePrefix.size()).split(u'_');
         if (parts.size() == 2)
             found = dwarf().entryAtGlobalOffset(parts[0].toUInt(nullptr, 16) + parts[1].toUInt(nullptr, 16));
     } else {
-        found = dwarf().findType(bare);
-        const qsizetype last = found ? -1 : lastPart(bare);
-        if (last > 2) {
-            if (const Entry outer = typeNamed(bare.first(last - 2)))
-                found = nestedType(outer, bare.sliced(last));
-        }
+        found = m_types->typeNamed(name);
     }
     m_typesByName.insert(name, found);
     return found;
-}
-
-// A type that is declared within a class.
-DwarfDebuggingInformationEntry DwarfExpressionEvaluator::nestedType(Entry outer, const QString &name)
-{
-    const QByteArray wanted = name.toUtf8();
-    for (Entry child = plainType(outer).child(); child; child = child.sibling()) {
-        if ((isDwarfTypeKind(child.tag()) || DwarfTypes::isEnumeration(child)) && child.nameBytes() == wanted)
-            return child;
-    }
-    return {};
 }
 
 DwarfDebuggingInformationEntry DwarfExpressionEvaluator::typeOfText(const QString &text)

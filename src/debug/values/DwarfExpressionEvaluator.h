@@ -194,7 +194,6 @@ private:
     VarInfo *placeOfStack(const std::vector<DwarfStackValue> &stack, Entry type);
     bool hasField(Entry classType, const QString &name);
     VarInfo *findField(const VarInfo &object, Entry classType, const QString &name);
-    Entry nestedType(Entry outer, const QString &name);
 
     ElfDwarfFile *m_file = nullptr;
     Frame *m_frame = nullptr;

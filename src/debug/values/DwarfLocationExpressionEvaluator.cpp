@@ -174,6 +174,16 @@ std::span<const quint8> DwarfLocationExpressionEvaluator::expressionOf(const Dwa
     return {};
 }
 
+// What is larger than a register is in this one and the next.
+quint64 DwarfLocationExpressionEvaluator::readTypedRegister(quint32 number, DwarfDebuggingInformationEntry type)
+{
+    const quint64 first = readRegister(number);
+    if (type.number(DW_AT_byte_size) != 8)
+        return first;
+    const quint64 next = readRegister(number + 1);
+    return isBigEndian(type) ? first << 32 | next : next << 32 | first;
+}
+
 // False ends the expression.
 bool DwarfLocationExpressionEvaluator::step(Run &run, ByteCursor &cursor)
 {
@@ -228,7 +238,19 @@ bool DwarfLocationExpressionEvaluator::step(Run &run, ByteCursor &cursor)
         run.push(number < 0 ? quint32(0) - quint32(number) : quint32(number));
         break;
     }
-    case Op_neg: run.push(0 - run.pop().value); break;
+    case Op_neg: {
+        DwarfStackValue top = run.pop();
+        const Encoding encoding(top.type);
+        if (encoding.isFloat())
+            top.value ^= quint64(1) << (encoding.size == 4 ? 31 : 63); // the sign
+        else
+            top.value = encoding.isTyped() ? encoding.converted(0 - top.value, encoding) : 0 - top.value;
+        if (encoding.isTyped())
+            run.push({.value = top.value, .kind = DwarfStackValue::Value, .type = top.type});
+        else
+            run.push(top.value);
+        break;
+    }
     case Op_not: run.push(~run.pop().value); break;
     case Op_plus_uconst: {
         const quint64 addend = cursor.readUleb128();
@@ -370,37 +392,36 @@ bool DwarfLocationExpressionEvaluator::step(Run &run, ByteCursor &cursor)
     return !cursor.failed();
 }
 
-// Operations on the two topmost entries.
+namespace {
+
+// Of the comparisons.
+template <typename Number>
+bool isTrue(quint8 code, Number a, Number b)
+{
+    switch (code) {
+    case Op_eq: return a == b;
+    case Op_ne: return a != b;
+    case Op_ge: return a >= b;
+    case Op_gt: return a > b;
+    case Op_le: return a <= b;
+    }
+    return a < b;
+}
+
+} // namespace
+
+// Operations on the two topmost entries. Those with a base type are computed in it.
 bool DwarfLocationExpressionEvaluator::stepBinary(Run &run, quint8 code)
 {
     if (code == Op_plus && run.stack.empty())
         return true;
     const DwarfStackValue top = run.pop(), second = run.pop();
+    if (const Encoding encoding(top.type); encoding.isTyped())
+        return encoding.isFloat() ? stepFloats(run, code, second, top) : stepIntegers(run, code, second, top);
     const quint64 a = second.value, b = top.value;
     const quint32 shift = b & 31;
     switch (code) {
-    case Op_plus: {
-        const Encoding encoding(top.type);
-        if (!encoding.isTyped()) {
-            run.push(a + b);
-            break;
-        }
-        DwarfStackValue sum{.kind = DwarfStackValue::Value, .type = top.type};
-        if (encoding.isFloat()) {
-            sum.value =
-                encoding.size == 4
-                    ? std::bit_cast<quint32>(std::bit_cast<float>(quint32(a)) + std::bit_cast<float>(quint32(b)))
-                    : std::bit_cast<quint64>(std::bit_cast<double>(a) + std::bit_cast<double>(b));
-        } else if (encoding.isSigned()) {
-            if (encoding.size > 8 || !std::has_single_bit(encoding.size))
-                break;
-            sum.value = signExtended(a, encoding.size) + signExtended(b, encoding.size);
-        } else {
-            sum.value = a + b;
-        }
-        run.push(sum);
-        break;
-    }
+    case Op_plus: run.push(a + b); break;
     case Op_minus: run.push(quint32(a - b)); break;
     case Op_mul: run.push(a * b); break;
     case Op_and: run.push(a & b); break;
@@ -419,12 +440,76 @@ bool DwarfLocationExpressionEvaluator::stepBinary(Run &run, quint8 code)
     case Op_shl: run.push(quint32(a) << shift); break;
     case Op_shr: run.push(quint32(a) >> shift); break;
     case Op_shra: run.push(quint32(qint32(a) >> shift)); break;
-    case Op_eq: run.push(a == b); break;
-    case Op_ne: run.push(a != b); break;
-    case Op_ge: run.push(qint64(a) >= qint64(b)); break;
-    case Op_gt: run.push(qint64(a) > qint64(b)); break;
-    case Op_le: run.push(qint64(a) <= qint64(b)); break;
-    case Op_lt: run.push(qint64(a) < qint64(b)); break;
+    default: run.push(isTrue(code, qint64(a), qint64(b)));
+    }
+    return true;
+}
+
+// Floats have no bits to shift or to mask, so that such an operation ends the expression.
+bool DwarfLocationExpressionEvaluator::stepFloats(Run &run, quint8 code, const DwarfStackValue &second,
+                                                  const DwarfStackValue &top)
+{
+    const Encoding encoding(top.type);
+    const double a = encoding.toDouble(second.value), b = encoding.toDouble(top.value);
+    const auto push = [&](double number) {
+        const quint64 bits =
+            encoding.size == 4 ? std::bit_cast<quint32>(float(number)) : std::bit_cast<quint64>(number);
+        run.push({.value = bits, .kind = DwarfStackValue::Value, .type = top.type});
+    };
+    switch (code) {
+    case Op_plus: push(a + b); break;
+    case Op_minus: push(a - b); break;
+    case Op_mul: push(a * b); break;
+    case Op_div: push(a / b); break;
+    case Op_eq:
+    case Op_ne:
+    case Op_ge:
+    case Op_gt:
+    case Op_le:
+    case Op_lt: run.push(isTrue(code, a, b)); break;
+    default: return false;
+    }
+    return true;
+}
+
+bool DwarfLocationExpressionEvaluator::stepIntegers(Run &run, quint8 code, const DwarfStackValue &second,
+                                                    const DwarfStackValue &top)
+{
+    const Encoding encoding(top.type);
+    const quint32 size = encoding.size;
+    const bool isSigned = encoding.isSigned();
+    if (isSigned && (size > 8 || !std::has_single_bit(size)))
+        return true; // no integer
+    const quint64 a = isSigned ? signExtended(second.value, size) : truncated(second.value, size);
+    const quint64 b = isSigned ? signExtended(top.value, size) : truncated(top.value, size);
+    const auto push = [&](quint64 number) {
+        const quint64 bits = isSigned ? signExtended(number, size) : truncated(number, size);
+        run.push({.value = bits, .kind = DwarfStackValue::Value, .type = top.type});
+    };
+    switch (code) {
+    case Op_plus: // a sum may be wider than its type
+        run.push(
+            {.value = isSigned ? a + b : second.value + top.value, .kind = DwarfStackValue::Value, .type = top.type});
+        break;
+    case Op_minus: push(a - b); break;
+    case Op_mul: push(a * b); break;
+    case Op_and: push(a & b); break;
+    case Op_or: push(a | b); break;
+    case Op_xor: push(a ^ b); break;
+    case Op_div:
+        if (b == 0)
+            return false;
+        push(!isSigned ? a / b : b == ~quint64(0) ? 0 - a : quint64(qint64(a) / qint64(b)));
+        break;
+    case Op_mod:
+        if (b == 0)
+            return false;
+        push(!isSigned ? a % b : b == ~quint64(0) ? 0 : quint64(qint64(a) % qint64(b)));
+        break;
+    case Op_shl: push(b < 64 ? a << b : 0); break;
+    case Op_shr: push(b < 64 ? truncated(a, size) >> b : 0); break;
+    case Op_shra: push(quint64(qint64(signExtended(a, size)) >> std::min<quint64>(b, 63))); break;
+    default: run.push(isSigned ? isTrue(code, qint64(a), qint64(b)) : isTrue(code, a, b));
     }
     return true;
 }

@@ -36,10 +36,7 @@ public:
     virtual quint32 frameValue() { return 0; }
     virtual quint32 programCounter() { return 0; }
     virtual quint32 readRegister(quint32 /*number*/) { return 0; } // by its DWARF number
-    virtual quint64 readTypedRegister(quint32 number, DwarfDebuggingInformationEntry /*type*/)
-    {
-        return readRegister(number);
-    }
+    virtual quint64 readTypedRegister(quint32 number, DwarfDebuggingInformationEntry type);
     virtual quint64 entryRegister(quint32 /*number*/) { return 0; } // as it was when the function was entered
     virtual quint64 readSized(quint32 /*address*/, quint32 /*size*/) { return 0; } // 0 to 8 bytes
     virtual quint32 threadLocalBase() { return 0; }
@@ -79,6 +76,8 @@ private:
                         bool &isRegister);
     bool step(Run &run, ByteCursor &cursor);
     bool stepBinary(Run &run, quint8 code);
+    bool stepFloats(Run &run, quint8 code, const DwarfStackValue &second, const DwarfStackValue &top);
+    bool stepIntegers(Run &run, quint8 code, const DwarfStackValue &second, const DwarfStackValue &top);
     quint64 resultOf(const std::vector<DwarfStackValue> &stack, bool bigEndian, bool &isRegister, bool &isValue);
     QByteArray bytesOf(const DwarfStackValue &piece, quint32 size, bool bigEndian);
 };

@@ -80,6 +80,15 @@ DwarfDebuggingInformationEntry DwarfTypes::defaultType()
     return m_defaultType;
 }
 
+DwarfDebuggingInformationEntry DwarfTypes::typeNamed(const QString &name)
+{
+    for (const QStringView keyword : {u"struct ", u"class ", u"union ", u"enum "}) {
+        if (name.startsWith(keyword))
+            return m_file.findType(name.sliced(keyword.size()).trimmed());
+    }
+    return m_file.findType(name);
+}
+
 DwarfDebuggingInformationEntry DwarfTypes::stripType(DwarfDebuggingInformationEntry entry)
 {
     constexpr int maximumSteps = 10;
@@ -156,8 +165,25 @@ quint32 DwarfTypes::sizeOf(DwarfDebuggingInformationEntry entry, bool &incomplet
     case DW_TAG_pointer_type:
     case DW_TAG_reference_type:
     case DW_TAG_rvalue_reference_type: return wordSize;
+    case DW_TAG_ptr_to_member_type: // of a function: where it is, and where its object begins
+        return entry.target(DW_AT_type).tag() == DW_TAG_subroutine_type ? 2 * wordSize : wordSize;
     }
     return 0;
+}
+
+// Compilers give a constant array as a constant type of an array of constant elements.
+bool DwarfTypes::isArrayOfQualified(DwarfDebuggingInformationEntry entry, quint32 qualifier)
+{
+    bool isInArray = false;
+    for (int step = 0; step < maximumDepth; ++step, entry = entry.target(DW_AT_type)) {
+        const quint32 tag = entry.tag();
+        if (isInArray && tag == qualifier)
+            return true;
+        isInArray = isInArray || isArray(entry);
+        if (tag != DW_TAG_const_type && tag != DW_TAG_volatile_type && !isArray(entry))
+            break;
+    }
+    return false;
 }
 
 QString DwarfTypes::typeName(DwarfDebuggingInformationEntry entry) const
@@ -199,8 +225,12 @@ QString DwarfTypes::typeName(DwarfDebuggingInformationEntry entry, int depth) co
     }
     case DW_TAG_typedef:
     case DW_TAG_base_type: return entry.name();
-    case DW_TAG_const_type: return u"const "_s + targetOr("void");
-    case DW_TAG_volatile_type: return u"volatile "_s + targetOr("void");
+    case DW_TAG_const_type:
+        return isArrayOfQualified(target, DW_TAG_const_type) ? targetOr("") : u"const "_s + targetOr("void");
+    case DW_TAG_volatile_type:
+        return isArrayOfQualified(target, DW_TAG_volatile_type) ? targetOr("") : u"volatile "_s + targetOr("void");
+    case DW_TAG_ptr_to_member_type:
+        return targetOr("void") + u' ' + m_file.definitionOf(entry.target(DW_AT_containing_type)).name() + u"::*"_s;
     }
     return {};
 }

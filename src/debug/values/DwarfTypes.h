@@ -41,6 +41,8 @@ public:
 
     explicit DwarfTypes(DwarfFile &file) : m_file(file) {}
 
+    // A type by the name that a user writes: with its namespaces and classes, or with "struct" and the like before it.
+    DwarfDebuggingInformationEntry typeNamed(const QString &name);
     // The type behind typedef, const and volatile (not restrict), found in at most 10 steps; else the default type.
     DwarfDebuggingInformationEntry stripType(DwarfDebuggingInformationEntry entry);
     // The type of whatever has no DW_AT_type: "void", unsigned, a word long.
@@ -74,6 +76,7 @@ public:
 private:
     quint32 sizeOf(DwarfDebuggingInformationEntry entry, bool &incomplete, int depth) const;
     QString typeName(DwarfDebuggingInformationEntry entry, int depth) const;
+    static bool isArrayOfQualified(DwarfDebuggingInformationEntry entry, quint32 qualifier);
     void appendMembers(std::vector<TypeMember> &members, DwarfDebuggingInformationEntry type, quint32 start, int depth,
                        int &membersLeft) const;
     TypeMember memberOf(DwarfDebuggingInformationEntry entry, quint32 start, int depth, int &membersLeft) const;

@@ -15,22 +15,6 @@ bool isObject(quint32 tag)
     return tag == DW_TAG_formal_parameter || tag == DW_TAG_subprogram || tag == DW_TAG_variable;
 }
 
-// Namespaces and classes around an entry, or around its declaration, the outermost first.
-QStringList scopesOf(DwarfDebuggingInformationEntry entry)
-{
-    constexpr int maximumSteps = 100;
-    QStringList scopes;
-    for (int step = 0; step < maximumSteps; ++step) {
-        const auto declaration = entry.origin();
-        entry = (declaration ? declaration : entry).parent();
-        if (entry.tag() != DW_TAG_namespace && !isDwarfClassKind(entry.tag()) && !DwarfTypes::isEnumeration(entry))
-            break;
-        if (!entry.name().isEmpty()) // an unnamed namespace is part of the one around it
-            scopes.prepend(entry.name());
-    }
-    return scopes;
-}
-
 bool isInFunction(DwarfDebuggingInformationEntry entry)
 {
     constexpr int maximumSteps = 100;
@@ -120,12 +104,12 @@ std::optional<VarInfo *> DwarfExpressionEvaluator::lookupInUnit(Entry function, 
             return {};
         unit = units.front();
     }
-    QStringList scopes = function ? scopesOf(function) : QStringList();
+    QStringList scopes = function.scopes();
     const QByteArray bytes = name.toUtf8();
     const auto named = unit->entriesNamed(bytes);
     for (;; scopes.removeLast()) { // from the innermost outwards
         for (const Entry &entry : named) {
-            if (isObject(entry.tag()) && !isInFunction(entry.parent()) && scopesOf(entry) == scopes)
+            if (isObject(entry.tag()) && !isInFunction(entry.parent()) && entry.scopes() == scopes)
                 return markerOf(entry);
         }
         if (scopes.isEmpty())
@@ -244,7 +228,7 @@ VarInfo *DwarfExpressionEvaluator::lookupEnumerator(const QStringList &names)
     for (const Entry &entry : dwarf().publicEntries(names.back())) {
         if (entry.tag() != DW_TAG_enumerator)
             continue;
-        QStringList scopes = scopesOf(entry);
+        QStringList scopes = entry.scopes();
         if (scopes == names.first(names.size() - 1))
             return markerOf(entry);
         if (DwarfTypes::isEnumeration(entry.parent()) && !entry.parent().name().isEmpty())

@@ -86,11 +86,12 @@ int numberBehind(char16_t letter, QStringView name)
     return ok ? n : -1;
 }
 
+// Of a base class of a template too, by the template's name.
 DwarfDebuggingInformationEntry memberType(DwarfExpressionEvaluator &evaluator, DwarfDebuggingInformationEntry type,
                                           const QString &name)
 {
     for (const TypeMember &member : evaluator.membersOf(type)) {
-        if (member.name == name)
+        if (member.name == name || (member.isBase && member.name.startsWith(name + u'<')))
             return member.type;
     }
     return {};

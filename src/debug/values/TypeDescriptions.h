@@ -19,9 +19,10 @@ class DwarfExpressionEvaluator;
 //
 //     $(T)             the type of the object
 //     $(T0) $(T1.T0)   an argument of its template, of an argument's template; both are types
-//     $(T.name.T0)     steps lead to the types of members too
+//     $(T.name.T0)     steps lead to the types of members and of base classes too
 //     $(A0) $(T1.A0)   the same as the text in the type's name, which may be a number
 //     $(E)             the expression that stands for the object
+//     $[EXPRESSION]    the number that it is, within a name too: $(T$[...])
 class TypeDescriptionFile
 {
 public:

@@ -192,6 +192,7 @@ ExpressionValue DwarfExpressionEvaluator::readEntry(Entry type)
     case DW_TAG_rvalue_reference_type:
     case DW_TAG_subroutine_type:
     case DW_TAG_subprogram:
+    case DW_TAG_ptr_to_member_type: // of a function, its address or its index of the virtual table
         return ExpressionValue::ofUnsigned(block().readInteger(DwarfTypes::wordSize), DwarfTypes::wordSize);
     case DW_TAG_base_type: return readBase(type);
     }

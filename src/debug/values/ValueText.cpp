@@ -101,7 +101,8 @@ ExpressionValue fromText(const ExpressionValue &prototype, const QString &text)
 
 QString characterText(const ExpressionValue &value)
 {
-    const quint8 code = quint8(value.asUnsigned());
+    const bool isSigned = value.kind() == ExpressionValue::Signed; // of a bit field more bits than it has
+    const quint8 code = quint8(isSigned ? value.asSigned() : qint64(value.asUnsigned()));
     QString character;
     if (code == '\'' || code == '\\')
         character = u'\\' + QString(QLatin1Char(char(code)));
@@ -111,6 +112,5 @@ QString characterText(const ExpressionValue &value)
         character = u"\\033"_s;
     else
         character = ExpressionValue::ofCText(QByteArray(1, char(code)), true, false).text();
-    return (value.kind() == ExpressionValue::Signed ? QString::number(value.asSigned()) : QString::number(code)) +
-           u" '"_s + character + u'\'';
+    return (isSigned ? QString::number(value.asSigned()) : QString::number(code)) + u" '"_s + character + u'\'';
 }

@@ -71,8 +71,8 @@ VariableScope VariableScope::at(DwarfFile &file, quint32 address)
         for (auto child = block.child(); child; child = child.sibling()) {
             if (child.tag() == DW_TAG_formal_parameter)
                 (block == scope.function ? scope.parameters : variables).push_back(child);
-            else if (child.tag() == DW_TAG_variable && !child.isDeclaration())
-                variables.push_back(child);
+            else if (child.tag() == DW_TAG_variable && !child.isDeclaration() && !child.nameBytes().isEmpty())
+                variables.push_back(child); // without a name: what the compiler keeps an array's bound in
         }
     }
     for (auto variables = blocks.rbegin(); variables != blocks.rend(); ++variables)

@@ -29,16 +29,6 @@ const char *kindOf(quint32 tag)
     return "typedef"; // of something else
 }
 
-// "struct S" as C has it, or S.
-DwarfDebuggingInformationEntry findTypeAsWritten(DwarfFile &file, const QString &name)
-{
-    for (const QString &keyword : {u"struct "_s, u"class "_s, u"union "_s, u"enum "_s}) {
-        if (name.startsWith(keyword))
-            return file.findType(name.mid(keyword.size()).trimmed());
-    }
-    return file.findType(name);
-}
-
 std::vector<std::optional<quint64>> dimensionsOf(DwarfTypes &types, const TypeMember &member)
 {
     const auto type = types.stripType(member.type);
@@ -87,6 +77,21 @@ void writeMembers(JsonWriter &json, DwarfTypes &types, const std::vector<TypeMem
     json.end();
 }
 
+void writeEnumerators(JsonWriter &json, const std::vector<TypeEnumerator> &enumerators)
+{
+    json.beginArray("enumerators");
+    for (const TypeEnumerator &enumerator : enumerators) {
+        json.beginObject();
+        json.field("name", enumerator.name);
+        if (enumerator.isUnsigned)
+            json.field("value", quint64(enumerator.value));
+        else
+            json.field("value", enumerator.value);
+        json.end();
+    }
+    json.end();
+}
+
 // Offset, size and declaration of each member; a bit field's offset is bytes:bits and its size :bits.
 void listMembers(Results &results, DwarfTypes &types, const std::vector<TypeMember> &members, int depth)
 {
@@ -119,7 +124,7 @@ void listMembers(Results &results, DwarfTypes &types, const std::vector<TypeMemb
 void writeType(Results &results, DwarfFile &file, const QString &query)
 {
     DwarfTypes types(file);
-    const DwarfDebuggingInformationEntry named = findTypeAsWritten(file, query);
+    const DwarfDebuggingInformationEntry named = types.typeNamed(query);
     const DwarfDebuggingInformationEntry type = named ? types.stripType(named) : named;
     JsonWriter &json = results.json;
     if (!type) {
@@ -130,6 +135,8 @@ void writeType(Results &results, DwarfFile &file, const QString &query)
             json.field("query", query);
             for (const char *key : {"name", "kind", "size"})
                 json.nullField(key);
+            writeMembers(json, types, {});
+            writeEnumerators(json, {});
             json.end();
         }
         return;
@@ -156,21 +163,8 @@ void writeType(Results &results, DwarfFile &file, const QString &query)
     json.field("name", name);
     json.field("kind", kind);
     json.field("size", size);
-    if (isDwarfClassKind(type.tag()))
-        writeMembers(json, types, members);
-    if (DwarfTypes::isEnumeration(type)) {
-        json.beginArray("enumerators");
-        for (const TypeEnumerator &enumerator : enumerators) {
-            json.beginObject();
-            json.field("name", enumerator.name);
-            if (enumerator.isUnsigned)
-                json.field("value", quint64(enumerator.value));
-            else
-                json.field("value", enumerator.value);
-            json.end();
-        }
-        json.end();
-    }
+    writeMembers(json, types, members);
+    writeEnumerators(json, enumerators);
     json.end();
 }
 

@@ -21,7 +21,7 @@ PMemory *pcode::pfa() const
 
 pcode *pcode::toWord() const
 {
-    throw ForthException(ForthError::NoStoreMethod, displayName());
+    throw ForthException(ForthError::NoStoreMethod);
 }
 
 void pcode::compile(FSContext &context)

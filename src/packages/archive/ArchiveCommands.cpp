@@ -2,6 +2,7 @@
 
 #include "base/HException.h"
 #include "base/JsonWriter.h"
+#include "base/PlainText.h"
 #include "base/TerminalProgress.h"
 #include "packages/archive/PackageArchive.h"
 
@@ -140,6 +141,10 @@ public:
 
     void add(const QString &given)
     {
+        struct stat status;
+        if (::stat(PackageArchive::nameToBytes(given).constData(), &status) == 0 &&
+            Identity(status.st_dev, status.st_ino) == m_output)
+            throw HException(given + u" is to be the archive itself"_s);
         QString name = QDir::cleanPath(given);
         const QString asGiven = name;
         while (name.startsWith(u'/') || name.startsWith(u"../") || name == u"..")
@@ -219,7 +224,11 @@ int create(const CommandArguments &arguments)
     Gatherer gatherer(archive, arguments.value("prefix"), output);
     for (const QString &path : arguments.positional().sliced(1))
         gatherer.add(path);
-    archive.save(output, level);
+    try {
+        archive.save(output, level);
+    } catch (const HException &error) {
+        throw error.message().contains(output) ? error : HException(output + u": "_s + error.message());
+    }
     return 0;
 }
 
@@ -263,12 +272,8 @@ int list(const CommandArguments &arguments)
         printJson(archive, files);
     } else {
         for (const PackageArchiveFile file : files) {
-            QString name = file.name();
-            for (QChar &c : name) // a name can't steer the terminal
-                if (c.category() == QChar::Other_Control)
-                    c = u'?';
             printOut(u"%1 %2 %3 %4\n"_s.arg(modeText(file), QString::number(file.size()).rightJustified(10),
-                                            file.time().toString(u"yyyy-MM-dd HH:mm:ss"_s), name));
+                                            file.time().toString(u"yyyy-MM-dd HH:mm:ss"_s), plainText(file.name())));
         }
     }
     if (!missing.isEmpty())

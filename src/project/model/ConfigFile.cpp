@@ -66,7 +66,7 @@ ConfigFile ConfigFile::read(const QString &path)
     QString error = u"cannot open it"_s;
     int line = 0;
     if (!document.load(path, QString(), true, &error, &line))
-        throw HException(u"cannot load configuration file - %1 : %2:%3"_s.arg(error, path).arg(line));
+        throw HException(u"cannot load configuration file - %1 : %2:%3"_s.arg(error, path, QString::number(line)));
     config.settings = entriesOf(document.document(), u"setting"_s);
     config.systemMacros = entriesOf(document.document(), u"system-macro"_s);
     config.environmentVariables = entriesOf(document.document(), u"environment-variable"_s);

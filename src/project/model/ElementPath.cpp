@@ -22,6 +22,12 @@ bool isClean(QStringView path)
 
 } // namespace
 
+bool ElementPath::isExternal() const
+{
+    const QString relative = relativePath(directory, path);
+    return relative == QStringLiteral("..") || relative.startsWith(QStringLiteral("../"));
+}
+
 QString normalizedPath(const QString &path)
 {
     return isClean(path) ? path : QDir::cleanPath(path);

@@ -8,9 +8,10 @@ struct ElementPath
     QString path;             // absolute and normalised: of the file, or of a project the directory
     QString directory;        // against which the name is resolved; empty for solutions and configurations
     QString fileName;         // "file_name" with its macros expanded
-    bool isExternal = false;  // not below the project's directory
     bool hasMacros = false;   // "file_name" has a "$", so that the path depends on the configuration
     bool wasRelative = false; // fileName is
+
+    bool isExternal() const; // not below the project's directory
 };
 
 // Without redundant separators, "." and "..", where that is possible.

@@ -201,7 +201,7 @@ QString NodeMacros::expand(const MacroPattern &pattern) const
         appendOwn(part.macro, text);
     }
     text += pattern.end;
-    return text;
+    return QString(text.constData(), text.size()); // thousands are kept, and none needs its reserve
 }
 
 // None where the directory isn't a macro.

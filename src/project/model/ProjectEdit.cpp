@@ -42,11 +42,6 @@ QString folderSetting(const ProjectElement &folder, const QString &key)
     return folder.hasProperty(key) || !common ? folder.property(key) : common->property(key);
 }
 
-bool isDynamicFolder(const ProjectElement &element)
-{
-    return element.type() == ProjectElement::Type::Folder && element.hasProperty(u"path"_s);
-}
-
 bool isFolderKey(const QString &key)
 {
     return key == "path"_L1 || key == "filter"_L1 || key == "recurse"_L1 || key == "exclude"_L1;
@@ -137,6 +132,8 @@ void ProjectSystem::fillDynamicFolder(ProjectElement &folder)
         return node;
     });
     populateDynamicFolder(folder, scan);
+    if (!folder.enclosing(ProjectElement::Type::Project))
+        mapProjects(); // those that it had are gone
 }
 
 ProjectElement *ProjectSystem::addConfiguration(ProjectElement *element, const QString &name)
@@ -307,7 +304,7 @@ void ProjectSystem::noteValue(ProjectElement *element, const PropertyClass *prop
     element->setModified(true);
     if (propertyClass->name == "Name"_L1)
         mapProjects();
-    if (isFolderKey(propertyClass->name) && isDynamicFolder(*element))
+    if (isFolderKey(propertyClass->name) && element->isDynamicFolder())
         refreshDynamicFolder(element);
     Q_EMIT propertyChanged(element, configuration, propertyClass);
 }

@@ -87,10 +87,15 @@ ProjectElement *ProjectElement::addConfiguration(const QString &name)
 
 void ProjectElement::removeConfiguration(const QString &name)
 {
-    if (ProjectElement *known = configuration(name)) {
-        removeChild(known);
-        m_isModified = true;
+    if (!configuration(name))
+        return;
+    for (ProjectElement *child = firstElement(); child;) {
+        ProjectElement *next = child->nextElement();
+        if (child->type() == Type::Configuration && child->displayName() == name)
+            removeChild(child);
+        child = next;
     }
+    m_isModified = true;
 }
 
 void ProjectElement::renameConfiguration(const QString &oldName, const QString &newName)
@@ -101,7 +106,9 @@ void ProjectElement::renameConfiguration(const QString &oldName, const QString &
     removeConfiguration(newName);
     m_configurations.remove(oldName);
     m_configurations.insert(newName, renamed);
-    renamed->setProperty(u"Name"_s, newName);
+    for (ProjectElement *child = firstElement(); child; child = child->nextElement())
+        if (child->type() == Type::Configuration && child->displayName() == oldName)
+            child->setProperty(u"Name"_s, newName);
     m_isModified = true;
 }
 

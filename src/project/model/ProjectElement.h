@@ -31,6 +31,8 @@ public:
 
     // "Name", else the last part of "file_name"; "<NULL>" without either.
     QString displayName() const;
+    // A folder with a "path", whose children are what is found there.
+    bool isDynamicFolder() const { return m_type == Type::Folder && hasProperty(QStringLiteral("path")); }
 
     const QMap<QString, QString> &properties() const { return m_properties; }
     QString property(const QString &key) const { return m_properties.value(key); }
@@ -42,8 +44,9 @@ public:
     ProjectElement *configuration(const QString &name) const { return m_configurations.value(name); }
     const QMap<QString, ProjectElement *> &configurations() const { return m_configurations; }
     ProjectElement *addConfiguration(const QString &name); // or the one that there is
+    // All of that name, should the file have several.
     void removeConfiguration(const QString &name);
-    // In place of another of the new name, if there is one.
+    // In place of those of the new name, if there are any.
     void renameConfiguration(const QString &oldName, const QString &newName);
 
     // Moves the attributes into the properties and enters the configuration in its parent's map, a later one
@@ -62,6 +65,10 @@ public:
     void setFile(const QString &path, const QDateTime &time);
     bool isImported() const { return m_isImported; }
     void setImported(bool imported) { m_isImported = imported; }
+    // Of an imported solution: the attributes of its import element but "file_name", which is a property, and
+    // "can_modify_solution". "macros" is among them.
+    const QMap<QString, QString> &importAttributes() const { return m_importAttributes; }
+    void setImportAttributes(const QMap<QString, QString> &attributes) { m_importAttributes = attributes; }
 
     // What a build step found the file to be, see ProjectSystem::fileTypeOf; empty: its name says it.
     const QString &buildType() const { return m_buildType; }
@@ -85,6 +92,7 @@ private:
     bool m_isImported = false;
     QMap<QString, QString> m_properties;
     QMap<QString, ProjectElement *> m_configurations; // children
+    QMap<QString, QString> m_importAttributes;
     QString m_filePath;
     QDateTime m_fileTime;
     QString m_buildType;

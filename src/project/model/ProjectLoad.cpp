@@ -19,7 +19,7 @@ constexpr int commandPollMs = 100;
 
 [[noreturn]] void fail(const QString &file, const QString &message)
 {
-    throw SolutionLoadError{file, false, message, 0, 0};
+    throw SolutionLoadError{file, false, message, 0, 0, {}};
 }
 
 QString attributeText(const XMLElement &element, const char *name)
@@ -167,7 +167,13 @@ void ProjectSystem::prepare(ProjectElement &root, const SolutionLoadHandlers &ha
     ProjectLoadProgressInterface &progress = progressOf(handlers);
     const QString target = root.property(u"target"_s);
     if (!target.isEmpty() && target.toInt() != systemTarget)
-        fail(root.filePath(), u"invalid solution target (%1, expected %2)"_s.arg(target).arg(systemTarget));
+        throw SolutionLoadError{
+            root.filePath(),
+            true,
+            u"invalid solution target (%1, expected %2)"_s.arg(target, QString::number(systemTarget)),
+            int(root.line()) + 1,
+            0,
+            {}};
     std::vector<ProjectElement *> templated;
     visit(root, [&templated](ProjectElement &element) {
         if (element.type() == ProjectElement::Type::Project && element.hasProperty(u"template_name"_s))
@@ -201,15 +207,13 @@ void ProjectSystem::populate(ProjectElement &root, const SolutionLoadHandlers &h
         mapProjects(handlers.progress);
     }
     std::vector<ProjectElement *> folders;
-    visit(root, [&folders](ProjectElement &element) {
-        const auto *parent = element.parentElement();
-        const bool isWithin = parent && parent->type() == ProjectElement::Type::Folder &&
-                              parent->hasProperty(u"path"_s); // it goes when that one is filled
-        if (element.type() == ProjectElement::Type::Folder && element.hasProperty(u"path"_s) && !isWithin)
-            folders.push_back(&element);
-    });
-    if (folders.empty())
-        return;
+    for (XMLNode *node = &root; node;) {
+        auto *element = static_cast<ProjectElement *>(node->toElement());
+        const bool isDynamic = element && element->isDynamicFolder();
+        if (isDynamic)
+            folders.push_back(element);
+        node = isDynamic ? node->nextBehindTree(&root) : node->nextInTree(&root); // what is in it goes
+    }
     const Stage stage(progress, u"Populating dynamic folders"_s, ProjectLoadProgressInterface::Status);
     for (ProjectElement *folder : folders) {
         const ProjectElement *project = folder->enclosing(ProjectElement::Type::Project);
@@ -271,6 +275,8 @@ ProjectElement *ProjectSystem::importSolution(ProjectElement *parent, const QStr
     m_loadedFiles = files;
     root->setProperty(u"file_name"_s, written);
     root->setImported(true);
+    if (!macroString.isEmpty())
+        root->setImportAttributes({{u"macros"_s, macroString}});
     root->setModified(false);
     ProjectElement *imported = root.get();
     parent->appendChild(std::move(root));

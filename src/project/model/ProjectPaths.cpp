@@ -51,8 +51,6 @@ void ProjectSystem::resolveFile(const ProjectElement &file, const QString &confi
     }
     path.wasRelative = !path.fileName.startsWith(u'/');
     path.path = ::absolutePath(path.directory, path.fileName);
-    const QString relative = ::relativePath(path.directory, path.path);
-    path.isExternal = relative == ".."_L1 || relative.startsWith("../"_L1);
 }
 
 QString ProjectSystem::path(const ProjectElement *element, const QString &configuration) const

@@ -6,13 +6,15 @@ using namespace Qt::StringLiterals;
 
 namespace {
 
-// Keys of the node itself. A plain folder's filter is a configuration's.
-bool belongsToNode(const ProjectElement &element, const QString &key)
+// The first in the tree; null when there is none.
+ProjectElement *folderNamed(ProjectElement &project, const QString &name)
 {
-    const bool isDynamicFolder = element.type() == ProjectElement::Type::Folder && element.hasProperty(u"path"_s);
-    if (key == "Name"_L1 || key == "file_name"_L1 || key == "path"_L1)
-        return true;
-    return isDynamicFolder && (key == "filter"_L1 || key == "recurse"_L1 || key == "exclude"_L1);
+    for (XMLNode *node = &project; node; node = node->nextInTree(&project)) {
+        auto *element = static_cast<ProjectElement *>(node->toElement());
+        if (element && element->type() == ProjectElement::Type::Folder && element->displayName() == name)
+            return element;
+    }
+    return nullptr;
 }
 
 QStringList namesIn(const QString &text)
@@ -21,6 +23,14 @@ QStringList namesIn(const QString &text)
 }
 
 } // namespace
+
+bool belongsToNode(const ProjectElement &element, const QString &key)
+{
+    if (key == "Name"_L1 || key == "file_name"_L1 || key == "path"_L1)
+        return true;
+    return (element.isDynamicFolder() || element.hasProperty(key)) &&
+           (key == "filter"_L1 || key == "recurse"_L1 || key == "exclude"_L1);
+}
 
 ProjectPropertyValue::ProjectPropertyValue(ProjectSystem *system, const PropertyClass *propertyClass,
                                            ProjectElement *element, const QString &configuration)
@@ -129,7 +139,9 @@ void PropertyValueGroupValue::addFile(const PropertyValueGroupClass::Contributio
     ProjectElement *project = element()->enclosing(ProjectElement::Type::Project);
     if (!project)
         return;
-    ProjectElement *place = part.folder.isEmpty() ? project : system()->addFolder(project, part.folder);
+    ProjectElement *place = part.folder.isEmpty() ? project : folderNamed(*project, part.folder);
+    if (!place)
+        place = system()->addFolder(project, part.folder);
     ProjectElement *file = place->firstElement();
     while (file && (file->type() != ProjectElement::Type::File || file->displayName() != part.name))
         file = file->nextElement();
@@ -160,14 +172,19 @@ std::unique_ptr<ProjectPropertyValue> makeProjectPropertyValue(ProjectSystem *sy
     return make(std::type_identity<ProjectPropertyValue>());
 }
 
+bool isOfSolutions(const PropertyClass &propertyClass)
+{
+    const QString &key = propertyClass.name;
+    return key == "inherited_configurations"_L1 || key == "public_configurations"_L1 ||
+           key == "private_configurations"_L1;
+}
+
 PropertyValueList projectPropertyValues(ProjectSystem *system, ProjectElement *element, const QString &configuration)
 {
     PropertyValueList values;
     const bool isSolution = element->type() == ProjectElement::Type::Solution;
     for (const auto &known : system->schema().classes()) {
-        const bool isOfSolution =
-            known->name.endsWith("_configurations"_L1) && known->name != "batch_build_configurations"_L1;
-        if (system->schema().propertyClassNamed(known->name) == known.get() && (isSolution || !isOfSolution))
+        if (system->schema().propertyClassNamed(known->name) == known.get() && (isSolution || !isOfSolutions(*known)))
             values.appendUnique(makeProjectPropertyValue(system, known.get(), element, configuration));
     }
     for (const PropertyValueGroupClass *group : system->propertyGroups(element, configuration))

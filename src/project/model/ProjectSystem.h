@@ -122,7 +122,7 @@ public:
     // ---- Values -------------------------------------------------------------------------------------------
 
     // The raw text, as propertyValue() of PropertyLookup.h finds it, but kept. A null element has the defaults.
-    QString value(const ProjectElement *element, ProjectProperty property, const QString &configuration) const;
+    const QString &value(const ProjectElement *element, ProjectProperty property, const QString &configuration) const;
     QString value(const ProjectElement *element, const PropertyClass &propertyClass,
                   const QString &configuration) const;
     bool isYes(const ProjectElement *element, ProjectProperty property, const QString &configuration) const;

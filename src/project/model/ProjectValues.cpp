@@ -152,13 +152,14 @@ const ValueLayer *ProjectSystem::findLayer(const ProjectElement *element, const 
     return outer;
 }
 
-QString ProjectSystem::value(const ProjectElement *element, ProjectProperty property,
-                             const QString &configuration) const
+const QString &ProjectSystem::value(const ProjectElement *element, ProjectProperty property,
+                                    const QString &configuration) const
 {
+    static const QString none;
     const ValueLayer *values = layer(element, configuration);
     if (const QString *found = values ? values->find(property) : nullptr)
         return *found;
-    return m_schema.contains(property) ? m_schema[property].defaultValue : QString();
+    return m_schema.contains(property) ? m_schema[property].defaultValue : none;
 }
 
 QString ProjectSystem::value(const ProjectElement *element, const PropertyClass &propertyClass,

@@ -56,7 +56,7 @@ bool readStoredProperties(const QDomElement &element, QObject &object, const QMe
             continue;
         const QString text = element.attribute(name);
         if (property.metaType() == QMetaType::fromType<QStringList>()) {
-            property.write(&object, text.split(u'\n', Qt::SkipEmptyParts));
+            property.write(&object, text.isEmpty() ? QStringList() : text.split(u'\n'));
         } else {
             QVariant value(text);
             if (value.convert(property.metaType()))

@@ -1,5 +1,6 @@
 #include "project/model/SolutionFile.h"
 
+#include "base/SafeFile.h"
 #include "xml/macros/MacroExpansion.h"
 #include "xml/preprocessor/XMLPP2.h"
 
@@ -27,7 +28,13 @@ public:
 
 [[noreturn]] void fail(const QString &file, const QString &message)
 {
-    throw SolutionLoadError{file, false, message, 0, 0};
+    throw SolutionLoadError{file, false, message, 0, 0, {}};
+}
+
+// `line` from 0.
+[[noreturn]] void fail(const QString &file, quint32 line, const QString &message)
+{
+    throw SolutionLoadError{file, true, message, int(line) + 1, 0, {}};
 }
 
 bool isTooDeep(const XMLNode *node, const XMLNode *root)
@@ -49,7 +56,7 @@ public:
 
 private:
     void build(ProjectElement &root);
-    ProjectElement *import(ProjectElement &element, const QString &directory);
+    void import(ProjectElement &element, const QString &file);
 
     QStringList &m_loadedFiles;
     SolutionLoadSteps &m_steps;
@@ -63,10 +70,9 @@ std::unique_ptr<ProjectElement> SolutionReader::load(const QString &directory, c
     if (!QFileInfo::exists(file) && !directory.isEmpty() && QDir::isRelativePath(file))
         file = directory + u'/' + path;
     QFileInfo info(file);
-    if (!info.exists() && m_steps.fileNotFound(file))
-        info.refresh();
-    if (!info.exists())
+    if (!info.exists() && !m_steps.fileNotFound(file))
         fail(path, path + " does not exist"_L1);
+    info.refresh();
     if (!info.isFile() || !QFile(file).open(QFile::ReadOnly))
         fail(file, file + " cannot access"_L1);
     m_steps.opened(file);
@@ -76,16 +82,16 @@ std::unique_ptr<ProjectElement> SolutionReader::load(const QString &directory, c
 
     ProjectSystemXMLPP2 document;
     if (!document.load(file, macros, !macros.isEmpty()))
-        throw SolutionLoadError{file, true, QString::fromUtf8(document.errorText()), int(document.errorLine()) + 1, 0};
+        fail(file, document.errorLine(), QString::fromUtf8(document.errorText()));
     if (document.doctype() != projectDoctype)
         fail(file, file + " not a solution file"_L1);
     const QString malformed = file + " is a malformed solution file (bad XML)"_L1;
     const auto &[openName, openLine] = document.openElement();
-    if (!document.root() && !openName.isEmpty())
-        throw SolutionLoadError{file, true, u"%1: <%2> has no end"_s.arg(malformed, QString::fromUtf8(openName)),
-                                int(openLine) + 1, 0};
-    if (!document.root() || document.root()->name() != "solution")
-        fail(file, malformed);
+    if (!document.root())
+        fail(file, openLine,
+             openName.isEmpty() ? malformed : u"%1: <%2> has no end"_s.arg(malformed, QString::fromUtf8(openName)));
+    if (document.root()->name() != "solution")
+        fail(file, document.root()->line(), malformed);
     m_loadedFiles.append(file);
     m_steps.parsed(*document.root(), file);
     std::unique_ptr<ProjectElement> root(static_cast<ProjectElement *>(document.takeRoot().release()));
@@ -97,10 +103,24 @@ std::unique_ptr<ProjectElement> SolutionReader::load(const QString &directory, c
     return root;
 }
 
+// A solution may have projects and imports anywhere but within a project, and is no part of another by itself.
+void checkPlace(const XMLElement &element, const ProjectElement &root)
+{
+    const bool isSolution = element.name() == "solution" && &element != &root;
+    if (!isSolution && element.name() != "project" && element.name() != "import")
+        return;
+    const auto *parent = static_cast<const ProjectElement *>(element.parent());
+    const char *place = isSolution                                                   ? "solution"
+                        : parent && parent->enclosing(ProjectElement::Type::Project) ? "project"
+                                                                                     : nullptr;
+    if (place)
+        fail(root.filePath(), element.line(),
+             u"<%1> can't stand within a %2"_s.arg(QString::fromUtf8(element.name()), QLatin1StringView(place)));
+}
+
 // In document order, the parents first.
 void SolutionReader::build(ProjectElement &root)
 {
-    const QString directory = QFileInfo(root.filePath()).path();
     int step = 0, steps = 0;
     for (const XMLNode *child = root.firstChild(); child; child = child->nextSibling())
         ++steps;
@@ -110,11 +130,12 @@ void SolutionReader::build(ProjectElement &root)
         XMLElement *element = node->toElement();
         XMLNode *next = node->nextInTree(&root);
         if (isTooDeep(node, &root))
-            throw SolutionLoadError{root.filePath(), true, u"elements are nested too deeply"_s, int(node->line()) + 1,
-                                    0};
+            fail(root.filePath(), node->line(), u"elements are nested too deeply"_s);
+        if (element)
+            checkPlace(*element, root);
         if (element && element->name() == "import") {
             next = node->nextBehindTree(&root);
-            import(static_cast<ProjectElement &>(*element), directory);
+            import(static_cast<ProjectElement &>(*element), root.filePath());
         } else if (element) {
             static_cast<ProjectElement *>(element)->takeAttributes();
         }
@@ -122,28 +143,33 @@ void SolutionReader::build(ProjectElement &root)
     }
 }
 
-ProjectElement *SolutionReader::import(ProjectElement &element, const QString &directory)
+// Puts what the element imports in its place. `file` is the solution that it is in.
+void SolutionReader::import(ProjectElement &element, const QString &file)
 {
-    const QString written = QString::fromUtf8(element.attribute("file_name"));
+    element.takeAttributes();
+    QMap<QString, QString> attributes = element.properties();
+    const QString written = attributes.take(u"file_name"_s);
+    const bool canModify = attributes.take(u"can_modify_solution"_s) != "No"_L1;
+    const QString directory = QFileInfo(file).path();
     const QString path = QDir(directory).filePath(expandGlobal(written));
-    if (m_depth >= maximumImports)
-        fail(path, path + " is imported too deeply"_L1);
-    ++m_depth;
-    std::unique_ptr<ProjectElement> loaded =
-        load(directory, path, expandGlobal(QString::fromUtf8(element.attribute("macros"))));
-    --m_depth;
+    std::unique_ptr<ProjectElement> loaded;
+    try {
+        if (m_depth >= maximumImports)
+            fail(path, path + " is imported too deeply"_L1);
+        ++m_depth;
+        loaded = load(directory, path, expandGlobal(attributes.value(u"macros"_s)));
+        --m_depth;
+    } catch (SolutionLoadError &error) {
+        if (error.importedAt.isEmpty())
+            error.importedAt = file + u':' + QString::number(element.line() + 1);
+        throw;
+    }
     loaded->setProperty(u"file_name"_s, written);
     loaded->setImported(true);
-    loaded->setCanModify(element.attribute("can_modify_solution") != "No");
+    loaded->setImportAttributes(attributes);
+    loaded->setCanModify(canModify);
     loaded->setModified(false);
-    ProjectElement *placed = loaded.get();
     element.parent()->replaceChild(&element, std::move(loaded));
-    return placed;
-}
-
-bool isDynamicFolder(const ProjectElement &node)
-{
-    return node.type() == ProjectElement::Type::Folder && node.hasProperty(u"path"_s);
 }
 
 // Attributes are written in the order of their keys.
@@ -171,12 +197,14 @@ void buildXml(const ProjectElement &solution, QXMLDocument &document)
         open.pop_back();
         writeProperties(*node, node == &solution, *made);
         for (const ProjectElement *child = node->firstElement(); child; child = child->nextElement()) {
-            if (isDynamicFolder(*node) && child->type() != ProjectElement::Type::Configuration)
+            if (node->isDynamicFolder() && child->type() != ProjectElement::Type::Configuration)
                 continue;
             const bool isImport = child->isImported();
             auto element = document.createElement(isImport ? QByteArrayView("import") : child->name());
             if (isImport) {
                 element->setAttribute("file_name", child->property(u"file_name"_s).toUtf8());
+                for (const auto &[key, value] : child->importAttributes().asKeyValueRange())
+                    element->setAttribute(key.toUtf8(), value.toUtf8());
                 if (!child->canModify())
                     element->setAttribute("can_modify_solution", "No");
             } else {
@@ -212,8 +240,14 @@ void saveSolution(ProjectElement &solution)
         solution.setProperty(u"target"_s, u"8"_s);
     QXMLDocument document;
     buildXml(solution, document);
-    if (!document.writeFile(solution.filePath(), fileIndent, fileWrapWidth))
-        throw SolutionSaveError{{solution.filePath(), false, QString::fromUtf8(document.errorText()), 0, 0}};
+    SafeFile file(solution.filePath());
+    if (!file.open() || !document.writeTo(file.device()) || !file.commit())
+        throw SolutionSaveError{{solution.filePath(),
+                                 false,
+                                 u"couldn't write %1: %2"_s.arg(solution.filePath(), file.errorString()),
+                                 0,
+                                 0,
+                                 {}}};
     solution.setFile(solution.filePath(), QFileInfo(solution.filePath()).lastModified());
     for (XMLNode *node = &solution; node;) {
         auto *element = static_cast<ProjectElement *>(node->toElement());

@@ -13,6 +13,7 @@ struct SolutionLoadError
     QString message;
     int line = 0; // from 1
     int column = 0;
+    QString importedAt; // "FILE:LINE" of the import of the file, if there is one
 };
 
 struct SolutionSaveError : SolutionLoadError

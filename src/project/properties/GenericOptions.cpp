@@ -1,5 +1,6 @@
 #include "project/properties/GenericOptions.h"
 
+#include "project/properties/LoadProblem_p.h"
 #include "project/properties/PropertyGroups.h"
 
 using namespace Qt::StringLiterals;
@@ -30,10 +31,10 @@ bool GenericOptions::load(const QString &path, QString *error)
     if (path.isEmpty())
         return true;
     auto document = std::make_unique<XMLPP2>();
-    if (!document->load(path, QString(), false) || !document->root()) {
+    const bool isRead = document->load(path, QString(), false);
+    if (!isRead || !document->root()) {
         if (error)
-            *error =
-                u"%1:%2: %3"_s.arg(path).arg(document->errorLine() + 1).arg(QString::fromUtf8(document->errorText()));
+            *error = loadProblem(path, *document, isRead);
         return false;
     }
     m_document = std::move(document);

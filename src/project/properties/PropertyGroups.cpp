@@ -1,6 +1,7 @@
 #include "project/properties/PropertyGroups.h"
 
 #include "base/Log.h"
+#include "project/properties/LoadProblem_p.h"
 
 #include <QFileInfo>
 #include <algorithm>
@@ -101,12 +102,11 @@ const PropertyValueGroupClass::Entry *PropertyValueGroupClass::entryFor(const QS
 bool PropertyValueGroupFile::loadGroups(const QString &path)
 {
     m_groups.clear();
-    if (!load(path, QString(), false)) {
-        reportError(u"%1 : %2:%3"_s.arg(QString::fromUtf8(errorText()), path).arg(errorLine() + 1));
+    const bool isRead = load(path, QString(), false);
+    if (!isRead || !root()) {
+        reportError(loadProblem(path, *this, isRead));
         return false;
     }
-    if (!root())
-        return false;
     for (const XMLElement *element = root()->firstChildElement("group"); element;
          element = element->nextSiblingElement("group"))
         m_groups.push_back(std::make_unique<PropertyValueGroupClass>(*element));

@@ -673,11 +673,8 @@ ESNode *ESParser::parseObject()
     ESNode *node = make(tokObject, m_lexer.line()), **last = &node->a;
     m_lexer.next();
     while (m_lexer.peek() != '}') {
-        if (node->a) {
+        if (node->a)
             expect(',');
-            if (m_lexer.peek() == '}')
-                break;
-        }
         const quint32 token = m_lexer.peek(), line = m_lexer.line();
         if (token != tokIdentifier && token != tokString && token != tokNumber)
             fail(u"number, string, or identifier expected in object initialiser"_s);

@@ -19,12 +19,9 @@ namespace {
 
 constexpr qint64 attemptMs = 1000, pauseBetweenAttemptsMs = 50;
 
-// A connected socket, or a closed descriptor. Throws "cannot create socket".
-FileDescriptor connectTo(const addrinfo &address)
+// False, with the socket closed, when the peer doesn't accept it in time.
+bool connectSocket(FileDescriptor &socket, const addrinfo &address)
 {
-    FileDescriptor socket(::socket(address.ai_family, SOCK_STREAM | SOCK_CLOEXEC, 0));
-    if (!socket.isOpen())
-        throw HException(u"cannot create socket"_s);
     const int flags = ::fcntl(socket.number(), F_GETFL);
     ::fcntl(socket.number(), F_SETFL, flags | O_NONBLOCK);
     const bool isStarted = ::connect(socket.number(), address.ai_addr, address.ai_addrlen) == 0 || errno == EINPROGRESS;
@@ -34,10 +31,11 @@ FileDescriptor connectTo(const addrinfo &address)
     if (!isStarted || !waitForDescriptor(socket.number(), POLLOUT, QDeadlineTimer(attemptMs)) ||
         ::getsockopt(socket.number(), SOL_SOCKET, SO_ERROR, &error, &size) != 0 || error != 0)
         socket.close();
-    return socket;
+    return socket.isOpen();
 }
 
-// One try at all the addresses of the host.
+// One try at all the addresses of the host: a connected socket, or a closed one. Throws "cannot create socket"
+// when the system has none for any of them; for some it hasn't where it knows no IPv6.
 FileDescriptor connectOnce(const QByteArray &host, const QByteArray &port)
 {
     addrinfo hints{};
@@ -46,9 +44,15 @@ FileDescriptor connectOnce(const QByteArray &host, const QByteArray &port)
     if (::getaddrinfo(host.constData(), port.constData(), &hints, &found) != 0)
         return FileDescriptor();
     const std::unique_ptr<addrinfo, decltype(&::freeaddrinfo)> addresses(found, &::freeaddrinfo);
-    for (const addrinfo *address = found; address; address = address->ai_next)
-        if (FileDescriptor socket = connectTo(*address); socket.isOpen())
+    bool hadSocket = false;
+    for (const addrinfo *address = found; address; address = address->ai_next) {
+        FileDescriptor socket(::socket(address->ai_family, SOCK_STREAM | SOCK_CLOEXEC, 0));
+        hadSocket = hadSocket || socket.isOpen();
+        if (socket.isOpen() && connectSocket(socket, *address))
             return socket;
+    }
+    if (!hadSocket)
+        throw HException(u"cannot create socket"_s);
     return FileDescriptor();
 }
 

@@ -220,8 +220,9 @@ int convert(const CommandArguments &arguments)
     for (const auto &[option, key] : {std::pair("base", "bin"), std::pair("family", "uf2")})
         if (arguments.has(option) && type.key != QByteArrayView(key))
             throw UsageError(u"--%1 is for files of type %2"_s.arg(text(option), text(key)));
-    const quint32 fill = parseAddress(arguments.value("fill", u"0"_s));
-    if (fill > 0xFF)
+    bool isByte = false;
+    const quint32 fill = arguments.value("fill", u"0"_s).toUInt(&isByte, 0);
+    if (!isByte || fill > 0xFF)
         throw UsageError(u"'%1' is no byte"_s.arg(arguments.value("fill")));
 
     const InputFile input(arguments.positional().first(), arguments);

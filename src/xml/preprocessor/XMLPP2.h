@@ -33,8 +33,7 @@ public:
     XMLElement *fragment(const QString &name) const { return m_fragments.value(name).element; }
 
     // How many elements one walk may add to what was parsed, before it reports and adds no more. 256 bytes
-    // of expanded text count as an element.
-    quint64 maximumProduced() const { return m_maximumProduced; }
+    // of expanded text count as an element, an included file as 200 and those in it.
     void setMaximumProduced(quint64 count) { m_maximumProduced = count; }
 
 protected:

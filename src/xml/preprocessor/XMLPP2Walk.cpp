@@ -7,6 +7,7 @@ using namespace Qt::StringLiterals;
 namespace {
 
 constexpr qsizetype textPerElement = 256; // bytes of expanded text that count as an element
+constexpr quint64 elementsPerFile = 200;  // an included file, which must be opened and read, counts as so many
 
 QString textOf(QByteArrayView bytes)
 {
@@ -243,7 +244,7 @@ void XMLPP2::Walk::processInclude(Chain &chain, XMLElement &element)
         report(chain, element, u"missing filename in <include>"_s);
         return keep(chain, element);
     }
-    if (isTooNested(chain, element))
+    if (isTooNested(chain, element) || !charge(elementsPerFile, chain, element))
         return keep(chain, element);
     const QString path = includePath(expandSystem(attributeText(element, "filename")), chain.origin);
     auto [root, ok] = m_document.readInclude(path);
@@ -391,6 +392,10 @@ std::vector<XMLPP2::Walk::LoopVariable> XMLPP2::Walk::loopVariables(Chain &chain
                 if (!given.contains(entry))
                     report(chain, element, u"exclude_entries cannot find entry named "_s + entry);
             }
+            // A pattern and an item to match it with cost about that part of an element.
+            constexpr quint64 matchesPerElement = 16;
+            if (!charge(quint64(items.size()) * quint64(patterns.size()) / matchesPerElement, chain, element))
+                items.clear();
             items.removeIf([&](const QString &item) {
                 const auto matches = [&](const QRegularExpression &pattern) { return pattern.match(item).hasMatch(); };
                 return excludedItems.contains(item) || std::ranges::any_of(patterns, matches);

@@ -125,7 +125,7 @@ private:
 class XMLElement : public XMLNode
 {
 public:
-    explicit XMLElement(const XMLText &name) : XMLNode(Kind::Element, name) {}
+    explicit XMLElement(const XMLText &name);
     ~XMLElement() override;
 
     QByteArrayView name() const { return value(); }
@@ -144,15 +144,17 @@ private:
     friend class XMLParser;   // fills the list of a new element
     friend class XMLDocument; // copies lists
 
+    struct AttributeList;
+
     void copyAttributes(const XMLElement &from);
     XMLAttribute *find(QByteArrayView name) const;
     void addAttribute(const XMLAttribute &attribute);
-    void reserveAttributes(quint32 count);
+    void makeListOwn();
 
-    bool m_hasOwnStrings = false; // some name or value may be a copy; the rest of the base's last word
-    XMLAttribute *m_attributes = nullptr;
+    bool m_hasOwnStrings = false; // some name or value may be a copy; the rest of the base's last words
     quint32 m_attributeCount = 0;
-    quint32 m_attributeCapacity = 0; // 0: the list lies in the source
+    XMLAttribute *m_attributes = nullptr;
+    std::unique_ptr<AttributeList> m_ownList; // null: the list lies in the source
 };
 
 class XMLData : public XMLNode

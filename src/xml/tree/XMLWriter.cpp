@@ -1,5 +1,7 @@
 #include "xml/tree/XMLWriter.h"
 
+#include "base/SafeFile.h"
+
 #include <QIODevice>
 #include <array>
 
@@ -182,7 +184,7 @@ void XMLWriter::write(QByteArrayView text)
 bool XMLWriter::flush()
 {
     if (m_device && m_ok) {
-        m_ok = m_device->write(m_text) == m_text.size();
+        m_ok = writeAll(*m_device, m_text);
         m_text.resize(0);
     }
     return m_ok;

@@ -10,7 +10,7 @@ TEST_F(CommandsTest, LanguageArgumentsAreWhatClangUnderstands)
     load(R"x(c_preprocessor_definitions="A=1" c_preprocessor_undefinitions="B" c_user_include_directories="inc"
         c_system_include_directories="$(ProjectDir);/none/such" code_completion_options="-Wall;-DX=$(ProjectName)"
         c_additional_options="-mcpu=cortex-m3;-mthumb;-fno-tree-vrp" cpp_only_additional_options="-std=c++20;-O2"
-        asm_additional_options="-march=rv32imac")x");
+        asm_additional_options="-march=rv32imac_zicsr")x");
     const auto arguments = [this](const char *name) { // without the folders of the machine's C library
         QStringList all = tools.languageServiceArguments(node(name), debug);
         for (qsizetype i = all.size() - 2; i >= 0; --i)

@@ -103,13 +103,46 @@ TEST_F(CommandsTest, PropertiesMakeArguments)
         EXPECT_EQ(made.error, QString()) << row.what;
         QString error;
         EXPECT_EQ(tools.hash(request(row.node), {u"more"_s}, error),
-                  commandHash(made.directory, made.arguments, made.inputs + QStringList(u"more"_s)))
+                  commandHash(made.directory, made.arguments, made.inputs + QStringList(u"more"_s) + made.programs))
             << row.what;
         EXPECT_NO_THROW(DriverOptions::parse(made.arguments.sliced(1))) << row.what; // the driver knows them all
     }
     load("");
     EXPECT_EQ(line(tools.command(request("main.c", BuildFlag::noDepend)).arguments),
               u"CC -v -c -xc P/main.c -g -o o/main.o"_s);
+}
+
+// Of a folder's sources it must be known what tells their commands apart: else a changed one would go unnoticed.
+TEST_F(CommandsTest, SourcesShareACommandUnlessMoreThanTheirNamesIsTheirOwn)
+{
+    folder.write("c.opt", "-c1\n");
+    struct Row
+    {
+        const char *attributes;
+        bool isShared;
+    };
+    const Row rows[] = {
+        {"", true},
+        {R"x(c_preprocessor_definitions="A=$(ProjectName)" c_additional_options_from_file="c.opt")x", true},
+        {R"x(c_preprocessor_definitions="A=$(InputName)")x", false},
+        {R"x(c_additional_options_from_file="$(InputName).opt")x", false},
+        {R"x(build_intermediate_directory="o/$(InputName)")x", false},
+        {R"x(build_dependency_file_name="$(IntDir)/$(InputFileName).d")x", false},
+    };
+    std::set<quint64> hashes;
+    QString error;
+    for (const Row &row : rows) {
+        load(row.attributes);
+        CommandHash hash;
+        EXPECT_EQ(tools.addShared(request("main.c"), hash, error), row.isShared) << row.attributes;
+        hashes.insert(hash.value());
+    }
+    EXPECT_EQ(hashes.size(), std::size(rows));
+    folder.write("c.opt", "-c2\n");
+    load(rows[1].attributes);
+    CommandHash hash;
+    tools.addShared(request("main.c"), hash, error);
+    EXPECT_FALSE(hashes.contains(hash.value())) << "another option in the file";
 }
 
 TEST_F(CommandsTest, TheDriverUnderstandsThem)

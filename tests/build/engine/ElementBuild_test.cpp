@@ -157,7 +157,7 @@ TEST_F(ElementBuild, StagingCopiesWhatIsNewer)
     write("b.txt", 10);
     load("<project Name=\"s\"><configuration Name=\"Common\" project_type=\"Staging\" stage_set_readonly=\"Yes\" "
          "stage_post_build_command=\"pack\"/><file file_name=\"a.txt\"/><file file_name=\"b.txt\"/></project>");
-    EXPECT_EQ(build(project("s"), 2), BuildResult::Complete);
+    EXPECT_EQ(build(2), BuildResult::Complete) << "in one slot, for the command behind";
     EXPECT_EQ(started(), (QStringList{u"cp a.txt out/a.txt"_s, "chmod -w "_L1 + folder.path("out/a.txt"),
                                       u"cp b.txt out/b.txt"_s, "chmod -w "_L1 + folder.path("out/b.txt"), u"pack"_s}));
     EXPECT_EQ(told("begin"), (QStringList{u"Copying a.txt"_s, u"Copying b.txt"_s, u"Post-stage command"_s}));
@@ -171,11 +171,13 @@ TEST_F(ElementBuild, StagingCopiesWhatIsNewer)
 TEST_F(ElementBuild, StagingWithoutACommandSaysSo)
 {
     write("a.txt", 10);
-    load("<project Name=\"s\"><configuration Name=\"Common\" project_type=\"Staging\" stage_command=\"\"/>"
-         "<file file_name=\"a.txt\"/></project>");
+    load("<project Name=\"s\"><configuration Name=\"Common\" project_type=\"Staging\" stage_command=\"\" "
+         "stage_set_readonly=\"Yes\"/><file file_name=\"a.txt\"/></project>");
+    write("out/a.txt", 20);
     EXPECT_EQ(build(1), BuildResult::Complete);
     EXPECT_EQ(told("note"), QStringList{u"nothing to do"_s});
     EXPECT_EQ(started(), QStringList());
+    EXPECT_EQ(folder.read("out/a.txt"), "x");
 }
 
 TEST_F(ElementBuild, CombiningMakesOneFileOfAll)
@@ -221,6 +223,11 @@ TEST_F(ElementBuild, AUnityFolderIsOneSource)
     for (const char *name : {"a.c", "b.c", "slow.c"})
         setAge(name, 40);
     EXPECT_EQ(build(2), BuildResult::UpToDate);
+    setAge("b.c", 20);
+    EXPECT_EQ(build(2), BuildResult::Complete) << "without a dependency file";
+    EXPECT_EQ(started().value(0), u"compile obj/p/all.c"_s);
+    EXPECT_EQ(build(1, BuildFlag::analyze), BuildResult::Complete);
+    EXPECT_EQ(told("begin"), (QStringList{u"Analyzing slow.c"_s, u"Analyzing a.c"_s, u"Analyzing b.c"_s}));
     EXPECT_EQ(build(2, BuildFlag::noUnity), BuildResult::Complete);
     EXPECT_EQ(started(), (QStringList{u"compile a.c"_s, u"compile b.c"_s, u"link obj/p/a.o obj/p/b.o obj/p/slow.o"_s}));
 }

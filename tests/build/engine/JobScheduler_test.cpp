@@ -73,16 +73,21 @@ TEST_F(JobScheduler, KeepGoingBuildsWhatCanBeBuilt)
          "<file file_name=\"a.c\"/><file file_name=\"b.c\"/></project>"
          "<project Name=\"lib\"><configuration Name=\"Common\" project_type=\"Library\"/><file "
          "file_name=\"l.c\"/></project>"
-         "<project Name=\"other\"><file file_name=\"z.c\"/></project>");
+         "<project Name=\"other\"><file file_name=\"z.c\"/></project>"
+         "<project Name=\"stage\"><configuration Name=\"Common\" project_type=\"Staging\" "
+         "project_dependencies=\"lib\"/><file file_name=\"z.c\"/></project>");
     events.failing = {u"l.c"_s};
     for (int slotCount : {1, 3}) {
         EXPECT_EQ(build(slotCount, BuildFlag::keepGoing | BuildFlag::force), BuildResult::Complete);
         EXPECT_EQ(started(), (QStringList{u"compile l.c"_s, u"compile a.c"_s, u"compile b.c"_s, u"compile z.c"_s,
                                           u"link out/other.elf"_s}));
-        EXPECT_EQ(engine.failureCount(), 2) << "lib's file, and app, which needs lib";
+        EXPECT_EQ(engine.failureCount(), 3) << "lib's file, and app and stage, which need lib";
         EXPECT_TRUE(
             told("info").contains(u"Build failed - continuing because 'keep going on error' has been enabled"_s));
-        EXPECT_TRUE(told("info").contains(u"'app' is passed over because 'lib' failed"_s));
+        for (const char *line :
+             {"'lib' is passed over because one of its own steps failed", "'app' is passed over because 'lib' failed",
+              "'z.c' is passed over because 'lib' failed"})
+            EXPECT_TRUE(told("info").contains(QLatin1String(line))) << line;
     }
 }
 
@@ -198,6 +203,13 @@ TEST_F(JobScheduler, ProjectCommandsMayRunAlways)
     build(1);
     EXPECT_EQ(build(1), BuildResult::UpToDate);
     EXPECT_EQ(started(), (QStringList{u"before"_s, u"after"_s}));
+    setAge("obj/app/a.o", -1); // made at the end of the second in which the command writes, so to say
+    events.onStart = [this](const QString &command) {
+        if (command == "before"_L1)
+            folder.write("a.c", "generated");
+    };
+    EXPECT_EQ(build(1), BuildResult::Complete);
+    EXPECT_TRUE(started().contains(u"compile a.c"_s));
 }
 
 TEST_F(JobScheduler, ProjectCommandsFindASlotThatIsFree)

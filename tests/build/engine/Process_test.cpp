@@ -1,5 +1,6 @@
 #include "build/engine/Process.h"
 #include "build/engine/ProcessPoller.h"
+#include "build/engine/SolutionLock.h"
 
 #include "support/QtPrinters.h"
 #include "support/TemporaryFolder.h"
@@ -229,6 +230,26 @@ TEST(ProcessPoller, AnInterruptEndsTheWait)
     EXPECT_EQ(InterruptCatcher::count(), 2);
     poller.wait(10000);
     EXPECT_LT(timer.elapsed(), 5000);
+    std::raise(SIGPIPE);
+    EXPECT_EQ(InterruptCatcher::count(), 2) << "of many the first alone";
+}
+
+TEST(SolutionLock, KeepsOtherBuildsWaitingButNotThoseWithin)
+{
+    const TemporaryFolder folder;
+    const QString path = folder.write("a.vnProject", "");
+    SolutionLock other(path);
+    {
+        SolutionLock lock(path);
+        EXPECT_TRUE(lock.take());
+        EXPECT_TRUE(SolutionLock(path).take()) << "started by a command of that build";
+        const QByteArray builds = qgetenv("VELDANE_BUILDS");
+        qunsetenv("VELDANE_BUILDS");
+        EXPECT_FALSE(other.take());
+        EXPECT_TRUE(SolutionLock(folder.write("b.vnProject", "")).take());
+        qputenv("VELDANE_BUILDS", builds);
+    }
+    EXPECT_TRUE(other.take());
 }
 
 } // namespace

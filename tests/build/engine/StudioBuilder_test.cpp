@@ -106,6 +106,17 @@ TEST_F(RealBuild, AToolThatIsMissingFailsTheBuild)
     EXPECT_EQ(log.counters().errors, 1);
 }
 
+TEST_F(RealBuild, AToolThatASignalEndsIsTold)
+{
+    const auto *command = &system.schema()[ProjectProperty::external_c_compile_command];
+    system.setPropertyValue(solution, command, u"Common"_s, u"sh -c \"exit 255\""_s);
+    EXPECT_EQ(run(1), BuildResult::Failed);
+    EXPECT_EQ(log.counters().errors, 0);
+    system.setPropertyValue(solution, command, u"Common"_s, u"sh -c \"kill -SEGV $$$$\""_s);
+    EXPECT_EQ(run(1), BuildResult::Failed);
+    EXPECT_EQ(log.counters().errors, 1);
+}
+
 TEST_F(RealBuild, ToolsOfTheInstallationAreCalledByTheirPaths)
 {
     EXPECT_TRUE(installedCommand({u"cp"_s, u"cp"_s}).first().endsWith("/bin/cp"_L1));

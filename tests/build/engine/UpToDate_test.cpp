@@ -142,6 +142,22 @@ TEST_F(UpToDate, AChangedCommandCountsWithoutAChangeList)
     expectRebuild(u"obj/app/a.o command line has changed."_s);
 }
 
+TEST_F(UpToDate, AnotherCompilerCountsAsAnotherCommand)
+{
+    system.setPropertyValue(project("app"), &system.schema()[ProjectProperty::external_c_compile_command], u"Common"_s,
+                            u"./cc $(RelInputPath)"_s);
+    system.clearChanges();
+    write("cc", 200);
+    EXPECT_EQ(build(1), BuildResult::Complete);
+    age();
+    EXPECT_EQ(build(1), BuildResult::UpToDate);
+    setAge("cc", 150);
+    EXPECT_EQ(build(1), BuildResult::Complete);
+    EXPECT_EQ(told("detail").value(0), u"obj/app/a.o command line has changed."_s);
+    age();
+    EXPECT_EQ(build(1), BuildResult::UpToDate);
+}
+
 TEST_F(UpToDate, AFailedCommandIsNoLongerOnRecord)
 {
     system.setPropertyValue(project("app"), &system.schema()[ProjectProperty::c_preprocessor_definitions], u"Debug"_s,

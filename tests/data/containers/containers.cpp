@@ -2,17 +2,26 @@
 // with RAM at 0x20000000 and calls filled() when it is done. The headers alone are needed: what they leave to the
 // library stands here, as simple as it can be.
 #include <array>
+#include <atomic>
+#include <bitset>
 #include <deque>
 #include <forward_list>
+#include <functional>
+#include <initializer_list>
 #include <list>
 #include <map>
 #include <memory>
 #include <optional>
+#include <queue>
 #include <set>
+#include <span>
+#include <stack>
 #include <string>
 #include <string_view>
+#include <tuple>
 #include <unordered_map>
 #include <unordered_set>
+#include <variant>
 #include <vector>
 
 extern "C" {
@@ -221,6 +230,22 @@ std::weak_ptr<Point> weak;
 std::array<int, 3> fixed = {1, 2, 3};
 std::pair<int, char> both = {7, 'z'};
 std::optional<int> some, nothing;
+std::tuple<int, char, std::string> triple = {1, 'c', "three"};
+std::tuple<Deleter> alone = {{6}};
+std::tuple<> nobodyHere;
+std::variant<int, double, std::string> choice = "text", other = 2.5;
+std::span<int> window;
+Point corners[2] = {{3, -3}, {4, -4}};
+std::span<Point, 2> pair = corners;
+std::stack<int> pile;
+std::queue<short, std::list<short>> waiting;
+std::priority_queue<int> urgent;
+std::initializer_list<int> listed = {3, 2, 1};
+std::bitset<35> bits(0x600000001);
+std::atomic<int> counter = 5;
+std::atomic<bool> ready = true;
+std::atomic<Point *> current;
+std::reference_wrapper<std::array<int, 3>> wrapped = fixed;
 struct Device
 {
     std::string name;
@@ -275,6 +300,12 @@ static void fill()
     another = weak.lock() ? none : shared;
     weak = shared;
     some = 12;
+    window = std::span(numbers).subspan(1, 3);
+    for (short i : {4, 9, 6}) {
+        pile.push(i);
+        waiting.push(i);
+        urgent.push(i);
+    }
     device.name = "uart0";
     device.samples = {4, 5};
     table["x"] = {1};

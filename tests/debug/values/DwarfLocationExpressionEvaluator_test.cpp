@@ -156,7 +156,7 @@ TEST(DwarfLocationExpressionEvaluator, ReadsTheRegisterThatIsTheFrameBase)
     EXPECT_EQ(TestMachine().evaluate(unit.root(), bytesOf(hex("9108")), false, isRegister, isValue), 0x1015u);
 }
 
-TEST(DwarfLocationExpressionEvaluator, AddsAndConvertsInTheOperandsType)
+TEST(DwarfLocationExpressionEvaluator, CalculatesInTheOperandsType)
 {
     const auto run = [](quint8 encoding, quint8 size, const char *format) {
         TestUnit unit(false, 5, "9c", encoding, size);
@@ -172,6 +172,19 @@ TEST(DwarfLocationExpressionEvaluator, AddsAndConvertsInTheOperandsType)
     EXPECT_EQ(run(DW_ATE_float, 4, "33 a8 TT"), 0x40400000u);
     EXPECT_EQ(run(DW_ATE_float, 4, "a4 TT 04 0000e0c0 a8 00"), quint64(-7)); // back to the generic type
     EXPECT_EQ(run(DW_ATE_signed_char, 1, "0a ff01 f7 TT"), 0x1FFu);          // the older operation changes nothing
+    EXPECT_EQ(run(DW_ATE_float, 4, "a4 TT 04 00002041 a4 TT 04 0000003f 1c"), 0x41180000u); // 10.0f - 0.5f
+    EXPECT_EQ(run(DW_ATE_float, 8, "a4 TT 08 0000000000000840 1f a4 TT 08 000000000000e03f 1e"),
+              0xBFF8000000000000u);                                                // -3.0 * 0.5
+    EXPECT_EQ(run(DW_ATE_float, 4, "a4 TT 04 0000803f a4 TT 04 00000040 2d"), 1u); // 1.0f < 2.0f
+    EXPECT_EQ(run(DW_ATE_signed, 8, "a4 TT 08 0500000000000000 a4 TT 08 0000000001000000 1c"),
+              quint64(5 - (1LL << 32)));
+    EXPECT_EQ(run(DW_ATE_signed, 2, "a4 TT 02 f8ff a4 TT 02 0300 1b"), quint64(-2));
+    EXPECT_EQ(run(DW_ATE_signed, 8, "a4 TT 08 0000000000000080 a4 TT 08 ffffffffffffffff 1b"), quint64(1) << 63);
+    EXPECT_EQ(run(DW_ATE_unsigned, 2, "a4 TT 02 0080 a4 TT 02 0400 24"), 0u); // shifted out
+    EXPECT_EQ(run(DW_ATE_signed, 2, "a4 TT 02 0080 a4 TT 02 0400 26"), quint64(-0x800));
+    EXPECT_EQ(run(DW_ATE_unsigned, 8, "a4 TT 08 ffffffffffffffff a4 TT 08 0100000000000000 2b"), 1u);
+    EXPECT_EQ(run(DW_ATE_signed, 4, "31 a4 TT 04 00000000 1d"), ~quint64(0));     // by 0: nothing is left
+    EXPECT_EQ(run(DW_ATE_signed, 8, "a5 06 TT"), quint64(0x1007) << 32 | 0x1006); // two registers
 }
 
 TEST(DwarfLocationExpressionEvaluator, EndsExpressionsThatNest)

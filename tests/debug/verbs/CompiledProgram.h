@@ -111,6 +111,18 @@ inline QString tool(const char *name)
     return QStandardPaths::findExecutable(QString::fromLatin1(name));
 }
 
+// What gdb prints for each command.
+inline QStringList gdbAnswers(const QString &elf, const QStringList &commands)
+{
+    QStringList arguments = {u"-nx"_s, u"-batch"_s, elf};
+    for (const QString &command : commands)
+        arguments += {u"-ex"_s, u"echo \\n#\\n"_s, u"-ex"_s, command};
+    QStringList answers = QString::fromUtf8(runProgram(tool("gdb-multiarch"), arguments).out).split(u"\n#\n"_s);
+    answers.removeFirst();
+    answers.resize(commands.size());
+    return answers;
+}
+
 inline QStringList lines(const ProgramResult &result)
 {
     return QString::fromUtf8(result.out).split(u'\n', Qt::SkipEmptyParts);

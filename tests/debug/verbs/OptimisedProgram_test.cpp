@@ -1,4 +1,6 @@
-#include "debug/verbs/CompiledProgram.h"
+#include "debug/dwarf/ElfDwarfFile.h"
+#include "debug/values/VariableScope.h"
+#include "debug/verbs/ReadelfFrames.h"
 #include "support/QtPrinters.h"
 
 namespace {
@@ -112,12 +114,14 @@ TEST_P(OptimisedProgram, LinesAndAddressesAreThoseOfTheTable)
         ASSERT_NE(next, table.begin());
         EXPECT_EQ(answers[i][u"line"].toInt(), std::prev(next)->second) << addresses[i].toStdString();
     }
-    for (const auto &[line, expected] : addressesOfLine) {
+    QStringList asked;
+    for (const auto &[line, expected] : addressesOfLine)
+        asked += u"main.cpp:%1"_s.arg(line);
+    for (const QJsonValue &answer : json(QStringList{u"address"_s, u"--json"_s, elf} + asked)) {
         QStringList found;
-        for (const QJsonValue &address :
-             json({u"address"_s, u"--json"_s, elf, u"main.cpp:%1"_s.arg(line)})[0][u"addresses"].toArray())
+        for (const QJsonValue &address : answer[u"addresses"].toArray())
             found += address.toString();
-        EXPECT_EQ(found, expected) << line;
+        EXPECT_EQ(found, addressesOfLine[answer[u"line"].toInt()]) << answer[u"line"].toInt();
     }
 }
 
@@ -144,22 +148,30 @@ for address in ADDRESSES.split():
         runProgram(tool("gdb-multiarch"), {u"-nx"_s, u"-batch"_s, elf, u"-x"_s, folder.write("scopes.py", listed)}));
     ASSERT_EQ(expected.size(), addresses.size());
     int inInlinedCode = 0;
+    ElfDwarfFile file(elf);
+    file.load();
     for (qsizetype i = 0; i < addresses.size(); ++i) {
-        const ProgramResult result = runProgram(u"vnDump"_s, {u"variables"_s, u"--json"_s, elf, addresses[i]});
-        const QJsonObject answer = QJsonDocument::fromJson(result.out).object();
+        const VariableScope scope = VariableScope::at(file.dwarf(), addresses[i].toUInt(nullptr, 0));
         QStringList names;
-        for (const QString &list : {u"parameters"_s, u"locals"_s}) {
-            for (const QJsonValue &variable : answer[list].toArray())
-                names += variable[u"name"].toString();
+        for (const auto &list : {scope.parameters, scope.locals}) {
+            for (const auto &variable : list)
+                names += variable.name();
         }
         inInlinedCode += names.contains(u"factor"_s);
         const QStringList told = expected[i].split(u' ');
-        EXPECT_EQ(answer[u"function"].toString(), told.value(1)) << addresses[i].toStdString();
+        EXPECT_EQ(scope.function.name(), told.value(1).section(u"::"_s, -1)) << addresses[i].toStdString();
         // gdb also tells of variables that stand in the abstract instance only.
         for (const QString &name : names)
             EXPECT_TRUE(told.mid(2).contains(name)) << addresses[i].toStdString() << ' ' << name.toStdString();
     }
     EXPECT_GT(inInlinedCode, 0);
+}
+
+TEST_P(OptimisedProgram, FramesAreReadelfs)
+{
+    if (tool("readelf").isEmpty())
+        GTEST_SKIP() << "readelf isn't installed";
+    expectReadelfsFrames(elf, GetParam().isArm);
 }
 
 INSTANTIATE_TEST_SUITE_P(Compilers, OptimisedProgram, testing::ValuesIn(optimisingCompilers()), nameOfCompiler);

@@ -125,12 +125,10 @@ protected:
 // What gdb prints, one text an expression; empty for what it can't.
 QStringList gdbValues(const QString &elf, const QStringList &expressions)
 {
-    QStringList arguments = {u"-nx"_s, u"-batch"_s, elf};
+    QStringList commands;
     for (const QString &expression : expressions)
-        arguments += {u"-ex"_s, u"echo \\n#\\n"_s, u"-ex"_s, u"output "_s + expression};
-    const QString out = QString::fromUtf8(runProgram(tool("gdb-multiarch"), arguments).out);
-    QStringList values = out.split(u"\n#\n"_s);
-    values.removeFirst();
+        commands += u"output "_s + expression;
+    QStringList values = gdbAnswers(elf, commands);
     for (QString &one : values)
         one = one.trimmed();
     return values;
@@ -254,11 +252,14 @@ TEST_P(PrintVerb, SaysWhatCantBeEvaluated)
         {"addressof(\"main.cpp\", 9999)", "linenumber not found"},
         {"addressof(\"none.cpp\", 1)", "filename not found"},
     };
-    for (const Failure &row : failures) {
-        const QJsonObject answer = print({QString::fromLatin1(row.expression)}, {}, 1)[0].toObject();
-        EXPECT_TRUE(answer[u"value"].isNull()) << row.expression;
-        EXPECT_TRUE(answer[u"error"].toString().startsWith(QLatin1StringView(row.message)))
-            << row.expression << ": " << answer[u"error"].toString().toStdString();
+    QStringList expressions;
+    for (const Failure &row : failures)
+        expressions += QString::fromLatin1(row.expression);
+    const QJsonArray answers = print(expressions, {}, 1);
+    for (qsizetype i = 0; i < expressions.size(); ++i) {
+        EXPECT_TRUE(answers[i][u"value"].isNull()) << failures[i].expression;
+        EXPECT_TRUE(answers[i][u"error"].toString().startsWith(QLatin1StringView(failures[i].message)))
+            << failures[i].expression << ": " << answers[i][u"error"].toString().toStdString();
     }
 }
 

@@ -1,3 +1,6 @@
+#include "debug/dwarf/ElfDwarfFile.h"
+#include "debug/values/DwarfTypes.h"
+#include "debug/values/VariableScope.h"
 #include "debug/verbs/CompiledProgram.h"
 #include "support/QtPrinters.h"
 
@@ -18,11 +21,13 @@ struct Packed { char x; unsigned a : 7; unsigned b : 30; short s; };
 typedef struct { int kind; union { int as_int; float as_float; struct { short lo, hi; }; }; int tail[]; } Anon;
 union U { int i; char b[4]; const volatile char *p; };
 namespace device {
-class Motor : public Base { public: int speed; Color mode : 4; const char *name; int &ref; Motor *next[2]; double gain; };
+class Motor : public Base { public: enum Mode { SLOW, FAST } speedMode; int speed; Color mode : 4; const char *name; int &ref; Motor *next[2]; double gain; };
 int counter;
 }
+struct Members { int Diamond::*data; int (Base::*function)(int); const volatile int fixed[2][2]; struct Impl; Impl *impl; };
+struct Members::Impl { int deep; };
 int Diamond::instances = 3;
-Diamond diamond; Bits bits; Packed packed; Anon anon; U u; device::Motor *motor; Color color;
+Diamond diamond; Bits bits; Packed packed; Anon anon; U u; device::Motor *motor; Color color; Members *members;
 static int hidden = 4;
 __attribute__((noinline)) static int run(int x, const char *text)
 {
@@ -37,7 +42,7 @@ __attribute__((noinline)) static int run(int x, const char *text)
 }
 extern "C" int main()
 {
-    return run(3, "abc") + diamond.d + bits.a + packed.a + anon.kind + u.i + motor->speed + color + device::counter;
+    return run(3, "abc") + diamond.d + bits.a + packed.a + anon.kind + u.i + motor->speed + color + device::counter + members->impl->deep;
 }
 )";
 
@@ -46,10 +51,6 @@ class TypeVerbs : public CompiledProgramTest
 protected:
     TypeVerbs() : CompiledProgramTest(typesText) {}
 
-    QJsonObject type(const char *name)
-    {
-        return json({u"type"_s, u"--json"_s, elf, QString::fromLatin1(name)})[0].toObject();
-    }
     QJsonObject variables(quint32 address)
     {
         const ProgramResult result =
@@ -60,7 +61,7 @@ protected:
 
     bool isVersion2() const { return QByteArrayView(GetParam().name).contains("DWARF 2"); }
     // Strict DWARF 2 has no namespaces, and gcc's location lists hold absolute addresses there.
-    const char *motorName() const { return isVersion2() ? "Motor" : "device::Motor"; }
+    QString motorName() const { return isVersion2() ? u"Motor"_s : u"device::Motor"_s; }
     bool hasUnusableFrameBases() const { return isVersion2(); }
 };
 
@@ -71,7 +72,7 @@ QString memberRow(int offset, int bitOffset, int bitSize, int size, const QStrin
 
 // The members that gdb lists, those of anonymous members in their place. Where it leaves out an offset, in
 // unions, the last one told counts.
-QStringList gdbMembers(const QString &elf, const QString &type, int &size)
+QStringList gdbMembers(const QString &answer, int &size)
 {
     static const QRegularExpression member(
         u"^/\\*\\s+(?:(\\d+)(?::\\s*(\\d+))?\\s+\\|)?\\s+(\\d+) \\*/\\s+.*?(\\w+)(?:\\[[^;]*)?(?: : (\\d+))?;$"_s);
@@ -79,9 +80,7 @@ QStringList gdbMembers(const QString &elf, const QString &type, int &size)
     static const QRegularExpression total(u"total size \\(bytes\\): +(\\d+)"_s);
     QStringList members;
     int offset = 0;
-    const auto answer =
-        runProgram(tool("gdb-multiarch"), {u"-nx"_s, u"-batch"_s, elf, u"-ex"_s, u"ptype /o "_s + type});
-    for (const QString &line : lines(answer)) {
+    for (const QString &line : answer.split(u'\n')) {
         if (const auto found = opening.match(line); found.hasMatch() && !line.contains(u"type ="_s))
             offset = found.captured(1).toInt();
         if (const auto found = total.match(line); found.hasMatch())
@@ -117,24 +116,33 @@ TEST_P(TypeVerbs, LayoutsAreGdbs)
 {
     if (tool("gdb-multiarch").isEmpty())
         GTEST_SKIP() << "gdb-multiarch isn't installed";
-    for (const char *name : {"Base", "Diamond", "Bits", "Packed", "Anon", "U", motorName()}) {
+    const QStringList names = {u"Base"_s, u"Diamond"_s, u"Bits"_s, u"Packed"_s, u"Anon"_s, u"U"_s, motorName()};
+    QStringList commands;
+    for (const QString &name : names)
+        commands += u"ptype /o "_s + name;
+    const QStringList theirs = gdbAnswers(elf, commands);
+    const QJsonArray ours = json(QStringList{u"type"_s, u"--json"_s, elf} + names);
+    for (qsizetype i = 0; i < names.size(); ++i) {
         int size = -1;
-        const QStringList expected = gdbMembers(elf, QString::fromLatin1(name), size);
-        ASSERT_FALSE(expected.isEmpty()) << name;
-        const QJsonObject answer = type(name);
-        EXPECT_EQ(ourMembers(answer[u"members"].toArray()), expected) << name;
-        EXPECT_EQ(answer[u"size"].toInt(), size) << name;
+        const QStringList expected = gdbMembers(theirs[i], size);
+        ASSERT_FALSE(expected.isEmpty()) << names[i].toStdString();
+        EXPECT_EQ(ourMembers(ours[i][u"members"].toArray()), expected) << names[i].toStdString();
+        EXPECT_EQ(ours[i][u"size"].toInt(), size) << names[i].toStdString();
     }
 }
 
 TEST_P(TypeVerbs, TellsBasesTypesAndDimensions)
 {
-    const QJsonArray diamond = type("Diamond")[u"members"].toArray();
+    const QJsonArray answers =
+        json({u"type"_s, u"--json"_s, elf, u"Diamond"_s, u"struct Left"_s, motorName(), u"Color"_s, u"Anon"_s,
+              motorName() + u"::Mode"_s, u"Nothing"_s, u"Members"_s, u"Members::Impl"_s},
+             1);
+    const QJsonArray diamond = answers[0][u"members"].toArray();
     EXPECT_EQ(diamond[0][u"type"].toString(), u"struct Left"_s);
     EXPECT_TRUE(diamond[0][u"base"].toBool());
     EXPECT_FALSE(diamond[0][u"virtual"].toBool());
     EXPECT_EQ(diamond[1][u"offset"].toInt(), 8);
-    const QJsonArray left = type("struct Left")[u"members"].toArray();
+    const QJsonArray left = answers[1][u"members"].toArray();
     EXPECT_TRUE(left[0][u"virtual"].toBool());
     EXPECT_TRUE(left[0][u"offset"].isNull());
     for (const QJsonValue &member : diamond) {
@@ -144,15 +152,24 @@ TEST_P(TypeVerbs, TellsBasesTypesAndDimensions)
         }
         EXPECT_EQ(member[u"static"].toBool(), member[u"name"] == u"instances"_s);
     }
-    const QJsonObject motor = type(motorName());
-    EXPECT_EQ(motor[u"name"].toString(), u"Motor"_s);
-    EXPECT_EQ(motor[u"kind"].toString(), u"class"_s);
-    const QJsonObject color = type("Color");
-    EXPECT_EQ(color[u"kind"].toString(), u"enum"_s);
-    ASSERT_EQ(color[u"enumerators"].toArray().size(), 3);
-    EXPECT_EQ(color[u"enumerators"].toArray()[2][u"value"].toInt(), -2);
-    EXPECT_EQ(type("Anon")[u"name"].toString(), u"Anon"_s);
-    EXPECT_TRUE(json({u"type"_s, u"--json"_s, elf, u"Nothing"_s}, 1)[0][u"kind"].isNull());
+    EXPECT_EQ(answers[2][u"name"].toString(), u"Motor"_s);
+    EXPECT_EQ(answers[2][u"kind"].toString(), u"class"_s);
+    EXPECT_EQ(answers[3][u"kind"].toString(), u"enum"_s);
+    const QJsonArray colors = answers[3][u"enumerators"].toArray();
+    ASSERT_EQ(colors.size(), 3);
+    EXPECT_EQ(colors[2][u"value"].toInt(), -2);
+    EXPECT_EQ(answers[4][u"name"].toString(), u"Anon"_s);
+    EXPECT_EQ(answers[5][u"enumerators"][1][u"name"].toString(), u"FAST"_s); // within the class
+    EXPECT_TRUE(answers[6][u"kind"].isNull());
+    EXPECT_TRUE(answers[6][u"members"].isArray());
+    const QJsonArray members = answers[7][u"members"].toArray();
+    EXPECT_EQ(members[0][u"type"].toString(), u"int Diamond::*"_s);
+    EXPECT_EQ(members[0][u"size"].toInt(), 4);
+    EXPECT_EQ(members[1][u"type"].toString(), u"int(struct Base*, int) Base::*"_s);
+    EXPECT_EQ(members[1][u"size"].toInt(), 8);
+    EXPECT_EQ(members[2][u"type"].toString().count(u"const "), 1);
+    EXPECT_EQ(members[2][u"type"].toString().count(u"volatile "), 1);
+    EXPECT_EQ(answers[8][u"members"][0][u"name"].toString(), u"deep"_s); // defined outside of the class
 }
 
 TEST_P(TypeVerbs, VariablesAreGdbs)
@@ -164,32 +181,36 @@ TEST_P(TypeVerbs, VariablesAreGdbs)
     const auto symbol = json({u"symbol"_s, u"--json"_s, elf, u"run"_s})[0].toObject();
     const quint32 start = symbol[u"address"].toString().toUInt(nullptr, 0);
     ASSERT_GT(symbol[u"size"].toInt(), 20);
-    qsizetype mostLocals = 0;
+    QStringList commands;
+    for (quint32 offset = 0; offset < quint32(symbol[u"size"].toInt()); offset += 8)
+        commands += u"info scope *0x"_s + QString::number(start + offset, 16);
+    const QStringList answers = gdbAnswers(elf, commands);
     static const QRegularExpression variable(u"Symbol (\\w+) is .*?, length (\\d+)\\."_s,
                                              QRegularExpression::DotMatchesEverythingOption);
-    for (quint32 address = start; address < start + quint32(symbol[u"size"].toInt()); address += 8) {
-        const QJsonObject answer = variables(address);
-        EXPECT_EQ(answer[u"function"].toString(), u"run"_s);
-        EXPECT_EQ(answer[u"parameters"].toArray().size(), 2);
-        EXPECT_EQ(answer[u"parameters"].toArray()[1][u"type"].toString(), u"const char*"_s);
-        const QJsonArray locals = answer[u"locals"].toArray();
-        mostLocals = std::max(mostLocals, locals.size());
+    ElfDwarfFile file(elf);
+    file.load();
+    const DwarfTypes types(file.dwarf());
+    size_t mostLocals = 0;
+    for (qsizetype i = 0; i < commands.size(); ++i) {
+        const VariableScope scope = VariableScope::at(file.dwarf(), start + 8 * quint32(i));
+        EXPECT_EQ(scope.function.name(), u"run"_s);
+        ASSERT_EQ(scope.parameters.size(), 2u);
+        EXPECT_EQ(types.typeName(scope.parameters[1].target(DW_AT_type)), u"const char*"_s);
+        mostLocals = std::max(mostLocals, scope.locals.size());
         QStringList ours, expected;
-        for (const QJsonArray &list : {answer[u"parameters"].toArray(), locals}) {
-            for (const QJsonValue &one : list)
-                ours += u"%1 %2"_s.arg(one[u"name"].toString()).arg(one[u"size"].toInt());
+        for (const auto &list : {scope.parameters, scope.locals}) {
+            for (const auto &one : list)
+                ours += u"%1 %2"_s.arg(one.name()).arg(types.sizeOf(one.target(DW_AT_type)));
         }
-        const QString command = u"info scope *0x"_s + QString::number(address, 16);
-        const auto gdb = runProgram(tool("gdb-multiarch"), {u"-nx"_s, u"-batch"_s, elf, u"-ex"_s, command});
-        for (auto found = variable.globalMatch(QString::fromUtf8(gdb.out)); found.hasNext();) {
+        for (auto found = variable.globalMatch(answers[i]); found.hasNext();) {
             const auto one = found.next();
             expected += u"%1 %2"_s.arg(one.captured(1), one.captured(2));
         }
         std::ranges::sort(ours);
         std::ranges::sort(expected);
-        EXPECT_EQ(ours, expected) << command.toStdString();
+        EXPECT_EQ(ours, expected) << commands[i].toStdString();
     }
-    EXPECT_EQ(mostLocals, 4); // total, calls, i, step
+    EXPECT_EQ(mostLocals, 4u); // total, calls, i, step
 }
 
 TEST_P(TypeVerbs, TellsWhereVariablesAre)

@@ -96,7 +96,7 @@ TEST(FSContext, Definitions)
         {"CREATE W ' 1+ COMPILE, ' DROP COMPILE, 7 W .", "7 "},
         {"10 VALUE V V . 11 TO V V . : X TO V V . ; 12 X S\" s\" TO V V .", "10 11 12 s "},
         {"S\" s\" CONSTANT C 5 CONSTANT D C . D . : X C . D . ; X", "s 5 s 5 "},
-        {"5 TO DUP", "!no store method defined: DUP"},
+        {"5 TO DUP", "!no store method defined"},
         {"TO", "!undefined word"},
         {": X ['] DUP EXECUTE ; 3 X .S", "\n3 3 <-Top "},
         {"] 5 .", "!no current definition"},

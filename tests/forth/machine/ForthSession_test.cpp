@@ -1,18 +1,15 @@
 #include "ForthFixture.h"
 
-#include "base/FileDescriptor.h"
 #include "base/HException.h"
 #include "support/RunProgram.h"
+#include "support/RunningProgram.h"
 #include "support/TemporaryFolder.h"
 
 #include <QFile>
 #include <QProcess>
 #include <QStandardPaths>
 #include <csignal>
-#include <poll.h>
-#include <pty.h>
 #include <random>
-#include <sys/wait.h>
 
 using namespace Qt::StringLiterals;
 
@@ -184,52 +181,22 @@ TEST(VnScriptForth, CtrlCEndsALoop)
 // What a user sees who types: the banner, an edited line, the prompt within a definition.
 TEST(VnScriptForth, EditsLinesOnATerminal)
 {
-    const QByteArray program = VN_BIN "/vnScript";
-    int terminal = -1;
-    const pid_t child = forkpty(&terminal, nullptr, nullptr, nullptr);
-    ASSERT_GE(child, 0);
-    if (child == 0) {
-        setenv("TERM", "xterm", 1);
-        execl(program.constData(), program.constData(), "--forth", nullptr);
-        _exit(127);
-    }
-    const FileDescriptor owner(terminal);
-    QByteArray seen;
-    const auto await = [&](const char *text) {
-        pollfd ready = {terminal, POLLIN, 0};
-        while (!seen.contains(text) && poll(&ready, 1, 20000) > 0) {
-            char bytes[512];
-            const ssize_t count = read(terminal, bytes, sizeof bytes);
-            if (count <= 0)
-                break;
-            seen += QByteArrayView(bytes, count);
-        }
-        EXPECT_TRUE(seen.contains(text)) << text << " in " << seen.toStdString();
-        seen.clear();
-    };
-    const auto type = [&](const char *text) { EXPECT_EQ(write(terminal, text, strlen(text)), ssize_t(strlen(text))); };
-    await("OK\r\n");
-    type("4 2 +x\b .\n"); // the x is rubbed out
-    await(" 6  OK");
-    type(": X\n");
-    await("\n>");
-    type("7 . ; X\n");
-    await(" 7  OK");
-    type("\x04");
-    int status = -1;
-    pid_t ended = 0;
-    for (int i = 0; i < 200 && ended == 0; ++i) {
-        pollfd output = {terminal, POLLIN, 0};
-        char bytes[512];
-        if (poll(&output, 1, 100) > 0) [[maybe_unused]]
-            const ssize_t shown = read(terminal, bytes, sizeof bytes);
-        ended = waitpid(child, &status, WNOHANG);
-    }
-    if (ended == 0) {
-        ::kill(child, SIGKILL);
-        waitpid(child, &status, 0);
-    }
-    EXPECT_EQ(status, 0);
+    RunningProgram console(u"vnScript"_s, {u"--forth"_s}, RunningProgram::Terminal, "xterm");
+    ASSERT_TRUE(console.waitFor("OK\r\n"));
+    console.type("4 2 +x\b .\n"); // the x is rubbed out
+    ASSERT_TRUE(console.waitFor(" 6  OK"));
+    console.type(": X\n");
+    ASSERT_TRUE(console.waitFor("\n>"));
+    console.type("7 . ; X\n");
+    ASSERT_TRUE(console.waitFor(" 7  OK"));
+    console.type("8 .");
+    ASSERT_TRUE(console.waitFor("8 ."));
+    console.interrupt(); // drops the line and nothing else
+    ASSERT_TRUE(console.waitFor("OK\r\n"));
+    console.type("9 .\n");
+    ASSERT_TRUE(console.waitFor(" 9  OK"));
+    console.type("\x04");
+    EXPECT_EQ(console.end(), 0);
 }
 
 // Random arithmetic, stack words and structures, in words that both systems have and mean the same by.

@@ -456,6 +456,7 @@ TEST(vnPack, MakesListsReadsAndExtracts)
     EXPECT_EQ(pack({u"extract"_s, file, u"--into"_s, folder.path("out")}).status, 1);
     EXPECT_EQ(pack({u"create"_s, file, tree, u"--format"_s, u"3"_s}).status, 2);
     EXPECT_EQ(pack({u"create"_s, file, folder.path("none")}).status, 1);
+    EXPECT_EQ(pack({u"create"_s, file, file}).error, "vnPack: " + file.toUtf8() + " is to be the archive itself\n");
     EXPECT_EQ(pack({u"list"_s, file}).status, 0); // the failed ones left it alone
 }
 

@@ -146,6 +146,16 @@ TEST_F(ProjectLoad, MapsProjectsOverImports)
     EXPECT_NE(system.project(u"d"_s), nullptr);
 }
 
+TEST_F(ProjectLoad, ForgetsWhatADynamicFolderHad)
+{
+    folder.write("x.c", "");
+    load(R"(<solution><folder Name="d" path="."><project Name="p"><file file_name="y.c"/></project>
+        <folder Name="plain"><folder Name="inner" path="."/></folder></folder></solution>)");
+    EXPECT_EQ(system.project(u"p"_s), nullptr);
+    EXPECT_TRUE(system.projects().isEmpty());
+    EXPECT_EQ(node("x.c")->parentElement(), node("d"));
+}
+
 TEST_F(ProjectLoad, ImportsASolutionOnce)
 {
     QDir(folder.root()).mkdir(u"lib"_s);
@@ -161,6 +171,10 @@ TEST_F(ProjectLoad, ImportsASolutionOnce)
     system.saveFile(root);
     EXPECT_FALSE(root->isModified());
     EXPECT_TRUE(read("main.vnProject").contains("<import file_name=\"lib/lib.vnProject\" />"_L1));
+    writeSolution("lib/more.vnProject", "<solution Name='more'/>");
+    system.importSolution(root, u"lib/more.vnProject"_s, {}, u"A=1"_s);
+    system.saveFile(root);
+    EXPECT_TRUE(read("main.vnProject").contains("<import file_name=\"lib/more.vnProject\" macros=\"A=1\" />"_L1));
 }
 
 TEST_F(ProjectLoad, MakesAndSavesSolutions)

@@ -28,7 +28,7 @@ TEST_F(ProjectPaths, CountFromTheProjectsDirectory)
     for (const auto &row : rows) {
         const ElementPath &path = system.resolve(node(row.name), u"Debug"_s);
         EXPECT_EQ(QString(path.path).replace(folder.root(), u"FOLDER"_s), QLatin1StringView(row.path)) << row.name;
-        EXPECT_EQ(path.isExternal, row.isExternal) << row.name;
+        EXPECT_EQ(path.isExternal(), row.isExternal) << row.name;
     }
     EXPECT_EQ(system.solutionDirectory(node("l.c")), folder.path("lib"));
     EXPECT_EQ(system.path(system.solution(), u"Debug"_s), folder.path("main.vnProject"));

@@ -63,7 +63,7 @@ TEST_F(ProjectPropertyValueTest, AGroupsChoiceSetsWhatItStandsFor)
         <file name="start" file_name="a/start.s" folder="System"/></groupEntry>
         <groupEntry name="B"><file name="start" file_name="b/start.s" folder="System"/></groupEntry></group></groups>)");
     load(R"(<solution><project Name="p"><configuration Name="Common" property_groups_file_path="groups.xml"/>
-        </project></solution>)");
+        <folder Name="Target"><folder Name="System"/></folder></project></solution>)");
     PropertyValueList values = projectPropertyValues(&system, node("p"), u"Debug"_s);
     EXPECT_GT(values.size(), 100u);
     const auto board = std::find_if(values.begin(), values.end(),
@@ -77,6 +77,7 @@ TEST_F(ProjectPropertyValueTest, AGroupsChoiceSetsWhatItStandsFor)
     EXPECT_EQ(project->configuration(u"Debug"_s)->property(u"board"_s), u"unknown"_s);
     EXPECT_EQ(node("start")->property(u"file_name"_s), u"a/start.s"_s);
     EXPECT_EQ(node("start")->parentElement(), node("System"));
+    EXPECT_EQ(node("System")->parentElement(), node("Target")) << "the folder that was there";
     (*board)->setValue(u"B"_s);
     EXPECT_EQ(node("start")->property(u"file_name"_s), u"b/start.s"_s);
     EXPECT_EQ(node("System")->firstElement()->nextElement(), nullptr) << "the same file";

@@ -55,7 +55,9 @@ protected:
         try {
             load(path);
         } catch (const SolutionLoadError &error) {
-            const QString at = error.hasPosition ? u" : %1"_s.arg(error.line) : QString();
+            QString at = error.hasPosition ? u" : %1"_s.arg(error.line) : QString();
+            if (!error.importedAt.isEmpty())
+                at += " by "_L1 + error.importedAt;
             return QString(error.message + at).replace(folder.root(), u"FOLDER"_s);
         }
         return u"no error"_s;
@@ -102,7 +104,11 @@ TEST_F(SolutionFileTest, PutsImportsInPlace)
     write("lib.vnProject", R"(<!DOCTYPE Veldane_Project_File><solution Name="lib"><project Name="p"/></solution>)");
     const QByteArray text = R"(<!DOCTYPE Veldane_Project_File>
 <solution Name="app" target="8" version="2">
-  <import file_name="lib.vnProject" can_modify_solution="No" />
+  <import
+    file_name="lib.vnProject"
+    macros="A=1"
+    mine="x"
+    can_modify_solution="No" />
   <project Name="app" />
 </solution>
 )";
@@ -155,12 +161,20 @@ TEST_F(SolutionFileTest, RefusesWhatItCannotLoad)
     } const rows[] = {
         {"<!DOCTYPE Other>\n<solution/>", "FOLDER/a.vnProject not a solution file"},
         {"<solution/>", "FOLDER/a.vnProject not a solution file"},
-        {"<!DOCTYPE Veldane_Project_File><project/>", "FOLDER/a.vnProject is a malformed solution file (bad XML)"},
-        {"<!DOCTYPE Veldane_Project_File><solution><import file_name='a.vnProject'/></solution>",
-         "FOLDER/a.vnProject solution already loaded"},
+        {"<!DOCTYPE Veldane_Project_File><project/>", "FOLDER/a.vnProject is a malformed solution file (bad XML) : 1"},
+        {"<!DOCTYPE Veldane_Project_File>\n<solution><import file_name='a.vnProject'/></solution>",
+         "FOLDER/a.vnProject solution already loaded by FOLDER/a.vnProject:2"},
         {"<!DOCTYPE Veldane_Project_File><solution><import file_name='b.vnProject'/></solution>",
-         "FOLDER/b.vnProject does not exist"},
-        {"<!DOCTYPE Veldane_Project_File><solution><import/></solution>", "FOLDER cannot access"},
+         "FOLDER/b.vnProject does not exist by FOLDER/a.vnProject:1"},
+        {"<!DOCTYPE Veldane_Project_File><solution><import/></solution>",
+         "FOLDER cannot access by FOLDER/a.vnProject:1"},
+        {"<!DOCTYPE Veldane_Project_File><solution><project>\n<project/></project></solution>",
+         "<project> can't stand within a project : 2"},
+        {"<!DOCTYPE Veldane_Project_File><solution><project><folder>\n<import file_name='b'/></folder></project>"
+         "</solution>",
+         "<import> can't stand within a project : 2"},
+        {"<!DOCTYPE Veldane_Project_File><solution><folder><solution/></folder></solution>",
+         "<solution> can't stand within a solution : 1"},
     };
     for (const auto &row : rows) {
         EXPECT_EQ(loadError(write("a.vnProject", row.text)), QString::fromLatin1(row.error)) << row.text;
@@ -184,11 +198,9 @@ TEST_F(SolutionFileTest, TellsWhereACutOffFileIsOpen)
     {
         const char *behind, *element;
     } const rows[] = {
-        {"version=\"2\">\n", ": <solution> has no end : 2"},
-        {"<file file_name", ": <file> has no end : 9"},
-        {"recurse=\"Yes", ": <folder> has no end : 11"},
-        {"</project>", ": <solution> has no end : 2"},
-        {"<!DOCTYPE Veldane_Project_File>", ""},
+        {"version=\"2\">\n", ": <solution> has no end : 2"}, {"<file file_name", ": <file> has no end : 9"},
+        {"recurse=\"Yes", ": <folder> has no end : 11"},     {"</project>", ": <solution> has no end : 2"},
+        {"<!DOCTYPE Veldane_Project_File>", " : 1"},         {"version=\"2\">\n  <", " : 3"},
     };
     for (const auto &row : rows) {
         const qsizetype end = exampleText.indexOf(row.behind) + qstrlen(row.behind);
@@ -208,11 +220,12 @@ TEST_F(SolutionFileTest, RefusesCyclesOfImports)
     write("a.vnProject", importing("./b.vnProject"));
     write("b.vnProject", importing("c.vnProject"));
     EXPECT_EQ(loadError(write("c.vnProject", importing("b.vnProject"))),
-              u"FOLDER/c.vnProject solution already loaded"_s);
-    EXPECT_EQ(loadError(folder.path("a.vnProject")), u"FOLDER/b.vnProject solution already loaded"_s);
+              u"FOLDER/c.vnProject solution already loaded by FOLDER/b.vnProject:1"_s);
+    EXPECT_EQ(loadError(folder.path("a.vnProject")),
+              u"FOLDER/b.vnProject solution already loaded by FOLDER/c.vnProject:1"_s);
     QFile::link(folder.path("d.vnProject"), folder.path("e.vnProject"));
     EXPECT_EQ(loadError(write("d.vnProject", importing("e.vnProject"))),
-              u"FOLDER/e.vnProject solution already loaded"_s)
+              u"FOLDER/e.vnProject solution already loaded by FOLDER/e.vnProject:1"_s)
         << "by another name";
 }
 
@@ -223,6 +236,19 @@ TEST_F(SolutionFileTest, StaysWhenItCannotBeWritten)
     root->setProperty(u"Name"_s, u"other"_s);
     EXPECT_THROW(saveSolution(*root), SolutionSaveError);
     EXPECT_TRUE(root->isModified());
+}
+
+TEST_F(SolutionFileTest, RenamesAndRemovesAllOfAName)
+{
+    const auto root =
+        load(write("a.vnProject", R"(<!DOCTYPE Veldane_Project_File><solution><configuration Name="A" x="1"/>
+        <configuration Name="B"/><configuration Name="A" x="2"/></solution>)"));
+    EXPECT_EQ(root->configuration(u"A"_s)->property(u"x"_s), u"2"_s) << "the later one counts";
+    root->renameConfiguration(u"A"_s, u"B"_s);
+    EXPECT_EQ(root->configurations().keys(), QStringList(u"B"_s));
+    EXPECT_EQ(root->firstElement()->displayName(), u"B"_s);
+    root->removeConfiguration(u"B"_s);
+    EXPECT_EQ(root->firstElement(), nullptr);
 }
 
 TEST(ProjectElement, AddsAndRemovesConfigurations)

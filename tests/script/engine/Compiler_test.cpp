@@ -123,6 +123,7 @@ TEST(ESCompiler, TellsWhatIsWrongAndWhere)
         {"switch (1) { x }", "1: expected 'case' or 'default' but found 'an identifier'"},
         {"for (var a, b in c) ;", "1: too many variables in for-in expression"},
         {"x = {+: 1}", "1: number, string, or identifier expected in object initialiser"},
+        {"x = {a: 1,}", "1: number, string, or identifier expected in object initialiser"},
         {"[1 2]", "1: ']' or ',' expected, found a number"},
         {"1 + ;", "1: expected an expression, found ;"},
         {"f(", "1: expected an expression, found end of input"},

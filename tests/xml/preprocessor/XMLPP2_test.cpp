@@ -19,9 +19,14 @@ public:
 
     QMap<QString, QByteArray> files;
     QStringList reports;
+    int reads = 0;
 
 protected:
-    bool parseInclude(const QString &path) override { return parse(files.value(path)); }
+    bool parseInclude(const QString &path) override
+    {
+        ++reads;
+        return parse(files.value(path));
+    }
 };
 
 // What becomes of the children of the root, as the writer shows them on one line.
@@ -281,7 +286,7 @@ TEST(XMLPP2, ARootHasNoPlaceToGo)
 TEST(XMLPP2, StopsWhatWouldNotEnd)
 {
     MemoryXMLPP2 document;
-    document.setMaximumProduced(1000);
+    document.setMaximumProduced(20'000);
     document.files = {
         {u"self.xml"_s, "<p><include filename=\"self.xml\"/></p>"},
         {u"twice.xml"_s, "<envelope><include filename=\"twice.xml\"/><include filename=\"twice.xml\"/></envelope>"}};
@@ -299,6 +304,11 @@ TEST(XMLPP2, StopsWhatWouldNotEnd)
     EXPECT_EQ(countOf("b"), 64);
     EXPECT_EQ(document.reports, QStringList(u"<xmlput> is nested more than 64 deep : line 1"_s));
 
+    document.reads = 0;
+    resolved(document, "<include filename=\"twice.xml\"/>");
+    EXPECT_EQ(document.reads, 98) << "each counts as 200 elements besides its own three";
+
+    document.setMaximumProduced(1000);
     const QString tooMany = u"more than 1000 elements were to be produced"_s;
     for (const char *body :
          {"<include filename=\"twice.xml\"/>",

@@ -105,3 +105,26 @@ TEST(XMLElement, KeepsAttributesInOrder)
     element.setValue(QByteArrayView());
     EXPECT_TRUE(element.value().isNull());
 }
+
+// Every name is looked for when it is set; with 100,000 of them a search from the first would take minutes.
+TEST(XMLElement, TakesManyAttributes)
+{
+    constexpr int count = 100'000;
+    const auto nameOf = [](int i) { return "a" + QByteArray::number(i); };
+    XMLElement element("e");
+    for (int round = 0; round < 2; ++round)
+        for (int i = 0; i < count; ++i)
+            element.setAttribute(nameOf(i), QByteArray::number(i + round));
+    ASSERT_EQ(element.attributes().size(), size_t(count));
+    EXPECT_EQ(element.attribute("a70000"), "70001");
+    element.removeAttribute("a69999");
+    EXPECT_EQ(element.attribute("a70000"), "70001");
+    EXPECT_EQ(element.attributes()[69'999].name(), "a70000");
+    EXPECT_FALSE(element.hasAttribute("a69999"));
+    element.setAttribute("a69999", "again");
+    EXPECT_EQ(element.attributes().back().value(), "again");
+    element.removeAttributes();
+    EXPECT_FALSE(element.hasAttribute("a1"));
+    element.setAttribute("b", "1");
+    EXPECT_EQ(element.attributes().size(), 1u);
+}
