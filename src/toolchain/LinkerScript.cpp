@@ -97,7 +97,7 @@ constexpr LibrarySymbol librarySymbols[] = {
 
 // Thread-local variables of the one thread that a program begins with. Their block is .tdata and .tbss; its address
 // is the thread pointer of RISC-V. That of ARM lies before it by two words, or more for variables that are aligned
-// to more (Addenda to the ABI for the Arm Architecture, "Linux for Arm static (initial exec) model").
+// to more (Addenda to the ABI for the Arm Architecture, "Thread Local Storage").
 constexpr auto threadPointers = R"(
   PROVIDE(__tls_start__ = SIZEOF(.tdata) ? ADDR(.tdata) : ADDR(.tbss));
   PROVIDE(__tls_arm_pointer__ = __tls_start__ - MAX(8, MAX(ALIGNOF(.tdata), ALIGNOF(.tbss))));
