@@ -1,6 +1,7 @@
 #include "console/LineReader.h"
 
 #include "base/CommandLine.h"
+#include "base/HException.h"
 
 #include <cerrno>
 #include <clocale>
@@ -114,6 +115,8 @@ std::optional<QString> LineReader::read(const QString &prompt)
     size_t capacity = 0;
     const ssize_t length = getline(&line, &capacity, stdin);
     const std::unique_ptr<char, void (*)(void *)> owner(line, std::free);
+    if (length < 0 && std::ferror(stdin) && errno != EINTR)
+        throw HException(QStringLiteral("cannot read standard input: %1").arg(qt_error_string(errno)));
     if (length < 0)
         return {};
     const QString text = QString::fromUtf8(line, length);

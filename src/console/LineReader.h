@@ -13,7 +13,8 @@ public:
     ~LineReader();
 
     // The next line without its end; none at the end of the input. A line that a signal broke off (Ctrl-C) is
-    // dropped: on a terminal it gives an empty one, elsewhere it ends the input.
+    // dropped: on a terminal it gives an empty one, elsewhere it ends the input. Throws HException "cannot read
+    // standard input: REASON".
     std::optional<QString> read(const QString &prompt);
     bool isTerminal() const { return m_editor != nullptr; }
 

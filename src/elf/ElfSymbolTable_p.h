@@ -9,7 +9,6 @@ struct ElfFile::SymbolTable
 
     ElfSymbol *at(quint32 index) { return arm.empty() ? &plain[index] : &arm[index]; }
     void sortByValue(std::vector<ElfSymbol *> &symbols);
-    void makeNameIndex();
 
     // One of the two has all the symbols, by index.
     std::vector<ElfSymbol> plain;

@@ -3,7 +3,7 @@
 #include "base/FileDescriptor.h"
 #include "base/HException.h"
 
-#include <QFile>
+#include <QFileInfo>
 #include <algorithm>
 #include <csignal>
 #include <cstdio>
@@ -62,7 +62,7 @@ CommandRunner::CommandRunner(bool isShown, bool isDry) : m_isShown(isShown || is
 void CommandRunner::removeOutputs()
 {
     for (const QString &path : m_outputs)
-        if (!m_isDry)
+        if (!m_isDry && QFileInfo(path).isFile()) // and no device
             QFile::remove(path);
 }
 

@@ -188,6 +188,8 @@ QStringList ToolDriver::filesAsWords(const QStringList &files, const char *endin
 // A new archive beside the old one takes its place when it is whole.
 void ToolDriver::archive()
 {
+    if (const QFileInfo old(m_options.output); old.exists() && !old.isFile())
+        throw HException(u"cannot replace '%1': it is no file"_s.arg(m_options.output));
     const QStringList files = readInputs();
     const LinkInputs inputs = LinkInputs::read(files);
     const ToolSet tools(m_options.linkerOptions, inputs.machine);

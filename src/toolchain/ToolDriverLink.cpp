@@ -331,7 +331,13 @@ QStringList ToolDriver::optimizeBitcode(const Link &link, const QStringList &fil
     for (const char *name : libraryCallbacks)
         command += QString::fromLatin1(name);
     m_runner.addOutput(object);
-    m_runner.run(command);
+    try {
+        m_runner.run(command);
+    } catch (const ToolFailure &failure) {
+        // Its own messages don't read as errors.
+        std::fprintf(stderr, "cc: error: ltollvm returned %d exit status\n", failure.status());
+        throw;
+    }
     return {object, u'@' + linkerList};
 }
 

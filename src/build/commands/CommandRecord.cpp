@@ -92,7 +92,7 @@ std::optional<quint64> CommandRecord::command(const QString &output) const
 
 void CommandRecord::setCommand(const QString &output, quint64 hash)
 {
-    Output &known = m_outputs[output];
+    Output &known = outputOf(output);
     m_isChanged |= known.command != hash;
     known.command = hash;
 }
@@ -102,16 +102,17 @@ std::optional<std::span<const quint32>> CommandRecord::dependencies(const QStrin
     const auto found = m_outputs.constFind(output);
     if (found == m_outputs.cend() || found->stamp != stamp || !stamp.time)
         return std::nullopt;
-    return found->dependencies;
+    return dependenciesOf(*found);
 }
 
 void CommandRecord::setDependencies(const QString &output, const FileStamp &stamp, const QStringList &dependencies)
 {
-    Output &known = m_outputs[output];
+    Output &known = outputOf(output);
     known.stamp = stamp;
-    known.dependencies.clear();
+    known.firstDependency = quint32(m_dependencies.size());
+    known.dependencyCount = quint32(dependencies.size());
     for (const QString &path : dependencies)
-        known.dependencies.push_back(pathIndex(path));
+        m_dependencies.push_back(pathIndex(path));
     m_isChanged = true;
 }
 
@@ -120,12 +121,26 @@ CommandRecord::Entry CommandRecord::entry(const QString &output) const
     const auto found = m_outputs.constFind(output);
     if (found == m_outputs.cend())
         return {};
-    return {found->command, found->stamp, found->dependencies};
+    return {found->command, found->stamp, dependenciesOf(*found)};
 }
 
 void CommandRecord::forget(const QString &output)
 {
     m_isChanged |= m_outputs.remove(output);
+}
+
+CommandRecord::Output &CommandRecord::outputOf(const QString &path)
+{
+    const qsizetype known = m_outputs.size();
+    Output &output = m_outputs[path];
+    if (m_outputs.size() > known)
+        output.path = pathIndex(path);
+    return output;
+}
+
+std::span<const quint32> CommandRecord::dependenciesOf(const Output &output) const
+{
+    return std::span(m_dependencies).subspan(output.firstDependency, output.dependencyCount);
 }
 
 quint32 CommandRecord::pathIndex(const QString &path)
@@ -145,6 +160,7 @@ void CommandRecord::clear()
     m_paths.clear();
     m_indices.clear();
     m_outputs.clear();
+    m_dependencies.clear();
 }
 
 // Not flushed to the disk: after a crash of the machine the checksum tells, and a lost record costs little.
@@ -182,33 +198,39 @@ static void append(QByteArray &bytes, quint64 value, quint32 size)
 // Only the paths that are still in use are written.
 QByteArray CommandRecord::toBytes() const
 {
-    QByteArray paths, outputs;
-    QHash<QString, quint32> indices;
+    QByteArray paths;
+    quint32 pathCount = 0;
     std::vector<quint32> newIndex(size_t(m_paths.size()), noIndex);
-    const auto indexOf = [&](const QString &path) {
-        const auto known = indices.constFind(path);
-        if (known != indices.cend())
-            return *known;
-        (paths += path.toUtf8()) += '\0';
-        return *indices.insert(path, quint32(indices.size()));
-    };
-    for (const auto &[path, output] : m_outputs.asKeyValueRange()) {
-        append(outputs, indexOf(path), 4);
-        append(outputs, output.command, 8);
-        append(outputs, quint64(output.stamp.time), 8);
-        append(outputs, quint64(output.stamp.size), 8);
-        append(outputs, output.dependencies.size(), 4);
-        for (const quint32 old : output.dependencies) {
-            if (newIndex[old] == noIndex)
-                newIndex[old] = indexOf(m_paths[old]);
-            append(outputs, newIndex[old], 4);
+    const auto indexOf = [&](quint32 path) {
+        if (newIndex[path] == noIndex) {
+            newIndex[path] = pathCount++;
+            (paths += m_paths[path].toUtf8()) += '\0';
         }
+        return newIndex[path];
+    };
+    size_t size = 0;
+    for (const Output &output : m_outputs)
+        size += outputBytes + 4 * output.dependencyCount;
+    QByteArray outputs(qsizetype(size), Qt::Uninitialized);
+    char *at = outputs.data();
+    const auto put = [&at](auto value) {
+        qToLittleEndian(value, at);
+        at += sizeof value;
+    };
+    for (const Output &output : m_outputs) {
+        put(indexOf(output.path));
+        put(output.command);
+        put(output.stamp.time);
+        put(output.stamp.size);
+        put(output.dependencyCount);
+        for (const quint32 dependency : dependenciesOf(output))
+            put(indexOf(dependency));
     }
     QByteArray bytes;
     bytes.reserve(paths.size() + outputs.size() + 24);
     append(bytes, magic, 4);
     append(bytes, version, 4);
-    append(bytes, quint64(indices.size()), 4);
+    append(bytes, pathCount, 4);
     bytes += paths;
     append(bytes, quint64(m_outputs.size()), 4);
     bytes += outputs;
@@ -244,21 +266,23 @@ bool CommandRecord::fromBytes(QByteArrayView bytes)
     };
     const quint32 outputs = in.readU32();
     isGood = outputs <= quint64(in.remaining()) / outputBytes;
-    if (isGood)
+    if (isGood) {
         m_outputs.reserve(outputs);
+        m_dependencies.reserve(in.remaining() / 4); // they are nearly all of it
+    }
     for (quint32 i = 0; i < outputs && isGood; ++i) {
-        const quint32 path = readPath();
         Output output;
+        output.path = readPath();
         output.command = in.readU64();
         output.stamp = {qint64(in.readU64()), qint64(in.readU64())};
-        const quint32 count = in.readU32();
-        isGood &= count <= quint64(in.remaining()) / 4;
+        output.firstDependency = quint32(m_dependencies.size());
+        output.dependencyCount = in.readU32();
+        isGood &= output.dependencyCount <= quint64(in.remaining()) / 4;
         if (!isGood)
             break;
-        output.dependencies.reserve(count);
-        for (quint32 k = 0; k < count; ++k)
-            output.dependencies.push_back(readPath());
-        m_outputs.insert(m_paths[path], std::move(output));
+        for (quint32 k = 0; k < output.dependencyCount; ++k)
+            m_dependencies.push_back(readPath());
+        m_outputs.insert(m_paths[output.path], output);
     }
     isGood &= !in.failed() && in.atEnd();
     if (!isGood)

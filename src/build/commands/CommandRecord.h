@@ -62,7 +62,8 @@ public:
     // Everything that is mentioned: who asks often for files' times keeps them beside it.
     const QStringList &paths() const { return m_paths; }
 
-    // All of that in one look-up; hash 0 and time 0 for what isn't known.
+    // All of that in one look-up; hash 0 and time 0 for what isn't known. The dependencies stay where they are until
+    // the next are set.
     struct Entry
     {
         quint64 command = 0;
@@ -84,11 +85,14 @@ public:
 private:
     struct Output
     {
+        quint32 path = 0;
         quint64 command = 0;
         FileStamp stamp;
-        std::vector<quint32> dependencies;
+        quint32 firstDependency = 0, dependencyCount = 0;
     };
 
+    Output &outputOf(const QString &path);
+    std::span<const quint32> dependenciesOf(const Output &output) const;
     quint32 pathIndex(const QString &path);
     void clear();
 
@@ -96,5 +100,6 @@ private:
     QStringList m_paths;
     QHash<QString, quint32> m_indices; // of paths; filled when something is first noted
     QHash<QString, Output> m_outputs;
+    std::vector<quint32> m_dependencies; // of all outputs, and what was replaced in this run
     bool m_isChanged = false;
 };

@@ -2,7 +2,7 @@
 
 #include "build/engine/BuildEngine.h"
 
-#include <QFile>
+#include <QFileInfo>
 
 BuildThread::BuildThread(BuildEngine &engine, const ProjectElement *element, const QString &configuration,
                          Builder &builder, Idler &idler, BuildFlags flags)
@@ -77,7 +77,8 @@ void BuildThread::play(const BuildCommand &command)
     case BuildCommand::CloseProject: return m_idler.closeProject(command.element, command.configuration);
     case BuildCommand::VerifyOutput:
         if (!m_builder.verifyOutput(command.output)) {
-            QFile::remove(command.output);
+            if (QFileInfo(command.output).isFile()) // and no device
+                QFile::remove(command.output);
             m_hasFailed = m_engine.state().failed = true;
         }
         return;

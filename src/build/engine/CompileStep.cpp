@@ -166,12 +166,12 @@ bool ElementBuild::addExternalCompile(ToolKind kind, const CompilePlan &plan, Co
 quint64 ElementBuild::ownCompileHash(ToolKind kind, CompilePlan &plan)
 {
     const CompileSteps steps = compileSteps(kind, plan);
-    QStringList around = steps.preWords + steps.postWords;
-    if (!plan.isExternal)
-        return m_tools.hash(steps.request, around, plan.error);
-    const QStringList words = externalCompileWords(kind, plan, nullptr, plan.error);
-    around += m_tools.programStamp(words.value(0), m_directory);
-    return commandHash(m_directory, words, around);
+    const QStringList around = steps.preWords + steps.postWords;
+    if (plan.isExternal) {
+        const QStringList words = externalCompileWords(kind, plan, nullptr, plan.error);
+        return commandHash(m_directory, words, around + QStringList{m_tools.programStamp(words.value(0), m_directory)});
+    }
+    return m_tools.hash(steps.request, around, plan.error);
 }
 
 ElementBuild::CompileSteps ElementBuild::compileSteps(ToolKind kind, const CompilePlan &plan)

@@ -9,7 +9,6 @@
 #include "elf/ElfFile.h"
 
 #include <QDir>
-#include <QFile>
 #include <QFileInfo>
 #include <csignal>
 #include <cstring>
@@ -154,7 +153,7 @@ bool StudioBuilder::pollCommand(const ProjectElement *element, const QString &co
 
 void StudioBuilder::fail()
 {
-    if (!m_output.isEmpty())
+    if (QFileInfo(m_output).isFile()) // and no device
         QFile::remove(m_output);
     m_state.failed = true;
 }

@@ -46,6 +46,23 @@ constexpr Phrase untagged[] = {
     {"creating "_L1, Severity::None}, // what an archiver is doing
 };
 
+// What a tool says because another one has failed, or because it has had enough. It counts when nothing else did.
+constexpr QLatin1StringView followUps[] = {
+    " exit status"_L1,                    // "ld returned 1 exit status"
+    " command failed with exit code "_L1, // "ld.lld command failed with exit code 1"
+    "lto-wrapper failed"_L1,
+    "final link failed"_L1,
+    "too many errors emitted"_L1,
+};
+
+// GCC's name for what it hands to the assembler: "cc", six characters, ".s". It is gone when the command has ended.
+bool isTemporaryAssembly(const QString &file)
+{
+    const QFileInfo info(file);
+    return info.suffix() == u's' && info.baseName().startsWith("cc"_L1) && info.baseName().size() == 8 &&
+           info.path() == QDir::cleanPath(QDir::tempPath());
+}
+
 // Programs that speak up only when something is wrong; with "-" and a version behind or a target in front too.
 constexpr QLatin1StringView linkTools[] = {"ld"_L1, "ld.bfd"_L1, "ld.gold"_L1, "ld.lld"_L1, "objcopy"_L1, "ar"_L1};
 
@@ -188,6 +205,21 @@ bool beginsAsMessage(QStringView line)
     });
 }
 
+// LLD's messages whose place comes with the next line.
+bool awaitsReference(const Bookmark &record)
+{
+    return record.file.isEmpty() && record.severity >= Severity::Warning &&
+           (record.text.startsWith("duplicate symbol: "_L1) ||
+            (record.text.startsWith("undefined "_L1) && record.text.contains(" symbol: "_L1)));
+}
+
+bool isFollowUp(const Bookmark &record)
+{
+    return record.severity >= Severity::Error &&
+           std::any_of(std::begin(followUps), std::end(followUps),
+                       [&record](QLatin1StringView phrase) { return record.text.contains(phrase); });
+}
+
 bool isMessageBehind(QStringView rest)
 {
     return rest.startsWith(": "_L1);
@@ -219,7 +251,8 @@ void CompilerDiagnosticParser::setPlace(Bookmark &out, QStringView named, int li
 {
     const QString file = sourceFile(named);
     const auto endsFile = [&file](QLatin1StringView ending) { return file.endsWith(ending); };
-    if (file.isEmpty() || std::any_of(std::begin(noSources), std::end(noSources), endsFile))
+    if (file.isEmpty() || std::any_of(std::begin(noSources), std::end(noSources), endsFile) ||
+        isTemporaryAssembly(file))
         return;
     out.file = file;
     out.line = line;
@@ -254,12 +287,10 @@ bool CompilerDiagnosticParser::parseReference(QStringView line, Bookmark &out) c
         if (const qsizetype open = where.indexOf(" ("_L1); open >= 0 && where.endsWith(u')'))
             where = where.sliced(open + 2).chopped(1);
         const Place place = findPlace(where, isEndOrComma);
-        if (place.end < 0)
-            return false;
         out.text = text.toString();
         out.severity = Severity::Note;
-        setPlace(out, place.file, place.line, place.column);
-        return true;
+        setPlace(out, place.end < 0 ? where : place.file, place.line, place.column);
+        return place.end >= 0 || !out.file.isEmpty();
     }
     return false;
 }
@@ -291,16 +322,24 @@ bool CompilerDiagnosticParser::parseSectionOffset(QStringView line, Bookmark &ou
     return true;
 }
 
-// "error: text", "cc1: error: text" and what a linker says without a tag.
+// "error: text", "cc1: error: text", and what a linker says without a tag or ltollvm in its own form.
 bool CompilerDiagnosticParser::parseUnplaced(QStringView line, Bookmark &out) const
 {
     if (setTagged(line, out))
         return true;
+    if (line.startsWith("Error "_L1) && line.contains(" processing "_L1)) {
+        out.severity = Severity::Error;
+        out.text = line.sliced(6).toString();
+        return true;
+    }
     if (const qsizetype colon = findTag(line); colon >= 0) {
         setTagged(line.sliced(colon + 2), out);
-        setPlace(out, line.first(colon), -1, -1);
+        const QStringView name = line.first(colon);
+        setPlace(out, name, -1, -1);
         if (QFileInfo(out.file).isExecutable()) // the tool itself is no place
             out.file.clear();
+        else if (out.file.isEmpty() && name.sliced(name.lastIndexOf(u'/') + 1).contains(u'.') && !isLinkTool(name))
+            out.text.prepend(line.first(colon + 2)); // a file, though it can't be gone to: "app.ld: no such file"
         return true;
     }
     const qsizetype colon = line.indexOf(": "_L1);
@@ -315,29 +354,74 @@ bool CompilerDiagnosticParser::parseMessage(QStringView line, Bookmark &out)
     return parsePlaced(line, out) || parseSectionOffset(line, out) || parseUnplaced(line, out);
 }
 
+// Linkers say the same for each use of a name in a line, and for each attempt at a layout.
+bool CompilerDiagnosticParser::isNew(const Bookmark &record)
+{
+    if (record.severity < Severity::Warning)
+        return true;
+    const auto before = m_told.size();
+    m_told.insert(u"%1:%2:%3:%4:%5"_s.arg(int(record.severity))
+                      .arg(record.line)
+                      .arg(record.column)
+                      .arg(record.file, record.text));
+    return m_told.size() > before;
+}
+
+// A record may have to wait for the line behind it, which then gives it in place of its own.
 bool CompilerDiagnosticParser::parse(const QString &rawLine, Bookmark &out, bool isErrorOutput)
 {
     const QString line = withoutColours(rawLine);
+    Bookmark result;
+    bool isRecord = parseLine(line, result, isErrorOutput);
+    if (m_waiting) {
+        std::swap(*m_waiting, result);
+        if (line.startsWith(">>>"_L1)) {
+            result.file = m_waiting->file;
+            result.line = m_waiting->line;
+            isRecord = false;
+        }
+        if (!isRecord)
+            m_waiting.reset();
+        isRecord = true;
+        m_isContinuation = false;
+        m_isBehindRecord = true;
+    } else if (isRecord && awaitsReference(result)) {
+        m_waiting = result;
+        return false;
+    }
+    if (!isRecord) {
+        m_isContinuation = m_isContinuation && !m_isRepeated;
+        return false;
+    }
+    m_isRepeated = (isFollowUp(result) && m_hasError) || !isNew(result);
+    if (m_isRepeated)
+        return false;
+    m_hasError = m_hasError || result.severity >= Severity::Error;
+    m_hasPlace = !result.file.isEmpty();
+    out = result;
+    return true;
+}
+
+bool CompilerDiagnosticParser::parseLine(const QString &line, Bookmark &out, bool isErrorOutput)
+{
     const bool mayBeSource = std::exchange(m_mayBeSource, false);
     const bool isReference = line.startsWith(">>>"_L1), isDrawing = m_isBehindRecord && isGutter(line);
     m_isContinuation = false;
 
-    Bookmark result;
-    result.category = buildCategory;
-    bool isRecord = isReference ? parseReference(line, result) : parseInclusion(line, result);
+    out.category = buildCategory;
+    bool isRecord = isReference ? parseReference(line, out) : parseInclusion(line, out);
     if (!isReference && !isRecord && !isDrawing)
-        isRecord = parseMessage(line, result) &&
-                   (!mayBeSource || !result.file.isEmpty() || beginsAsMessage(line) || line.startsWith(u'<'));
+        isRecord = parseMessage(line, out) &&
+                   (!mayBeSource || !out.file.isEmpty() || beginsAsMessage(line) || line.startsWith(u'<'));
     if (isRecord) {
-        result.context = std::exchange(m_context, {});
+        out.context = std::exchange(m_context, {});
         m_isBehindRecord = true;
-        out = result;
         return true;
     }
     m_mayBeSource = false;
     if (m_isBehindRecord &&
         (mayBeSource || isDrawing || isReference || line.startsWith(u' ') || line.startsWith(u'\t'))) {
-        m_isContinuation = true;
+        m_isContinuation = !(isReference && m_hasPlace); // the source line tells more than names of objects
         return false;
     }
     m_isBehindRecord = false;

@@ -42,6 +42,7 @@ LoadedSolution::LoadedSolution(const QString &path, const QStringList &globalMac
 {
     loadInstallation();
     SystemMacroTable::instance().setGlobalMacros(globalMacros);
+    m_system.gatherPackageGroups(expandGlobal(u"$(PackagesDir:$(StudioUserDir)/packages)"_s));
     if (QFileInfo(path).isDir())
         throw HException(path + ": is a folder, not a solution file"_L1);
     try {

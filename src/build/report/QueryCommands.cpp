@@ -206,6 +206,49 @@ QString contributionText(const PropertyContribution &contribution)
     return u"  %1 in %2 configuration: %3\n"_s.arg(where, contribution.configuration, contribution.value);
 }
 
+struct FoundValue
+{
+    std::optional<QString> text; // none: there is no such property
+    PropertyTrace trace;
+};
+
+// Of a key without property what the files say.
+FoundValue findValue(const ProjectElement &node, const QString &key, const PropertyClass *property,
+                     const QString &configuration)
+{
+    if (key == "Name"_L1) // of the node; its configurations have names of their own
+        return {node.displayName(), {{node.displayName(), QString(), &node}}};
+    const FoundValue own{node.property(key), {{node.property(key), QString(), &node}}};
+    if (belongsToNode(node, key) && node.hasProperty(key))
+        return own;
+    const PropertyClass unlisted(key, PropertyType::String, PropertyTexts{});
+    FoundValue found;
+    found.text = propertyValue(&node, property ? *property : unlisted, configuration, &found.trace);
+    const bool isDefault = !found.trace.front().element;
+    if (isDefault && node.hasProperty(key))
+        return own;
+    return isDefault && !property ? FoundValue() : found;
+}
+
+void writeContributions(JsonWriter &json, const LoadedSolution &loaded, const PropertyTrace &trace)
+{
+    json.beginArray("contributions");
+    for (const PropertyContribution &contribution : trace) {
+        json.beginObject();
+        json.field("value", contribution.value);
+        if (contribution.element) {
+            json.field("kind", kindName(*contribution.element));
+            json.field("node", loaded.nodePath(*contribution.element));
+        } else {
+            json.field("kind", u"default");
+            json.nullField("node");
+        }
+        optionalField(json, "configuration", contribution.configuration);
+        json.end();
+    }
+    json.end();
+}
+
 // Throws HException for a value that the property can't have.
 void checkValue(const PropertyClass &property, const QString &value)
 {
@@ -274,52 +317,31 @@ void listSolution(LoadedSolution &loaded, const QString &what, ProjectElement &b
 void getProperty(LoadedSolution &loaded, const PropertyQuery &query, const ProjectElement &node,
                  const QString &configuration, bool isJson)
 {
-    const StandardProjectSystem &system = loaded.system();
     const NodeProperties properties(loaded.system(), node, configuration);
-    const PropertyClass *property = properties.find(query.key);
-    const PropertyClass unlisted(query.key, PropertyType::String, PropertyTexts{});
-    PropertyTrace trace;
-    QString value = propertyValue(&node, property ? *property : unlisted, configuration, &trace);
-    const bool isFound = !trace.empty() && trace.front().element;
-    const bool isName = query.key == "Name"_L1; // a configuration's own is no value of its node
-    if (isName || (!isFound && node.hasProperty(query.key))) {
-        value = isName ? node.displayName() : node.property(query.key);
-        trace = {{value, QString(), &node}};
-    } else if (!isFound && !property) {
-        throw properties.notFound(query.key);
-    }
-    if (query.isExpanded)
-        value = system.expand(&node, configuration, value);
-    if (!isJson) {
-        printOut(value + u'\n');
-        if (query.isTraced)
-            for (const PropertyContribution &contribution : trace)
-                printOut(contributionText(contribution));
-        return;
-    }
-    JsonWriter json;
-    json.beginObject();
-    json.field("key", query.key);
-    json.field("node", loaded.nodePath(node));
-    json.field("configuration", configuration);
-    json.field("value", value);
-    json.beginArray("contributions");
-    for (const PropertyContribution &contribution : trace) {
+    FoundValue found = findValue(node, query.key, properties.find(query.key), configuration);
+    if (found.text && query.isExpanded)
+        found.text = loaded.system().expand(&node, configuration, *found.text);
+    if (isJson) {
+        JsonWriter json;
         json.beginObject();
-        json.field("value", contribution.value);
-        if (contribution.element) {
-            json.field("kind", kindName(*contribution.element));
-            json.field("node", loaded.nodePath(*contribution.element));
-            optionalField(json, "configuration", contribution.configuration);
-        } else {
-            json.field("kind", u"default");
-            json.nullField("node");
-            json.nullField("configuration");
-        }
-        json.end();
+        json.field("key", query.key);
+        json.field("node", loaded.nodePath(node));
+        json.field("configuration", configuration);
+        if (found.text)
+            json.field("value", *found.text);
+        else
+            json.nullField("value");
+        writeContributions(json, loaded, found.trace);
+        printJson(json);
     }
-    json.end();
-    printJson(json);
+    if (!found.text)
+        throw properties.notFound(query.key);
+    if (isJson)
+        return;
+    printOut(*found.text + u'\n');
+    if (query.isTraced)
+        for (const PropertyContribution &contribution : found.trace)
+            printOut(contributionText(contribution));
 }
 
 void setProperties(LoadedSolution &loaded, const QStringList &assignments, ProjectElement &node,

@@ -6,6 +6,7 @@
 #include "project/model/ProjectSystem.h"
 #include "toolchain/SectionPlacement.h"
 
+#include <QDir>
 #include <QFileInfo>
 
 using namespace Qt::StringLiterals;
@@ -68,18 +69,19 @@ void countSections(const ElfFile &elf, ProgramSize &size)
     }
 }
 
-// The segments of the project's memory map, or those that it names itself.
+// The segments of the project's memory map, or those that it names itself. A map that isn't there was left out of the
+// link too.
 std::vector<MemorySegment> memorySegments(const StandardProjectSystem &system, const ProjectElement *project,
                                           const QString &configuration)
 {
     using enum ProjectProperty;
     const QString named = system.expandedValue(project, linker_memory_map_file, configuration);
-    if (named.isEmpty()) {
-        const QString list = system.expandedValue(project, linker_section_placements_segments, configuration);
-        return list.isEmpty() ? std::vector<MemorySegment>() : SectionPlacement::readSegmentList(list);
-    }
-    const QString file = QFileInfo::exists(named) ? named : system.projectDirectory(project) + u'/' + named;
-    return SectionPlacement::readMemoryMap(file, system.value(project, linker_memory_map_macros, configuration));
+    const QString file = QDir(system.projectDirectory(project)).filePath(named);
+    if (QFileInfo(file).isFile())
+        return SectionPlacement::readMemoryMap(file,
+                                               system.expandedValue(project, linker_memory_map_macros, configuration));
+    const QString list = system.expandedValue(project, linker_section_placements_segments, configuration);
+    return list.isEmpty() ? std::vector<MemorySegment>() : SectionPlacement::readSegmentList(list);
 }
 
 QString grouped(quint64 number)

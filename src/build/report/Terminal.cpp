@@ -7,8 +7,6 @@ using namespace Qt::StringLiterals;
 
 namespace {
 
-constexpr int intervalMs = 50;
-
 int width(FILE *stream)
 {
     winsize size{};
@@ -17,8 +15,9 @@ int width(FILE *stream)
 
 } // namespace
 
-Terminal::Terminal(FILE *stream, ColorMode mode)
+Terminal::Terminal(FILE *stream, ColorMode mode, int intervalMs)
     : m_stream(stream),
+      m_intervalMs(intervalMs),
       m_isTerminal(::isatty(::fileno(stream)) && qgetenv("TERM") != "dumb"),
       m_hasColors(mode == ColorMode::Always ||
                   (mode == ColorMode::Auto && m_isTerminal && qEnvironmentVariableIsEmpty("NO_COLOR")))
@@ -52,7 +51,7 @@ void Terminal::setStatus(const QString &line)
 
 void Terminal::refresh()
 {
-    if (!m_isTerminal || !m_isPending || (m_isShown && !m_sinceShown.hasExpired(intervalMs)))
+    if (!m_isTerminal || !m_isPending || (m_isShown && !m_sinceShown.hasExpired(m_intervalMs)))
         return;
     m_isPending = false;
     m_isShown = true;

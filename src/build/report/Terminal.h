@@ -13,7 +13,8 @@ public:
     enum Color { Plain, Bold, Red, Magenta, Cyan, Green };
 
     // Colours are used on a terminal, unless $NO_COLOR is set (https://no-color.org) or the mode says otherwise.
-    Terminal(FILE *stream, ColorMode mode);
+    // The line at the bottom is written at most every `intervalMs`.
+    Terminal(FILE *stream, ColorMode mode, int intervalMs = 50);
     Terminal(const Terminal &) = delete;
     Terminal &operator=(const Terminal &) = delete;
     ~Terminal() { clearStatus(); }
@@ -22,16 +23,15 @@ public:
     QString colored(Color color, const QString &text) const;
     // A line that stays.
     void print(const QString &line);
-    // The line at the bottom, cut to the terminal's width. Nothing happens elsewhere, and when the last one is
-    // younger than 50 ms; refresh() shows it then.
+    // The line at the bottom, cut to the terminal's width. Nothing happens elsewhere, and when the last one is too
+    // young; refresh() shows it then.
     void setStatus(const QString &line);
     void refresh();
     void clearStatus();
 
 private:
-    void show();
-
     FILE *m_stream;
+    int m_intervalMs;
     bool m_isTerminal, m_hasColors;
     QString m_status;
     bool m_isShown = false;   // something stands in the bottom line

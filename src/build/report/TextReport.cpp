@@ -2,6 +2,7 @@
 
 #include "base/CommandLine.h"
 #include "build/engine/StudioBuilder.h"
+#include "project/model/ProjectElement.h"
 
 #include <QDir>
 #include <QFile>
@@ -49,7 +50,8 @@ QStringList sourceExcerpt(const Bookmark &bookmark)
 {
     if (!bookmark.excerpt.isEmpty())
         return bookmark.excerpt;
-    const QString source = bookmark.line > 0 ? lineOfFile(bookmark.file, bookmark.line) : QString();
+    const bool hasPlace = bookmark.line > 0 && !bookmark.file.isEmpty();
+    const QString source = hasPlace ? lineOfFile(bookmark.file, bookmark.line) : QString();
     if (source.trimmed().isEmpty())
         return {};
     QStringList lines{u"%1 | %2"_s.arg(bookmark.line, 5).arg(source)};
@@ -107,10 +109,12 @@ void TextReport::output(const BuildPlace &, const QString &line, Stream stream)
 
 void TextReport::diagnostic(const BuildPlace &place, const BuildLogItem &item, bool isOfTool)
 {
+    const bool isFile = place.element && place.element->type() == ProjectElement::Type::File;
+    const Problem problem{place.project(), isFile ? place.element->displayName() : QString(), &item};
     if (!isOfTool)
-        printProblem(item);
-    if (item.severity() >= Severity::Error)
-        m_problems.push_back({place.project(), &item});
+        printProblem(problem);
+    if (item.severity() >= (isOfTool ? Severity::Error : Severity::Warning))
+        m_problems.push_back(problem);
 }
 
 void TextReport::note(const BuildPlace &, NoteKind kind, const QString &text)
@@ -121,17 +125,19 @@ void TextReport::note(const BuildPlace &, NoteKind kind, const QString &text)
 }
 
 // "main.c:3:5: error: text", in the form that terminals and editors know as a link.
-void TextReport::printProblem(const BuildLogItem &item)
+void TextReport::printProblem(const Problem &problem)
 {
+    const BuildLogItem &item = *problem.item;
     const Bookmark &bookmark = item.bookmark();
-    QString place;
+    QString place = problem.node;
     if (!bookmark.file.isEmpty()) {
         place = shownPath(bookmark.file);
         for (const int number : {bookmark.line, bookmark.column})
             if (number > 0)
                 place += u':' + QString::number(number);
-        place += u": "_s;
     }
+    if (!place.isEmpty())
+        place += u": "_s;
     const bool isError = item.severity() >= Severity::Error, isWarning = item.severity() == Severity::Warning;
     const QString kind = isError ? u"error: "_s : isWarning ? u"warning: "_s : u"note: "_s;
     const auto color = isError ? Terminal::Red : isWarning ? Terminal::Magenta : Terminal::Cyan;
@@ -148,10 +154,14 @@ void TextReport::printProblems()
         const Problem &problem = m_problems[i];
         if (i == 0 || problem.project != project) {
             project = problem.project;
+            const bool hasError = std::any_of(m_problems.begin(), m_problems.end(), [&](const Problem &other) {
+                return other.project == project && other.item->severity() >= Severity::Error;
+            });
+            const QString what = hasError ? u"Errors"_s : u"Warnings"_s;
             m_error.print(
-                m_error.colored(Terminal::Bold, project.isEmpty() ? u"Errors:"_s : u"Errors in %1:"_s.arg(project)));
+                m_error.colored(Terminal::Bold, project.isEmpty() ? what + u':' : u"%1 in %2:"_s.arg(what, project)));
         }
-        printProblem(*problem.item);
+        printProblem(problem);
         for (const QString &line : sourceExcerpt(problem.item->bookmark()))
             m_error.print(line);
     }

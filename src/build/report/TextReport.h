@@ -32,16 +32,16 @@ public:
 private:
     struct Problem
     {
-        QString project;
+        QString project, node; // names; node: of the file, empty for others
         const BuildLogItem *item;
     };
-    void printProblem(const BuildLogItem &item);
+    void printProblem(const Problem &problem);
     void printProblems();
 
     Options m_options;
     Terminal m_error, m_out;
     int m_steps = 0, m_stepsDone = 0;
-    std::vector<Problem> m_problems; // errors, in the order in which they came
+    std::vector<Problem> m_problems; // errors, and warnings of our own, as they came
 };
 
 // The source line of the place and a caret under its column, from the tool if it has shown them, else from the

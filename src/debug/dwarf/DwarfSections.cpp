@@ -137,6 +137,8 @@ DwarfSections DwarfSections::of(const ElfFile &elf)
             }
         });
     }
+    if (sections.information.empty() && elf.sectionNamed(u".debug_info.dwo"_s))
+        sections.failures += u"split DWARF: %1 is the part beside a program's file, which isn't read"_s.arg(elf.path());
     if (elf.header().e_type != ET_REL)
         return sections;
     sections.places = placesOf(elf);

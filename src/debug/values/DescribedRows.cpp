@@ -13,10 +13,24 @@ constexpr int maximumTreeSteps = 10'000; // up or down to one neighbour
 
 } // namespace
 
-Expression *DescribedRows::attribute(const char *name) const
+// An attribute with what its names and numbers stand for.
+QString DescribedRows::text(const char *name)
 {
-    const QString text = QString::fromUtf8(m_element->attribute(name));
-    return m_evaluator.parseCached(m_evaluator.substitute(m_bindings, text));
+    QString text = QString::fromUtf8(m_element->attribute(name));
+    for (qsizetype start = 0; (start = text.indexOf(u"$["_s, start)) >= 0;) {
+        const qsizetype end = text.indexOf(u']', start);
+        const QString inner = text.sliced(start + 2, std::max(end - start - 2, qsizetype(0)));
+        Expression *expression = m_evaluator.parseCached(m_evaluator.substitute(m_bindings, inner));
+        if (!expression)
+            throw ParserException(u"a number is missing in "_s + text);
+        text.replace(start, end + 1 - start, QString::number(number(*expression, m_head)));
+    }
+    return m_evaluator.substitute(m_bindings, text);
+}
+
+Expression *DescribedRows::attribute(const char *name)
+{
+    return m_evaluator.parseCached(text(name));
 }
 
 quint64 DescribedRows::number(Expression &expression, quint32 current)
@@ -134,12 +148,11 @@ void DescribedRows::applyTuple(const DisplayTree::Row &row, const VarInfo &place
         const QByteArray name = one.name().toByteArray();
         if (name == "Name" || m_tree.m_level > m_tree.m_maximumLevel)
             continue;
-        if (m_evaluator.substitute(m_bindings, QString::fromUtf8(one.value())).contains(u"$("_s))
-            continue; // it names a type that this instance hasn't
         const QString title = QString::fromUtf8(name);
         try {
-            Expression *expression = attribute(name.constData());
-            if (!expression)
+            const QString meant = text(name.constData());
+            Expression *expression = meant.contains(u"$("_s) ? nullptr : m_evaluator.parseCached(meant);
+            if (!expression) // or it names a type that this instance hasn't
                 continue;
             if (expression->toString() == row.expression)
                 throw ParserException(u"tuple expression for "_s + title + u" same as "_s + row.expression);

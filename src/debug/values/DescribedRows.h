@@ -32,7 +32,8 @@ private:
         quint32 map = 0, chunk = 0, sizeOfChunk = 0; // of a deque, as far as it has been walked
     };
 
-    Expression *attribute(const char *name) const;
+    QString text(const char *name);
+    Expression *attribute(const char *name);
     quint64 number(Expression &expression, quint32 current);
     bool holds(Expression &expression, quint32 current);
     void show(const QString &name, Expression &expression, quint32 current);

@@ -230,7 +230,7 @@ QString DwarfTypes::typeName(DwarfDebuggingInformationEntry entry, int depth) co
     case DW_TAG_volatile_type:
         return isArrayOfQualified(target, DW_TAG_volatile_type) ? targetOr("") : u"volatile "_s + targetOr("void");
     case DW_TAG_ptr_to_member_type:
-        return targetOr("void") + u' ' + entry.target(DW_AT_containing_type).name() + u"::*"_s;
+        return targetOr("void") + u' ' + m_file.definitionOf(entry.target(DW_AT_containing_type)).name() + u"::*"_s;
     }
     return {};
 }

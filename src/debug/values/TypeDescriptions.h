@@ -22,6 +22,7 @@ class DwarfExpressionEvaluator;
 //     $(T.name.T0)     steps lead to the types of members and of base classes too
 //     $(A0) $(T1.A0)   the same as the text in the type's name, which may be a number
 //     $(E)             the expression that stands for the object
+//     $[EXPRESSION]    the number that it is, within a name too: $(T$[...])
 class TypeDescriptionFile
 {
 public:

@@ -136,8 +136,7 @@ public:
     }
     PCFA *makeConstant(std::string_view name, const Cell &value);
 
-    // HERE and ALLOT work on it; null until there is one.
-    PMemory *currentMemory() const { return m_memory; }
+    // HERE and ALLOT work on it.
     void setCurrentMemory(PMemory *memory) { m_memory = memory; }
     PMemory *memoryForHere(); // makes one when there is none
     void allot(PMemory *memory, qint64 count) { memory->allot(m_code, count); }

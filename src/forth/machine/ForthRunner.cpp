@@ -1,6 +1,7 @@
 #include "forth/machine/ForthRunner.h"
 
 #include "base/CommandLine.h"
+#include "base/PlainText.h"
 #include "forth/machine/ForthMessages.h"
 #include "forth/machine/ForthSession.h"
 
@@ -99,8 +100,8 @@ int runForth(const ForthRunOptions &options)
     const QString error = options.text ? session.runText(*options.text, u"-e"_s) : session.load(options.file);
     if (!error.isEmpty()) {
         const ForthErrorPlace &place = context.errorPlace();
-        printError(
-            u"%1\n%2:%3\n%4"_s.arg(error, place.location.source, QString::number(place.location.line), place.line));
+        printError(u"%1\n%2:%3\n%4"_s.arg(error, place.location.source, QString::number(place.location.line),
+                                          shownLine(place.line)));
         return 1;
     }
     if (options.text && context.dataStack.depth() > 0) {

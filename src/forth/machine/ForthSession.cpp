@@ -5,6 +5,7 @@
 
 #include <QFile>
 #include <cerrno>
+#include <sys/stat.h>
 #include <unistd.h>
 
 using namespace Qt::StringLiterals;
@@ -33,6 +34,12 @@ QString ForthSession::load(const QString &path)
 {
     std::FILE *file =
         path == u"-"_s ? fdopen(dup(STDIN_FILENO), "r") : std::fopen(QFile::encodeName(path).constData(), "r");
+    struct stat status;
+    if (file && fstat(fileno(file), &status) == 0 && S_ISDIR(status.st_mode)) {
+        std::fclose(file);
+        file = nullptr;
+        errno = EISDIR;
+    }
     if (!file)
         throw HException(u"cannot open %1: %2"_s.arg(path, QString::fromLocal8Bit(std::strerror(errno))));
     FileSource source(path, file);

@@ -2,6 +2,7 @@
 
 #include "base/HException.h"
 #include "base/JsonWriter.h"
+#include "base/PlainText.h"
 #include "base/TerminalProgress.h"
 #include "packages/archive/PackageArchive.h"
 
@@ -271,12 +272,8 @@ int list(const CommandArguments &arguments)
         printJson(archive, files);
     } else {
         for (const PackageArchiveFile file : files) {
-            QString name = file.name();
-            for (QChar &c : name) // a name can't steer the terminal
-                if (c.category() == QChar::Other_Control)
-                    c = u'?';
             printOut(u"%1 %2 %3 %4\n"_s.arg(modeText(file), QString::number(file.size()).rightJustified(10),
-                                            file.time().toString(u"yyyy-MM-dd HH:mm:ss"_s), name));
+                                            file.time().toString(u"yyyy-MM-dd HH:mm:ss"_s), plainText(file.name())));
         }
     }
     if (!missing.isEmpty())

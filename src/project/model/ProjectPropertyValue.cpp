@@ -6,15 +6,6 @@ using namespace Qt::StringLiterals;
 
 namespace {
 
-// Keys of the node itself. A plain folder's filter is a configuration's unless it stands on the node.
-bool belongsToNode(const ProjectElement &element, const QString &key)
-{
-    if (key == "Name"_L1 || key == "file_name"_L1 || key == "path"_L1)
-        return true;
-    return (element.isDynamicFolder() || element.hasProperty(key)) &&
-           (key == "filter"_L1 || key == "recurse"_L1 || key == "exclude"_L1);
-}
-
 // The first in the tree; null when there is none.
 ProjectElement *folderNamed(ProjectElement &project, const QString &name)
 {
@@ -32,6 +23,14 @@ QStringList namesIn(const QString &text)
 }
 
 } // namespace
+
+bool belongsToNode(const ProjectElement &element, const QString &key)
+{
+    if (key == "Name"_L1 || key == "file_name"_L1 || key == "path"_L1)
+        return true;
+    return (element.isDynamicFolder() || element.hasProperty(key)) &&
+           (key == "filter"_L1 || key == "recurse"_L1 || key == "exclude"_L1);
+}
 
 ProjectPropertyValue::ProjectPropertyValue(ProjectSystem *system, const PropertyClass *propertyClass,
                                            ProjectElement *element, const QString &configuration)

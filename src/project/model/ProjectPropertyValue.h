@@ -3,6 +3,10 @@
 #include "project/model/ProjectSystem.h"
 #include "project/properties/PropertyValue.h"
 
+// Whether the property is kept on the node itself: its name, its file, what a dynamic folder shows. A plain folder's
+// filter is only if it stands there.
+bool belongsToNode(const ProjectElement &element, const QString &key);
+
 // The value of a project node in one configuration. What belongs to no configuration (a name, a path) is kept
 // on the node itself, whatever configuration is given. System, element and class outlive it.
 class ProjectPropertyValue : public PropertyValue

@@ -41,10 +41,6 @@ public:
     // A larger block (`bytes` is updated) that begins with what `block` held; `block` is released.
     void *growBlock(void *block, size_t oldBytes, size_t &bytes);
 
-    quint64 usedBytes() const { return m_used; } // of what came from the system
-    quint64 limitBytes() const { return m_limit; }
-    void setLimitBytes(quint64 limit) { m_limit = limit; }
-
 private:
     struct Chunk
     {

@@ -362,6 +362,10 @@ ESCompletion ESContext::evaluate(const QString &fileName, const QString &source)
             if (!isOutermost)
                 throw;
             return {};
+        } catch (ESFatalError &error) { // while the code that the frames refer to is still there
+            if (error.place.isEmpty())
+                error.place = place();
+            throw;
         }
     } catch (const ESException &exception) {
         ESCompletion completion{ESCompletion::Exception, exception.value(), {}};
@@ -412,7 +416,7 @@ bool ESContext::load(const QString &name)
         file.setFileName(m_searchPaths[i] + u'/' + name);
     }
     if (m_loadDepth == deepestLoad)
-        throw HException(u"script recursion limit reached"_s);
+        throw ESFatalError(u"script recursion limit reached"_s);
     struct Restore
     {
         ESContext &context;
@@ -478,6 +482,16 @@ int ESContext::currentLine() const
         if (frame->program)
             return frame->line();
     return 0;
+}
+
+QString ESContext::place() const
+{
+    for (const ESFrame *frame = m_frame; frame > m_frames; --frame) {
+        const ESSource *source = frame->program ? frame->program->code->source.get() : nullptr;
+        if (source)
+            return u"%1:%2\n%3"_s.arg(source->fileName).arg(frame->line()).arg(source->line(frame->line()));
+    }
+    return {};
 }
 
 QString ESContext::stackTrace() const

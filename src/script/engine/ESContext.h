@@ -79,6 +79,7 @@ public:
     bool isError(ESValue value) const; // has Error.prototype on its chain
     QString fileName() const;          // of the present evaluation
     int currentLine() const;           // of the innermost script function that runs, 0 for none
+    QString place() const;             // "file:line" of the same, a line feed and the line itself; empty for none
     QString stackTrace() const;        // "function (file:line)", a line a frame, innermost first
 
     // Conversions.
@@ -165,8 +166,6 @@ public:
     const Classes &classes() const { return m_classes; }
     ESObject *global() const { return m_global; }
     void setErrorConstructor(ESErrorKind kind, ESObject *constructor) { m_errors[int(kind)] = constructor; }
-    ESObject *errorConstructor(ESErrorKind kind) const { return m_errors[int(kind)]; }
-    quint64 memoryUsed() const { return m_arena.usedBytes(); }
 
 private:
     friend class ESInterpreter;

@@ -19,6 +19,8 @@ class ESFatalError : public HException
 {
 public:
     using HException::HException;
+
+    QString place; // "FILE:LINE", a line feed and that line; empty when no script ran
 };
 
 // The context's step() wants the run to end: up to the evaluation nobody else catches it.

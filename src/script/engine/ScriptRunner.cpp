@@ -1,6 +1,7 @@
 #include "script/engine/ScriptRunner.h"
 
 #include "base/CommandLine.h"
+#include "base/PlainText.h"
 #include "script/engine/ESNativeSupport.h"
 
 #include <QFile>
@@ -90,7 +91,7 @@ void printUncaught(ESContext &context, const ESValue &thrown)
     const QString file = property(esNames().fileName), line = property(esNames().lineNumber);
     QStringList report = {property(esNames().message)};
     if (!file.isEmpty() && !line.isEmpty())
-        report += {file + u':' + line, property(esNames().sourceLine)};
+        report += {file + u':' + line, shownLine(property(esNames().sourceLine))};
     else if (const QString stack = property(esNames().stack); !stack.isEmpty())
         report += stack; // after an eval only this knows the place
     printError(report.join(u'\n'));
@@ -109,7 +110,14 @@ bool evaluate(ESContext &context, const QString &name, const QString &source, co
             return false;
         }
     }
-    const ESCompletion completion = context.evaluate(name, source);
+    ESCompletion completion;
+    try {
+        completion = context.evaluate(name, source);
+    } catch (const ESFatalError &error) {
+        const QString at = error.place.section(u'\n', 0, 0), line = error.place.section(u'\n', 1);
+        printError(QStringList{error.message(), at, shownLine(line)}.mid(0, at.isEmpty() ? 1 : 3).join(u'\n'));
+        return false;
+    }
     for (const QStringList warnings = context.takeWarnings(); const QString &warning : warnings)
         if (options.warns)
             printError(warning);

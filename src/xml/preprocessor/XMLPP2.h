@@ -34,7 +34,6 @@ public:
 
     // How many elements one walk may add to what was parsed, before it reports and adds no more. 256 bytes
     // of expanded text count as an element, an included file as 200 and those in it.
-    quint64 maximumProduced() const { return m_maximumProduced; }
     void setMaximumProduced(quint64 count) { m_maximumProduced = count; }
 
 protected:

@@ -37,7 +37,6 @@ public:
     void processConditionals(const QDomNode &node, const QString &currentFile, const MacroMap &macros, bool expand);
 
     QDomDocument &document() { return m_document; }
-    void setDefaultMacros(const MacroMap &macros) { m_defaultMacros = macros; }
 
 protected:
     // A file's bytes; none when it can't be opened.

@@ -93,8 +93,7 @@ int process(const CommandArguments &arguments)
         throw HException(hasLine ? u"%1:%2: %3"_s.arg(argument, QString::number(document.errorLine() + 1), error)
                                  : error);
     }
-    if (!document.root())
-        throw HException(argument + u": no complete root element"_s);
+    requireRoot(document, argument);
     addInstallation();
     if (document.keepsText())
         removeLayout(document.root(), argument);

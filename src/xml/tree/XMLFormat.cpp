@@ -49,14 +49,23 @@ void formatXml(const QString &path, const XMLFormat &format, QIODevice &output)
             throw HException(message);
         throw errorAt(path, document.errorLine(), message);
     }
-    if (!document.root())
-        throw errorAt(path, 0, u"no complete root element"_s);
+    requireRoot(document, path);
     removeLayout(document.root(), path);
     checkDepth(document.root(), path, format.indent);
     document.setIndent(format.indent);
     document.setWrapWidth(format.wrapWidth);
     if (!document.writeTo(output))
         throw HException(u"couldn't write the document: %1"_s.arg(output.errorString()));
+}
+
+void requireRoot(const XMLDocument &document, const QString &path)
+{
+    const XMLDocument::OpenElement &open = document.openElement();
+    if (document.root())
+        return;
+    if (!open.name.isEmpty())
+        throw errorAt(path, open.line, u"<%1> isn't closed"_s.arg(QString::fromUtf8(open.name)));
+    throw errorAt(path, 0, u"no root element"_s);
 }
 
 void removeLayout(XMLElement *root, const QString &path)

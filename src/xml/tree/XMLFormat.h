@@ -3,6 +3,7 @@
 #include <QString>
 
 class QIODevice;
+class XMLDocument;
 class XMLElement;
 
 // How a document is laid out again. Without text only elements, their attributes and CDATA sections remain.
@@ -18,6 +19,9 @@ struct XMLFormat
 // mixed content when text is kept, "PATH:LINE: elements are nested too deeply for this indent" (more than 256 MiB
 // of spaces), and "couldn't write the document: REASON". Lines count from 1.
 void formatXml(const QString &path, const XMLFormat &format, QIODevice &output);
+
+// Throws "PATH:LINE: <NAME> isn't closed" or "PATH:1: no root element" for a document that was parsed and has none.
+void requireRoot(const XMLDocument &document, const QString &path);
 
 // Throws as above when the spaces would be that many: what is nested thousands of levels deep would fill a disk,
 // for indentation grows with the square of the depth.

@@ -178,6 +178,22 @@ TEST(VnBuild, BuildsFirmwareWithTheRealToolsAndTellsItsSize)
     EXPECT_EQ(QString::number(size[u"data"_s].toInt()), numbers.value(1));
     EXPECT_EQ(QString::number(size[u"bss"_s].toInt()), numbers.value(2));
     EXPECT_EQ(size[u"segments"_s][0][u"name"_s], u"FLASH"_s);
+
+    // A failed link tells at the end what it lacked; an error without a place has the file's name.
+    const auto summary = [&] {
+        const QByteArray text = runProgram(u"vnBuild"_s, {solution, u"-q"_s, u"--rebuild"_s}).error;
+        return text.sliced(qMax<qsizetype>(0, text.lastIndexOf("\n\n") + 2)).toStdString();
+    };
+    runProgram(u"vnBuild"_s,
+               {solution, u"--node"_s, u"blinky"_s, u"--set"_s, u"linker_section_placement_file=gone.xml"_s});
+    EXPECT_EQ(summary(), "Warnings in blinky:\nwarning: Cannot find section placement file: gone.xml\n");
+    folder.write("main.c", "int main(void) { return missing(); }\nint missing(void);\n");
+    EXPECT_EQ(summary(), "Errors in blinky:\nwarning: Cannot find section placement file: gone.xml\n" +
+                             folder.path("main.c").toStdString() +
+                             ":1: error: undefined reference to `missing'\n"
+                             "    1 | int main(void) { return missing(); }\n");
+    folder.write("main.c", "int main(void) { __asm__(\"bogus\"); }\n");
+    EXPECT_EQ(summary(), "Errors in blinky:\nmain.c: error: bad instruction `bogus'\n");
 }
 
 TEST(TextReport, ShowsTheSourceLineOfATool)

@@ -56,6 +56,9 @@ TEST(VnBuildQueries, ValuesRawExpandedAndTraced)
     EXPECT_EQ(json[u"value"_s], u"Externally Built Library"_s);
     EXPECT_EQ(json[u"contributions"_s][0][u"configuration"_s], u"Common"_s);
     EXPECT_EQ(json[u"contributions"_s][0][u"node"_s], u"app"_s);
+    const ProgramResult unknown = solution.run({u"--get"_s, u"nothing"_s, u"--json"_s});
+    EXPECT_EQ(unknown.status, 1);
+    EXPECT_EQ(QJsonDocument::fromJson(unknown.out).object()[u"value"_s], QJsonValue(QJsonValue::Null));
     // A global macro of the command line.
     EXPECT_EQ(solution.run({u"--set"_s, u"code_completion_options=$(MINE)"_s}).status, 0);
     EXPECT_EQ(solution.line({u"--get"_s, u"code_completion_options"_s, u"--expand"_s, u"-D"_s, u"MINE=a b"_s}),
@@ -124,6 +127,14 @@ TEST(VnBuildQueries, GroupsAndTheToolChainsOwnPropertiesAreProperties)
     EXPECT_EQ(solution.line({u"--get"_s, u"build_quietly"_s, u"-p"_s, u"app"_s}), u"Yes"_s) << "the entry sets it";
     EXPECT_THAT(solution.line({u"--list"_s, u"properties"_s, u"-p"_s, u"app"_s}).toStdString(),
                 testing::ContainsRegex(" level .* core "));
+    // A package's groups are there for all projects.
+    QDir(QFileInfo(solution.file()).path()).mkpath(u"packages/board"_s);
+    solution.write("packages/board/propertyGroups.xml",
+                   "<g><group name='board' default='B1'><groupEntry name='B1'/></group></g>");
+    EXPECT_EQ(runProgram(u"vnBuild"_s, {solution.file(), u"--get"_s, u"board"_s}, {},
+                         {"VELDANE_USER_DIR="_L1 + QFileInfo(solution.file()).path()})
+                  .out,
+              "B1\n");
     solution.write("options.xml", "<o>\n<property");
     EXPECT_EQ(solution.problem({u"--get"_s, u"level2"_s, u"-p"_s, u"app"_s}),
               u"vnBuild: no property 'level2'; options.xml:2: <property> has no end"_s);

@@ -30,19 +30,23 @@ public:
         ::close(m_master);
     }
     FILE *stream() const { return m_stream; }
-    // All that reached the other end; the system hands it over in pieces, some time after the writing.
+    // All that was written, up to an end mark of our own: the system hands it over in pieces, some time later.
     QByteArray written() const
     {
+        constexpr char endMark = '\x01';
+        constexpr int patienceMs = 20000;
+        std::fputc(endMark, m_stream);
         std::fflush(m_stream);
         QByteArray seen;
         char bytes[4096];
-        constexpr int patienceMs = 200;
-        for (pollfd other = {m_master, POLLIN, 0}; ::poll(&other, 1, patienceMs) > 0;) {
+        for (pollfd other = {m_master, POLLIN, 0}; !seen.endsWith(endMark) && ::poll(&other, 1, patienceMs) > 0;) {
             const ssize_t count = ::read(m_master, bytes, sizeof bytes);
             if (count <= 0)
                 break;
             seen.append(bytes, count);
         }
+        EXPECT_TRUE(seen.endsWith(endMark));
+        seen.chop(1);
         return seen.replace("\r\n", "\n");
     }
 
@@ -60,7 +64,8 @@ TEST(Terminal, KeepsOneLineAtTheBottomAndCutsIt)
     if (!pseudo.stream())
         GTEST_SKIP() << "no pseudo terminals here";
     {
-        Terminal terminal(pseudo.stream(), ColorMode::Never);
+        constexpr int hourMs = 3600 * 1000;
+        Terminal terminal(pseudo.stream(), ColorMode::Never, hourMs);
         EXPECT_TRUE(terminal.isTerminal());
         terminal.setStatus(QStringLiteral("[1/2] Compiling a_long_name.c"));
         terminal.setStatus(QStringLiteral("[2/2] at once")); // too soon to be shown

@@ -21,6 +21,7 @@
 #include <tuple>
 #include <unordered_map>
 #include <unordered_set>
+#include <variant>
 #include <vector>
 
 extern "C" {
@@ -232,6 +233,7 @@ std::optional<int> some, nothing;
 std::tuple<int, char, std::string> triple = {1, 'c', "three"};
 std::tuple<Deleter> alone = {{6}};
 std::tuple<> nobodyHere;
+std::variant<int, double, std::string> choice = "text", other = 2.5;
 std::span<int> window;
 Point corners[2] = {{3, -3}, {4, -4}};
 std::span<Point, 2> pair = corners;

@@ -139,6 +139,9 @@ TEST_P(DisplayTreeTest, ShowsStructuresAndArrays)
     EXPECT_EQ(shown("pairs", 0), u"pairs=<array>"_s);
     EXPECT_EQ(shown("1 + 1"), u"1 + 1=2"_s);
     EXPECT_EQ(shown("complex"), u"complex=<complex> { creal(complex)=1.5 cimag(complex)=0 }"_s);
+    const quint32 real = address("complex").toUInt();
+    EXPECT_EQ(rows.locations.value(rows.locations.size() - 2).toUInt(nullptr, 0), real);
+    EXPECT_EQ(rows.locations.last().toUInt(nullptr, 0), real + 4);
     EXPECT_EQ(shown("function"), u"function=function(int)"_s);
 }
 

@@ -70,6 +70,7 @@ TEST(ValueText, WritesCharactersAsC)
     for (const auto &[code, text] : rows)
         EXPECT_EQ(characterText(ExpressionValue::ofUnsigned(quint64(code), 1)), QString::fromLatin1(text));
     EXPECT_EQ(characterText(ExpressionValue::ofSigned(-56, 1)), u"-56 '\\310'"_s);
+    EXPECT_EQ(characterText(ExpressionValue::ofSigned(0xD, 1, 4)), u"-3 '\\375'"_s); // a bit field
 }
 
 } // namespace

@@ -24,8 +24,10 @@ namespace device {
 class Motor : public Base { public: enum Mode { SLOW, FAST } speedMode; int speed; Color mode : 4; const char *name; int &ref; Motor *next[2]; double gain; };
 int counter;
 }
+struct Members { int Diamond::*data; int (Base::*function)(int); const volatile int fixed[2][2]; struct Impl; Impl *impl; };
+struct Members::Impl { int deep; };
 int Diamond::instances = 3;
-Diamond diamond; Bits bits; Packed packed; Anon anon; U u; device::Motor *motor; Color color;
+Diamond diamond; Bits bits; Packed packed; Anon anon; U u; device::Motor *motor; Color color; Members *members;
 static int hidden = 4;
 __attribute__((noinline)) static int run(int x, const char *text)
 {
@@ -40,7 +42,7 @@ __attribute__((noinline)) static int run(int x, const char *text)
 }
 extern "C" int main()
 {
-    return run(3, "abc") + diamond.d + bits.a + packed.a + anon.kind + u.i + motor->speed + color + device::counter;
+    return run(3, "abc") + diamond.d + bits.a + packed.a + anon.kind + u.i + motor->speed + color + device::counter + members->impl->deep;
 }
 )";
 
@@ -131,9 +133,10 @@ TEST_P(TypeVerbs, LayoutsAreGdbs)
 
 TEST_P(TypeVerbs, TellsBasesTypesAndDimensions)
 {
-    const QJsonArray answers = json({u"type"_s, u"--json"_s, elf, u"Diamond"_s, u"struct Left"_s, motorName(),
-                                     u"Color"_s, u"Anon"_s, motorName() + u"::Mode"_s, u"Nothing"_s},
-                                    1);
+    const QJsonArray answers =
+        json({u"type"_s, u"--json"_s, elf, u"Diamond"_s, u"struct Left"_s, motorName(), u"Color"_s, u"Anon"_s,
+              motorName() + u"::Mode"_s, u"Nothing"_s, u"Members"_s, u"Members::Impl"_s},
+             1);
     const QJsonArray diamond = answers[0][u"members"].toArray();
     EXPECT_EQ(diamond[0][u"type"].toString(), u"struct Left"_s);
     EXPECT_TRUE(diamond[0][u"base"].toBool());
@@ -159,6 +162,14 @@ TEST_P(TypeVerbs, TellsBasesTypesAndDimensions)
     EXPECT_EQ(answers[5][u"enumerators"][1][u"name"].toString(), u"FAST"_s); // within the class
     EXPECT_TRUE(answers[6][u"kind"].isNull());
     EXPECT_TRUE(answers[6][u"members"].isArray());
+    const QJsonArray members = answers[7][u"members"].toArray();
+    EXPECT_EQ(members[0][u"type"].toString(), u"int Diamond::*"_s);
+    EXPECT_EQ(members[0][u"size"].toInt(), 4);
+    EXPECT_EQ(members[1][u"type"].toString(), u"int(struct Base*, int) Base::*"_s);
+    EXPECT_EQ(members[1][u"size"].toInt(), 8);
+    EXPECT_EQ(members[2][u"type"].toString().count(u"const "), 1);
+    EXPECT_EQ(members[2][u"type"].toString().count(u"volatile "), 1);
+    EXPECT_EQ(answers[8][u"members"][0][u"name"].toString(), u"deep"_s); // defined outside of the class
 }
 
 TEST_P(TypeVerbs, VariablesAreGdbs)

@@ -78,7 +78,7 @@ TEST(HSerialLink, TransfersEndWithTheTimeOrThePort)
     EXPECT_EQ(link.readTimeoutMs(), 1000u);
     link.setTimeout(30);
     quint8 buffer[16];
-    ASSERT_EQ(::write(terminal.master.number(), "\n\0\x11q", 4), 4); // raw: nothing is eaten or changed
+    terminal.send(QByteArray("\n\0\x11q", 4)); // raw: nothing is eaten or changed
     EXPECT_EQ(link.read(buffer, sizeof buffer), 4u);
     EXPECT_EQ(QByteArray(reinterpret_cast<char *>(buffer), 4), QByteArray("\n\0\x11q", 4));
     const QByteArray much(1 << 20, 'x'); // nobody reads it
@@ -86,7 +86,7 @@ TEST(HSerialLink, TransfersEndWithTheTimeOrThePort)
     timer.start();
     const quint32 written = link.write(reinterpret_cast<const quint8 *>(much.constData()), quint32(much.size()));
     EXPECT_LT(written, quint32(much.size()));
-    EXPECT_LT(timer.elapsed(), 2000);
+    EXPECT_LT(timer.elapsed(), 10000);
 
     link.setTimeout(60000);
     timer.restart();
@@ -102,10 +102,10 @@ TEST(HSerialLink, FlushAndDrainDropInput)
     HSerialLink link = openTerminal(terminal);
     link.setTimeout(0);
     quint8 byte;
-    ASSERT_EQ(::write(terminal.master.number(), "abc", 3), 3);
+    terminal.send("abc");
     link.flush();
     EXPECT_EQ(link.read(&byte, 1), 0u);
-    ASSERT_EQ(::write(terminal.master.number(), "abc", 3), 3);
+    terminal.send("abc");
     EXPECT_EQ(link.drain(), 3u);
     EXPECT_EQ(link.read(&byte, 1), 0u);
 }
@@ -272,7 +272,7 @@ TEST(HClientSocketLink, TellsWhomItCannotReach)
     timer.start();
     EXPECT_EQ(linkError([&] { HClientSocketLink(port, u"127.0.0.1"_s, 1); }), expected);
     EXPECT_GE(timer.elapsed(), 1000); // it kept trying
-    EXPECT_LT(timer.elapsed(), 5000);
+    EXPECT_LT(timer.elapsed(), 20000);
     EXPECT_EQ(linkError([&] { HClientSocketLink(port, u"no..host"_s, HClientSocketLink::onlyOnce); }),
               "unable to connect to no..host:" + std::to_string(port));
 }

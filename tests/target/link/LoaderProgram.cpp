@@ -8,6 +8,7 @@
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <poll.h>
+#include <sys/ioctl.h>
 #include <unistd.h>
 
 namespace {
@@ -141,6 +142,19 @@ PseudoTerminal::PseudoTerminal() : master(::posix_openpt(O_RDWR | O_NOCTTY | O_C
 {
     EXPECT_TRUE(::grantpt(master.number()) == 0 && ::unlockpt(master.number()) == 0);
     device = ::ptsname(master.number());
+}
+
+void PseudoTerminal::send(const QByteArray &bytes) const
+{
+    const FileDescriptor other(::open(device.constData(), O_RDONLY | O_NOCTTY | O_NONBLOCK | O_CLOEXEC));
+    EXPECT_EQ(::write(master.number(), bytes.constData(), size_t(bytes.size())), bytes.size());
+    int arrived = 0;
+    for (int tries = 0; tries < 2000 && arrived < bytes.size(); ++tries) {
+        ::ioctl(other.number(), FIONREAD, &arrived);
+        if (arrived < bytes.size())
+            ::poll(nullptr, 0, 10);
+    }
+    EXPECT_EQ(arrived, bytes.size());
 }
 
 InterruptingSignals::InterruptingSignals()

@@ -52,6 +52,10 @@ private:
 struct PseudoTerminal
 {
     PseudoTerminal();
+    // Writes to the other end, in raw mode, and waits until it has arrived there: the system hands it over some
+    // time later, which may be long on a busy machine.
+    void send(const QByteArray &bytes) const;
+
     FileDescriptor master;
     QByteArray device;
 };

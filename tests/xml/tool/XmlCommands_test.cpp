@@ -121,7 +121,7 @@ TEST(VnXml, TellsWhatIsWrong)
         {{u"process"_s, u"/none/x"_s}, {}, 1, "vnXml: couldn't read /none/x\n"},
         {{u"format"_s, u"/none/x"_s}, {}, 1, "vnXml: couldn't read /none/x\n"},
         {{u"doctype"_s, u"/none/x"_s}, {}, 1, "vnXml: couldn't read /none/x\n"},
-        {{u"process"_s, u"-"_s}, "", 1, "vnXml: -: no complete root element\n"},
+        {{u"process"_s, u"-"_s}, "", 1, "vnXml: -:1: no root element\n"},
         {{u"process"_s, u"-"_s}, "<a>\n</b>", 1, "vnXml: -:2: tagName mismatch\n"},
         {{u"process"_s, u"-"_s},
          QByteArray("<a>").repeated(100'000) + QByteArray("</a>").repeated(100'000),

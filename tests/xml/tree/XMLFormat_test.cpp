@@ -39,7 +39,8 @@ TEST(XMLFormat, RefusesWhatItWouldLose)
     EXPECT_EQ(formatted("<a>\n<b>\ntext<c/></b></a>", {.keepText = true}),
               "in.xml:2: text beside elements or comments can't be formatted");
     EXPECT_EQ(formatted("<a>\n</b>", {}), "in.xml:2: tagName mismatch");
-    EXPECT_EQ(formatted("nothing", {}), "in.xml:1: no complete root element");
+    EXPECT_EQ(formatted("nothing", {}), "in.xml:1: no root element");
+    EXPECT_EQ(formatted("<a>\n<b><c/>", {}), "in.xml:2: <b> isn't closed");
     const QByteArray deep = QByteArray("<a>").repeated(100'000) + QByteArray("</a>").repeated(100'000);
     EXPECT_EQ(formatted(deep, {}), "in.xml:1: elements are nested too deeply for this indent");
     EXPECT_EQ(formatted(deep, {.indent = 0}).size(), deep.size() - 3);
