@@ -16,8 +16,7 @@ NodeProperties::NodeProperties(StandardProjectSystem &system, const ProjectEleme
     const ProjectElement *project = projectAround(&node);
     if (!project)
         return;
-    const QString file =
-        system.expandedValue(project, ProjectProperty::build_generic_options_file_name, configuration);
+    const QString file = system.expandedValue(project, ProjectProperty::build_generic_options_file_name, configuration);
     if (!file.isEmpty())
         m_options.load(system.absolutePath(project, file), &m_problem);
 }
