@@ -302,6 +302,8 @@ void setProperties(LoadedSolution &loaded, const QStringList &assignments, Proje
             throw HException(u"%1 is a property of solutions"_s.arg(key));
         values.emplace_back(makeProjectPropertyValue(&system, property, &node, configuration),
                             assignment.sliced(equals + 1));
+        if (values.back().first->configuration() == "Common"_L1 && configuration != "Common"_L1)
+            throw HException(u"%1 belongs to all configurations; it is set without --config"_s.arg(key));
         checkValue(*property, values.back().second);
     }
     for (const auto &[property, value] : values)

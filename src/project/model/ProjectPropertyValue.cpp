@@ -17,6 +17,12 @@ ProjectElement *folderNamed(ProjectElement &project, const QString &name)
     return nullptr;
 }
 
+// What no build reads elsewhere, or, of macros, what isn't meant to be there.
+bool belongsToCommon(const QString &key)
+{
+    return key == "macros"_L1 || key == "project_directory"_L1 || key == "environment_variables"_L1;
+}
+
 QStringList namesIn(const QString &text)
 {
     return text.split(u';', Qt::SkipEmptyParts);
@@ -37,7 +43,9 @@ ProjectPropertyValue::ProjectPropertyValue(ProjectSystem *system, const Property
     : PropertyValue(propertyClass),
       m_system(system),
       m_element(element),
-      m_configuration(belongsToNode(*element, propertyClass->name) ? QString() : configuration)
+      m_configuration(belongsToNode(*element, propertyClass->name) ? QString()
+                      : belongsToCommon(propertyClass->name)       ? u"Common"_s
+                                                                   : configuration)
 {}
 
 const ProjectElement *ProjectPropertyValue::place() const

@@ -8,7 +8,8 @@
 bool belongsToNode(const ProjectElement &element, const QString &key);
 
 // The value of a project node in one configuration. What belongs to no configuration (a name, a path) is kept
-// on the node itself, whatever configuration is given. System, element and class outlive it.
+// on the node itself, whatever configuration is given; macros, project directory and environment variables in
+// "Common". System, element and class outlive it.
 class ProjectPropertyValue : public PropertyValue
 {
 public:

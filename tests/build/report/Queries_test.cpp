@@ -102,6 +102,8 @@ TEST(VnBuildQueries, SetKnowsWhatBelongsToTheNode)
     EXPECT_EQ(solution.line({u"--list"_s, u"configurations"_s}), u"Debug New"_s);
     EXPECT_EQ(solution.problem({u"--set"_s, u"public_configurations=A"_s, u"-p"_s, u"app"_s}),
               u"vnBuild: public_configurations is a property of solutions"_s);
+    EXPECT_EQ(solution.problem({u"--set"_s, u"project_directory=x"_s, u"-p"_s, u"app"_s, u"-c"_s, u"Debug"_s}),
+              u"vnBuild: project_directory belongs to all configurations; it is set without --config"_s);
     EXPECT_EQ(solution.problem({u"--set"_s, u"debug_threads_max=1001"_s}),
               u"vnBuild: debug_threads_max is from 1 to 1000; not 1001"_s);
 }

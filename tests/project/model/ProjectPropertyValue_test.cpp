@@ -30,6 +30,9 @@ TEST_F(ProjectPropertyValueTest, ReadsAndWritesOneConfiguration)
     EXPECT_EQ(value("p", ProjectProperty::c_preprocessor_definitions, "Debug")->value(), u"MINE"_s);
     EXPECT_EQ(value("p", ProjectProperty::c_preprocessor_definitions, "Common")->value(), QString());
 
+    value("p", ProjectProperty::macros, "Debug")->setValue(u"A=1"_s);
+    EXPECT_EQ(node("p")->configuration(u"Common"_s)->property(u"macros"_s), u"A=1"_s) << "they are for all of them";
+
     const auto name = value("p", ProjectProperty::Name, "Debug");
     name->setValue(u"q"_s);
     EXPECT_EQ(node("q")->property(u"Name"_s), u"q"_s) << "a name belongs to no configuration";
