@@ -100,10 +100,13 @@ QString CommandRunner::query(const QStringList &command)
     if (pipe2(ends, O_CLOEXEC) != 0)
         return QString();
     FileDescriptor input(ends[0]), output(ends[1]);
-    QByteArray text;
     // What is asked for fits a pipe's buffer, so the tool ends before we read.
-    if (spawn(command, output.number()) != 0)
-        text.clear();
+    try {
+        if (spawn(command, output.number()) != 0)
+            return QString();
+    } catch (const HException &) { // clang links without GCC's libraries where there is no GCC
+        return QString();
+    }
     output.close();
     char buffer[4096];
     const ssize_t count = read(input.number(), buffer, sizeof buffer);
