@@ -43,6 +43,16 @@ void catchSignals()
     }
 }
 
+// Tools speak English, which is what build logs find errors by; characters stay as the user has them.
+void speakEnglish()
+{
+    if (const QByteArray all = qgetenv("LC_ALL"); !all.isEmpty())
+        qputenv("LC_CTYPE", all);
+    qunsetenv("LC_ALL");
+    qunsetenv("LANGUAGE");
+    qputenv("LC_MESSAGES", "C");
+}
+
 int waitFor(pid_t child)
 {
     int status = 0;
@@ -57,6 +67,7 @@ int waitFor(pid_t child)
 CommandRunner::CommandRunner(bool isShown, bool isDry) : m_isShown(isShown || isDry), m_isDry(isDry)
 {
     catchSignals();
+    speakEnglish();
 }
 
 void CommandRunner::removeOutputs()
