@@ -350,7 +350,6 @@ bool ToolCommands::addShared(const ToolRequest &request, CommandHash &hash, QStr
     const Template &made = templateOf(request);
     bool isOwn = false;
     hash.add(made.directory);
-    hash.add(made.programs);
     for (const Template::Piece &piece : made.pieces) {
         if (!piece.row) {
             hash.add(piece.hash);

@@ -259,10 +259,9 @@ const QString &BuildEngine::outputOf(const ProjectElement *element, const QStrin
 
 FileTimes::Id BuildEngine::outputId(const ProjectElement *element, const QString &configuration, BuildFlags flags)
 {
-    const QString &output = outputOf(element, configuration, flags);
     std::optional<FileTimes::Id> &known = factsOf(element, configuration, flags).outputId;
     if (!known)
-        known = m_times.id(m_system.absolutePath(element, output));
+        known = m_times.id(m_system.absolutePath(element, outputOf(element, configuration, flags)));
     return *known;
 }
 

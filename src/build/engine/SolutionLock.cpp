@@ -1,6 +1,6 @@
 #include "build/engine/SolutionLock.h"
 
-#include <QFile>
+#include <QFileInfo>
 #include <cerrno>
 #include <fcntl.h>
 #include <sys/file.h>
@@ -12,7 +12,8 @@ constexpr char buildsVariable[] = "VELDANE_BUILDS";
 
 } // namespace
 
-SolutionLock::SolutionLock(const QString &path) : m_path(QFile::encodeName(path) + '\n') {}
+SolutionLock::SolutionLock(const QString &path) : m_path(QFile::encodeName(QFileInfo(path).canonicalFilePath()) + '\n')
+{}
 
 bool SolutionLock::take()
 {
