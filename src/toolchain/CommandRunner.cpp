@@ -43,6 +43,16 @@ void catchSignals()
     }
 }
 
+// Tools speak English, which is what build logs find errors by; characters stay as the user has them.
+void speakEnglish()
+{
+    if (const QByteArray all = qgetenv("LC_ALL"); !all.isEmpty())
+        qputenv("LC_CTYPE", all);
+    qunsetenv("LC_ALL");
+    qunsetenv("LANGUAGE");
+    qputenv("LC_MESSAGES", "C");
+}
+
 int waitFor(pid_t child)
 {
     int status = 0;
@@ -57,6 +67,7 @@ int waitFor(pid_t child)
 CommandRunner::CommandRunner(bool isShown, bool isDry) : m_isShown(isShown || isDry), m_isDry(isDry)
 {
     catchSignals();
+    speakEnglish();
 }
 
 void CommandRunner::removeOutputs()
@@ -100,10 +111,13 @@ QString CommandRunner::query(const QStringList &command)
     if (pipe2(ends, O_CLOEXEC) != 0)
         return QString();
     FileDescriptor input(ends[0]), output(ends[1]);
-    QByteArray text;
     // What is asked for fits a pipe's buffer, so the tool ends before we read.
-    if (spawn(command, output.number()) != 0)
-        text.clear();
+    try {
+        if (spawn(command, output.number()) != 0)
+            return QString();
+    } catch (const HException &) { // clang links without GCC's libraries where there is no GCC
+        return QString();
+    }
     output.close();
     char buffer[4096];
     const ssize_t count = read(input.number(), buffer, sizeof buffer);

@@ -21,7 +21,7 @@ public:
     // Runs a command to its end; the first word is a path or looked for in the search path. Throws ToolFailure
     // with the tool's exit status unless that is 0.
     void run(const QStringList &command);
-    // The first line that a command prints; empty when it fails. It runs unseen, and in a dry run too.
+    // The first line that a command prints; empty when it fails or can't be run. It runs unseen, and in a dry run too.
     QString query(const QStringList &command);
 
     // The command as a shell takes it.

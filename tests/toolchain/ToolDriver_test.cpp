@@ -166,6 +166,9 @@ TEST_F(Driver, LooksIntoTheToolChainFolder)
     EXPECT_TRUE(shown(u"-c -xc @a.c -o @a.o -Wc,-march=rv32i"_s + option).startsWith(u"riscv64-unknown-elf-gcc -c"_s));
     EXPECT_EQ(cc({u"-c"_s, u"-xc"_s, path("a.c"), u"-Wc,-toolchain="_s + path("tools")}).status, 3)
         << "the tool's exit status is ours";
+    folder.write("tools/bin/arm-none-eabi-gcc", "#!/bin/sh\necho \"$LC_ALL $LC_CTYPE $LC_MESSAGES\"\n");
+    EXPECT_EQ(cc({u"-c"_s, u"-xc"_s, path("a.c"), option.trimmed()}, {u"LC_ALL=de_DE.UTF-8"_s}).out,
+              " de_DE.UTF-8 C\n");
 }
 
 TEST_F(Driver, ShowsTheCommandOfALink)
