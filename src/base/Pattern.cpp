@@ -16,11 +16,14 @@ QRegularExpression compiled(const QString &body, Qt::CaseSensitivity sensitivity
 
 QRegularExpression wildcardPattern(const QString &text, Qt::CaseSensitivity sensitivity)
 {
+    // What stands between the stars is of fixed length, so that its first place is as good as any other, but for the
+    // last piece: without the atomic groups a text that doesn't match would be tried in every way.
+    QStringList pieces;
     QString body;
     for (qsizetype i = 0; i < text.size(); ++i) {
         const QChar c = text[i];
         if (c == u'*') {
-            body += QStringView(u".*");
+            pieces += std::exchange(body, {});
         } else if (c == u'?') {
             body += u'.';
         } else if (c == u'[') {
@@ -36,7 +39,11 @@ QRegularExpression wildcardPattern(const QString &text, Qt::CaseSensitivity sens
             body += QRegularExpression::escape(QStringView(&c, 1));
         }
     }
-    return compiled(body, sensitivity);
+    if (pieces.isEmpty())
+        return compiled(body, sensitivity);
+    for (const QString &piece : pieces.sliced(1))
+        pieces.front() += u"(?>.*?"_s + piece + u')';
+    return compiled(pieces.front() + u".*"_s + body, sensitivity);
 }
 
 QRegularExpression literalPattern(const QString &text, Qt::CaseSensitivity sensitivity)

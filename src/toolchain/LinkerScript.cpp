@@ -97,7 +97,7 @@ constexpr LibrarySymbol librarySymbols[] = {
 
 // Thread-local variables of the one thread that a program begins with. Their block is .tdata and .tbss; its address
 // is the thread pointer of RISC-V. That of ARM lies before it by two words, or more for variables that are aligned
-// to more (Addenda to the ABI for the Arm Architecture, "Linux for Arm static (initial exec) model").
+// to more (Addenda to the ABI for the Arm Architecture, "Thread Local Storage").
 constexpr auto threadPointers = R"(
   PROVIDE(__tls_start__ = SIZEOF(.tdata) ? ADDR(.tdata) : ADDR(.tbss));
   PROVIDE(__tls_arm_pointer__ = __tls_start__ - MAX(8, MAX(ALIGNOF(.tdata), ALIGNOF(.tbss))));
@@ -133,6 +133,13 @@ const PlacedSection *LinkerScript::runSectionOf(const PlacedSection &section) co
         if (!section.runIn.isEmpty() && other.name == section.runIn)
             return &other;
     return &section;
+}
+
+bool LinkerScript::hasCopiedSections(size_t segment) const
+{
+    return std::ranges::any_of(m_placement.sections(), [&](const PlacedSection &section) {
+        return !section.runIn.isEmpty() && runSectionOf(section)->segment == segment;
+    });
 }
 
 bool LinkerScript::hasThreadBlock() const
@@ -214,7 +221,10 @@ QString LinkerScript::section(const PlacedSection &load) const
     const PlacedSection &run = *runSectionOf(load);
     const QString loadRegion = identifier(m_placement.segments()[load.segment].name);
     const QString runRegion = identifier(m_placement.segments()[run.segment].name);
-    const quint32 alignment = std::max(load.alignment, run.alignment);
+    // Start-up code copies words, so nothing lies within the word at a copied section's end. To lengthen that section
+    // would keep it when it is empty, and GNU ld loads an empty section where it runs.
+    const quint32 leastAlignment = hasCopiedSections(run.segment) ? 4 : 1;
+    const quint32 alignment = std::max({load.alignment, run.alignment, leastAlignment});
     const bool isThreadZero = load.name == u".tbss" && hasThreadBlock();
 
     QString text = u"  "_s + load.name;
@@ -263,9 +273,8 @@ QString LinkerScript::content(const PlacedSection &load, const PlacedSection &ru
     text += u"    "_s + (load.isKept ? kept(load.inputSections) : load.inputSections) + u'\n';
     if (isFrameTable) // who walks it stops at a length of 0
         text += u"    . = . > %1 ? . + 4 : .;\n"_s.arg(start);
-    const bool isZeroed = !load.isLoaded && !load.fill.isEmpty();
-    if (&load != &run || isZeroed)
-        text += u"    . = ALIGN(4);\n"_s; // start-up code moves words
+    if (!load.isLoaded && !load.fill.isEmpty())
+        text += u"    . = ALIGN(4);\n"_s; // start-up code clears words
     if (size)
         text += u"    . = MAX(., %1 + %2);\n"_s.arg(start, hex(*size));
     return text;
@@ -275,18 +284,16 @@ QString LinkerScript::content(const PlacedSection &load, const PlacedSection &ru
 // those of thread-local variables counts.
 QString LinkerScript::tableRows(bool copied) const
 {
-    const auto word = [](const PlacedSection &section, const char *what) {
-        return u" LONG(__%1_%2__)"_s.arg(identifier(bare(section.name)), QLatin1StringView(what));
+    const auto symbol = [](const PlacedSection &section, const char *what) {
+        return u"__%1_%2__"_s.arg(identifier(bare(section.name)), QLatin1StringView(what));
     };
     QString text;
     for (const PlacedSection &section : m_placement.sections()) {
         const bool isZeroed = !section.isLoaded && !section.fill.isEmpty() && !isRunPlace(section);
         if (copied ? section.runIn.isEmpty() : !isZeroed)
             continue;
-        text += u"   "_s;
-        if (copied)
-            text += word(section, "load_start");
-        text += word(section, "start") + word(section, "size") + u'\n';
+        text += copied ? u"    LONG(%1) "_s.arg(symbol(section, "load_start")) : u"    "_s;
+        text += u"LONG(%1) LONG((%2 + 3) / 4 * 4)\n"_s.arg(symbol(section, "start"), symbol(section, "size"));
     }
     return text;
 }

@@ -16,7 +16,7 @@
 //
 // The sections ".copy_table" and ".zero_table", where they are placed, hold what start-up code has to do: rows of
 // {load address, run address, bytes} for sections that run elsewhere, {address, bytes} for sections that are
-// filled with 0, all 32 bits wide. Bytes are a multiple of 4.
+// filled with 0, all 32 bits wide. Bytes are rounded up to a multiple of 4.
 class LinkerScript
 {
 public:
@@ -29,7 +29,8 @@ public:
 private:
     std::vector<const PlacedSection *> orderedSections() const;
     const PlacedSection *runSectionOf(const PlacedSection &section) const;
-    bool hasThreadBlock() const; // .tdata and .tbss are placed
+    bool hasCopiedSections(size_t segment) const; // that run in it and are loaded elsewhere
+    bool hasThreadBlock() const;                  // .tdata and .tbss are placed
     bool isRunPlace(const PlacedSection &section) const;
     QString regions() const;
     QString section(const PlacedSection &load) const;

@@ -25,7 +25,7 @@ std::unique_ptr<XMLElement> PlacementDocument::readRoot(const QString &path, con
 {
     std::unique_ptr<XMLElement> before = takeRoot();
     if (!QFileInfo(path).isFile())
-        throw HException(SourcePlace{path}.error(u"no such file"_s));
+        throw HException(SourcePlace{path}.error(QFileInfo(path).isDir() ? u"is a folder"_s : u"no such file"_s));
     m_reading = path;
     if (!load(path, macros, true))
         throw HException(SourcePlace{path, errorLine() + 1}.error(QString::fromUtf8(errorText())));

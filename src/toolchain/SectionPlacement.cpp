@@ -121,10 +121,13 @@ std::vector<MemorySegment> SectionPlacement::readSegmentList(const QString &text
     const SourcePlace place{u"-placementsegments"_s};
     for (const QString &entry : splitAtSemicolons(text)) {
         const QStringList fields = entry.split(u' ', Qt::SkipEmptyParts);
-        if (fields.size() != 4)
+        const auto number = [&fields](qsizetype i) { // too large for what is no number
+            return fields[i].front().isDigit() ? readInteger(fields[i]) : ~quint64(0);
+        };
+        if (fields.size() != 4 || number(2) > 0xFFFFFFFF || number(3) > 0xFFFFFFFF || number(3) == 0)
             throw HException(place.error(u"'%1' is no NAME RWX START SIZE"_s.arg(entry)));
-        addSegment(segments, {fields[0], quint32(readInteger(fields[2])), quint32(readInteger(fields[3])),
-                              fields[1] == u"R" || fields[1] == u"RX", place});
+        addSegment(segments,
+                   {fields[0], quint32(number(2)), quint32(number(3)), fields[1] == u"R" || fields[1] == u"RX", place});
     }
     return segments;
 }

@@ -287,6 +287,7 @@ void changeMode(const QStringList &arguments)
 {
     if (arguments.size() < 2)
         throw UsageError(u"a mode and a file are needed"_s);
+    changedMode(arguments.first(), 0); // a wrong one is told before a missing file
     for (const QString &path : arguments.sliced(1))
         setMode(path, changedMode(arguments.first(), modeOf(path)));
 }

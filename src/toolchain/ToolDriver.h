@@ -65,7 +65,8 @@ private:
     QStringList optimizeBitcode(const Link &link, const QStringList &files);
     QStringList withoutBitcodeArchives(const Link &link, const QStringList &files);
     void runPatch();
-    void writeLoadFile();
+    void writeLoadFile(const Link &link);
+    void copyLoadFile(const ToolSet &tools, const QString &path);
     // A warning of ours, by the rules of -w and -we.
     void warn(const QString &text);
 

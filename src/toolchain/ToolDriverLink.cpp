@@ -139,7 +139,7 @@ void ToolDriver::link()
     if (!m_runner.isDry())
         groupSegmentSymbols(m_options.output);
     runPatch();
-    writeLoadFile();
+    writeLoadFile(link);
 }
 
 // What a compiler must be told that links such a program.
@@ -356,13 +356,25 @@ void ToolDriver::runPatch()
     }
 }
 
-void ToolDriver::writeLoadFile()
+// Load files of 64-bit programs, which our own writers don't read.
+void ToolDriver::copyLoadFile(const ToolSet &tools, const QString &path)
+{
+    const QString format = m_options.outputFormat;
+    const QString target = format == u"hex" ? u"ihex"_s : format == u"bin" ? u"binary"_s : format;
+    m_runner.addOutput(path);
+    m_runner.run(
+        {tools.gcc().chopped(3) + u"objcopy"_s, u"-O"_s, target, u"--gap-fill"_s, u"0xFF"_s, m_options.output, path});
+}
+
+void ToolDriver::writeLoadFile(const Link &link)
 {
     const QString format = m_options.outputFormat;
     if (format.isEmpty() || m_runner.isDry())
         return;
     const QFileInfo info(m_options.output);
     const QString path = info.path() + u'/' + info.completeBaseName() + u'.' + format;
+    if (is64Bit(link.machine))
+        return copyLoadFile(link.tools, path);
     ElfLoadFile program(m_options.output);
     std::unique_ptr<CodeBuffer> buffer;
     if (format == u"bin") {
@@ -379,7 +391,11 @@ void ToolDriver::writeLoadFile()
     if (!buffer)
         throw HException(u"unknown output format '%1'; there are bin, hex, srec, lst and txt"_s.arg(format));
     m_runner.addOutput(path);
-    for (const auto &section : program.sections().primary()) {
+    std::vector<const LoadFileSectionInterface *> sections; // those that read load files like ascending addresses
+    for (const auto &section : program.sections().primary())
+        sections.push_back(section.get());
+    std::ranges::stable_sort(sections, {}, &LoadFileSectionInterface::startAddress);
+    for (const LoadFileSectionInterface *section : sections) {
         buffer->setAddress(section->startAddress());
         buffer->putBytes(section->bytes());
     }

@@ -14,6 +14,7 @@
 #include <QDir>
 #include <QFileInfo>
 #include <csignal>
+#include <random>
 #include <sys/resource.h>
 
 using namespace Qt::StringLiterals;
@@ -180,6 +181,36 @@ TEST(Pattern, WildcardsMatchWholeNames)
     EXPECT_TRUE(matchesWholly(wildcardPattern(u"A*"_s, Qt::CaseInsensitive), u"abc"_s));
     EXPECT_EQ(literalPattern(u"a.*"_s).match(u"xa.*"_s).capturedStart(), 1);
     EXPECT_FALSE(literalPattern(u"a.*"_s).match(u"abc"_s).hasMatch());
+}
+
+// The definition, one character after the other.
+bool globMatches(QStringView pattern, QStringView text)
+{
+    if (pattern.isEmpty())
+        return text.isEmpty();
+    if (pattern.front() == u'*')
+        return globMatches(pattern.sliced(1), text) || (!text.isEmpty() && globMatches(pattern, text.sliced(1)));
+    return !text.isEmpty() && (pattern.front() == u'?' || pattern.front() == text.front()) &&
+           globMatches(pattern.sliced(1), text.sliced(1));
+}
+
+TEST(Pattern, StarsTakeWhatTheyMustInReasonableTime)
+{
+    std::minstd_rand random(1);
+    const auto text = [&](QStringView letters, int longest) {
+        QString made;
+        for (int left = int(random()) % (longest + 1); left > 0; --left)
+            made += letters[qsizetype(random() % quint32(letters.size()))];
+        return made;
+    };
+    for (int i = 0; i < 5000; ++i) {
+        const QString pattern = text(u"ab*?", 7), name = text(u"ab", 9);
+        EXPECT_EQ(matchesWholly(wildcardPattern(pattern), name), globMatches(pattern, name))
+            << pattern.toStdString() << " on " << name.toStdString();
+    }
+    const QString hard = u"*a"_s.repeated(40) + u"*[bc]"_s;
+    EXPECT_FALSE(matchesWholly(wildcardPattern(hard), u"a"_s.repeated(5000)));
+    EXPECT_TRUE(wildcardPattern(hard).match(u"a"_s.repeated(5000) + u"cd"_s).hasMatch()) << "within the regex limits";
 }
 
 TEST(SafeFile, KeepsTheOldFileUntilCommitAndItsPermissions)

@@ -75,7 +75,8 @@ TEST_F(Placement, ReadsSegments)
     ASSERT_EQ(listed.size(), 2u);
     EXPECT_TRUE(listed[0].isReadOnly && !listed[1].isReadOnly);
     EXPECT_EQ(listed[1].size, 4096u);
-    EXPECT_THROW(SectionPlacement::readSegmentList(u"FLASH RX 0"_s), HException);
+    for (const auto &text : {u"FLASH RX 0"_s, u"FLASH RX zz 0x100"_s, u"FLASH RX 0 0x100000000"_s, u"FLASH RX 0 0"_s})
+        EXPECT_THROW(SectionPlacement::readSegmentList(text), HException) << text.toStdString();
 }
 
 TEST_F(Placement, ReadsAttributes)
@@ -260,9 +261,9 @@ TEST_F(Placement, FillsTheTablesOfStartUpCode)
                "<MemorySegment name=\"RAM\"><ProgramSection name=\".r\"/>"
                "<ProgramSection name=\".z\" fill=\"0\"/><ProgramSection name=\".n\"/>"
                "</MemorySegment></root>");
-    EXPECT_TRUE(text.contains(u"    LONG(__d_load_start__) LONG(__d_start__) LONG(__d_size__)\n"_s));
-    EXPECT_EQ(text.count(u" LONG("_s), 5) << "only what is filled with 0 is in the table";
-    EXPECT_TRUE(text.contains(u"    LONG(__z_start__) LONG(__z_size__)\n"_s));
+    EXPECT_TRUE(text.contains(u"    LONG(__d_load_start__) LONG(__d_start__) LONG((__d_size__ + 3) / 4 * 4)\n"_s));
+    EXPECT_EQ(text.count(u"LONG("_s), 5) << "only what is filled with 0 is in the table";
+    EXPECT_TRUE(text.contains(u"    LONG(__z_start__) LONG((__z_size__ + 3) / 4 * 4)\n"_s));
 }
 
 } // namespace

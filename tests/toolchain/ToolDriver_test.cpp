@@ -245,6 +245,21 @@ TEST_F(Driver, LinksByASegmentList)
     EXPECT_TRUE(QFile::exists(path("app.ld"))) << "beside the output when there is no inputs file";
 }
 
+// An empty section must not count as loaded where it would run: who fills gaps would fill all that lies between.
+TEST_F(Driver, LoadsNothingWhereVariablesRun)
+{
+    NEEDS_PROGRAM("arm-none-eabi-gcc");
+    folder.write("main.c", "volatile int zero; void Reset_Handler(void) { zero = 1; }");
+    compile("main.c", {u"-Wc,-mcpu=cortex-m3"_s, u"-Wc,-mthumb"_s});
+    ASSERT_EQ(cc({objectOf("main.c"), u"-placementsegments"_s, u"FLASH RX 0 0x1000;RAM RWX 0x20000000 0x1000"_s,
+                  u"-o"_s, path("app.elf")})
+                  .status,
+              0);
+    runProgram(QStandardPaths::findExecutable(u"arm-none-eabi-objcopy"_s),
+               {u"-O"_s, u"binary"_s, u"--gap-fill"_s, u"0xFF"_s, path("app.elf"), path("app.bin")});
+    EXPECT_LT(QFileInfo(path("app.bin")).size(), 0x1000);
+}
+
 // Messages of the linker pass as they are; nothing half-made stays.
 TEST_F(Driver, FailsWhenASegmentOverflows)
 {

@@ -21,7 +21,7 @@ extern const constructor __init_array_start[], __init_array_end[];
 #ifdef __riscv
 /* Tables by which C++ exceptions find their way. Those of ARM are found by symbols; here the unwinder, if the program
    has it, must be told. The record is its own; six words of it are used. */
-extern const char __eh_frame_start__[];
+extern const char __eh_frame_start__[] __attribute__((weak)); /* linker scripts by others may not have it */
 void __register_frame_info(const void *frames, void *record) __attribute__((weak));
 static void *frame_record[8];
 #endif

@@ -108,11 +108,13 @@ std::optional<std::span<const quint32>> CommandRecord::dependencies(const QStrin
 void CommandRecord::setDependencies(const QString &output, const FileStamp &stamp, const QStringList &dependencies)
 {
     Output &known = outputOf(output);
-    known.stamp = stamp;
-    known.firstDependency = quint32(m_dependencies.size());
-    known.dependencyCount = quint32(dependencies.size());
-    for (const QString &path : dependencies)
-        m_dependencies.push_back(pathIndex(path));
+    const Output before = std::exchange(
+        known, {known.path, known.command, stamp, quint32(m_dependencies.size()), quint32(dependencies.size())});
+    for (quint32 i = 0; i < known.dependencyCount; ++i) { // mostly what they were, which needs no look-up
+        const quint32 old = i < before.dependencyCount ? m_dependencies[before.firstDependency + i] : noIndex;
+        const bool isSame = old != noIndex && m_paths[old] == dependencies[i];
+        m_dependencies.push_back(isSame ? old : pathIndex(dependencies[i]));
+    }
     m_isChanged = true;
 }
 

@@ -53,7 +53,6 @@ BuildResult BuildEngine::buildProject(const ProjectElement *element, const QStri
     m_interrupts = 0;
     m_failedProjects.clear();
     m_listed.clear();
-    m_facts.clear();
     SolutionLock lock(m_system.solution()->filePath());
     if (m_runsTools && (flags & BuildFlag::remove || !(flags & BuildFlag::noRun)))
         waitForOtherBuild(lock, *builders[0], idler);
@@ -64,6 +63,8 @@ BuildResult BuildEngine::buildProject(const ProjectElement *element, const QStri
         builder->reset();
     const bool didSomething = buildJobs(element, configuration, builders, idler, flags, followDependencies, batch);
     saveRecords();
+    m_facts.clear();
+    m_times.clear();
     m_isBuilding = false;
     if (m_state.stop)
         return BuildResult::Terminated;
@@ -262,10 +263,9 @@ const QString &BuildEngine::outputOf(const ProjectElement *element, const QStrin
 
 FileTimes::Id BuildEngine::outputId(const ProjectElement *element, const QString &configuration, BuildFlags flags)
 {
-    const QString &output = outputOf(element, configuration, flags);
     std::optional<FileTimes::Id> &known = factsOf(element, configuration, flags).outputId;
     if (!known)
-        known = m_times.id(m_system.absolutePath(element, output));
+        known = m_times.id(m_system.absolutePath(element, outputOf(element, configuration, flags)));
     return *known;
 }
 

@@ -6,6 +6,7 @@
 #include "build/engine/BuildEngine.h"
 #include "project/model/ProjectSystem.h"
 #include "toolchain/ToolDriver.h"
+#include "toolchain/ToolSet.h"
 
 #include <QHash>
 
@@ -45,9 +46,14 @@ private:
     static QStringList translated(const QStringList &arguments)
     {
         try {
-            QStringList command = ToolDriver(DriverOptions::parse(arguments.mid(1))).compileCommand();
+            const DriverOptions options = DriverOptions::parse(arguments.mid(1));
+            QStringList command = ToolDriver(options).compileCommand();
             for (QString &option : command)
                 option = optionForClang(option);
+            // A GCC finds its C library by itself; who reads in its place doesn't.
+            const bool isCpp = options.language == DriverOptions::Language::Cpp;
+            for (const QString &directory : ToolSet(options.compilerOptions, std::nullopt).libraryHeaders(isCpp))
+                command += {u"-isystem"_s, directory};
             return command;
         } catch (const HException &) {
             return {};

@@ -15,7 +15,8 @@ struct ElementBuild::CompilePlan
     QString source;                 // absolute
     QStringList members;            // of a unity folder: what the source includes
     QString target, absoluteTarget; // target: as the command names it
-    bool isExternal = false;        // a command of the solution's
+    FileTimes::Id targetId = 0;
+    bool isExternal = false; // a command of the solution's
     bool hasOptionFiles = false;
     QString error; // why it can't be made
     quint64 hash = 0;
@@ -105,8 +106,9 @@ ElementBuild::CompilePlan ElementBuild::planCompile(ToolKind kind)
     if (m_isUnity)
         plan.members = inputs();
     plan.target = m_engine.outputOf(m_element, m_configuration, m_flags);
+    plan.targetId = m_engine.outputId(m_element, m_configuration, m_flags);
     if (!plan.target.isEmpty())
-        plan.absoluteTarget = m_engine.times().path(m_engine.outputId(m_element, m_configuration, m_flags));
+        plan.absoluteTarget = m_engine.times().path(plan.targetId);
     const CompileTemplates::Template &shared = compileTemplate(kind, plan);
     plan.isExternal = shared.isExternal;
     plan.hasOptionFiles = shared.hasOptionFiles;
@@ -166,12 +168,12 @@ bool ElementBuild::addExternalCompile(ToolKind kind, const CompilePlan &plan, Co
 quint64 ElementBuild::ownCompileHash(ToolKind kind, CompilePlan &plan)
 {
     const CompileSteps steps = compileSteps(kind, plan);
-    const QStringList around = steps.preWords + steps.postWords;
-    if (plan.isExternal) {
-        const QStringList words = externalCompileWords(kind, plan, nullptr, plan.error);
-        return commandHash(m_directory, words, around + QStringList{m_tools.programStamp(words.value(0), m_directory)});
-    }
-    return m_tools.hash(steps.request, around, plan.error);
+    QStringList around = steps.preWords + steps.postWords;
+    if (!plan.isExternal)
+        return m_tools.hash(steps.request, around, plan.error);
+    const QStringList words = externalCompileWords(kind, plan, nullptr, plan.error);
+    around += m_tools.programStamp(words.value(0), m_directory);
+    return commandHash(m_directory, words, around);
 }
 
 ElementBuild::CompileSteps ElementBuild::compileSteps(ToolKind kind, const CompilePlan &plan)
@@ -247,8 +249,7 @@ QStringList ElementBuild::compileArguments(bool &isExternal)
 bool ElementBuild::isCompileUpToDate(ToolKind kind, const CompilePlan &plan)
 {
     UpToDate test(m_engine, m_builder, isQuiet());
-    if (m_isForced || !test.targetTime(m_engine.outputId(m_element, m_configuration, m_flags), plan.target) ||
-        !plan.error.isEmpty())
+    if (m_isForced || !test.targetTime(plan.targetId, plan.target) || !plan.error.isEmpty())
         return false;
     FileTimes &times = m_engine.times();
     if (!test.inputOlder(times.id(plan.source), plan.source))

@@ -51,8 +51,8 @@ public:
         posix_spawnattr_init(&attributes);
         sigset_t set;
         sigfillset(&set);
-        sigdelset(&set, SIGKILL);
-        sigdelset(&set, SIGSTOP);
+        for (const int kept : {SIGKILL, SIGSTOP, SIGHUP}) // under nohup it stays ignored
+            sigdelset(&set, kept);
         posix_spawnattr_setsigdefault(&attributes, &set);
         sigemptyset(&set);
         posix_spawnattr_setsigmask(&attributes, &set);

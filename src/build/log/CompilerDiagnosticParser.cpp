@@ -370,6 +370,11 @@ bool CompilerDiagnosticParser::isNew(const Bookmark &record)
 // A record may have to wait for the line behind it, which then gives it in place of its own.
 bool CompilerDiagnosticParser::parse(const QString &rawLine, Bookmark &out, bool isErrorOutput)
 {
+    // What the driver has to say on its standard output is the commands that it runs, with any text in them.
+    if (!isErrorOutput && QFileInfo(tool()).fileName() == "cc"_L1) {
+        m_isContinuation = false;
+        return false;
+    }
     const QString line = withoutColours(rawLine);
     Bookmark result;
     bool isRecord = parseLine(line, result, isErrorOutput);

@@ -10,8 +10,8 @@
 #include "build/engine/CompileCommands.h"
 #include "build/engine/ExportBuilder.h"
 #include "build/engine/StudioBuilder.h"
+#include "build/report/NodeProperties.h"
 #include "project/model/ProjectPropertyValue.h"
-#include "project/properties/GenericOptions.h"
 
 using namespace Qt::StringLiterals;
 
@@ -38,69 +38,6 @@ void strings(JsonWriter &json, const char *key, const QStringList &texts)
         json.value(text);
     json.end();
 }
-
-// The properties that a node may have: the schema's, those that the tool chain of its project adds, and its
-// property groups.
-class NodeProperties
-{
-public:
-    NodeProperties(StandardProjectSystem &system, const ProjectElement &node, const QString &configuration)
-        : m_schema(system.schema()), m_node(node), m_options(&system.schema())
-    {
-        const ProjectElement *project = projectAround(&node);
-        const QString file =
-            project ? system.expandedValue(project, ProjectProperty::build_generic_options_file_name, configuration)
-                    : QString();
-        if (!file.isEmpty())
-            m_options.load(system.absolutePath(project, file), &m_problem);
-        m_makesLibrary = toolKind(system, project, configuration) == ToolKind::Archive;
-        m_groups = system.propertyGroups(&node, configuration);
-    }
-
-    // Null when there is none.
-    const PropertyClass *find(const QString &key) const
-    {
-        // Two classes share these keys.
-        if (key == "filter"_L1 && !m_node.isDynamicFolder())
-            return &m_schema[ProjectProperty::filter];
-        if (key == "build_output_file_name"_L1 && !m_makesLibrary)
-            return &m_schema[ProjectProperty::build_output_file_name];
-        if (const PropertyClass *known = m_schema.propertyClassNamed(key))
-            return known;
-        const auto group =
-            std::find_if(m_groups.begin(), m_groups.end(), [&key](const auto *known) { return known->name == key; });
-        return group == m_groups.end() ? nullptr : *group;
-    }
-
-    HException notFound(const QString &key) const
-    {
-        const QString why = m_problem.isEmpty() ? u"--list properties tells those that there are"_s : m_problem;
-        return HException(u"no property '%1'; %2"_s.arg(key, why));
-    }
-
-    // One of each key.
-    PropertyClassList all() const
-    {
-        PropertyClassList list;
-        const auto add = [this, &list](const PropertyClass *property) {
-            if (const PropertyClass *found = find(property->name); !list.contains(found))
-                list.append(found);
-        };
-        for (const auto &property : m_schema.classes())
-            add(property.get());
-        for (const PropertyClass *group : m_groups)
-            add(group);
-        return list;
-    }
-
-private:
-    const PropertySchema &m_schema;
-    const ProjectElement &m_node;
-    GenericOptions m_options;
-    QString m_problem; // why the tool chain's aren't there
-    bool m_makesLibrary;
-    std::vector<const PropertyValueGroupClass *> m_groups;
-};
 
 void listProjects(LoadedSolution &loaded, const QString &configuration, bool isJson)
 {

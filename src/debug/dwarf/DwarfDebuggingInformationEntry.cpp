@@ -145,7 +145,7 @@ QString DwarfDebuggingInformationEntry::qualifiedName() const
     return steps.join(QStringLiteral("::"));
 }
 
-QStringList DwarfDebuggingInformationEntry::scopes() const
+QStringList DwarfDebuggingInformationEntry::scopes(bool withInline) const
 {
     QStringList names;
     DwarfDebuggingInformationEntry entry = *this;
@@ -155,10 +155,16 @@ QStringList DwarfDebuggingInformationEntry::scopes() const
         const quint32 tag = entry.tag();
         if (tag != DW_TAG_namespace && !isDwarfClassKind(tag) && tag != DW_TAG_enumeration_type)
             break;
-        if (!entry.nameBytes().isEmpty())
+        if (!entry.nameBytes().isEmpty() && (withInline || !entry.has(DW_AT_export_symbols)))
             names.prepend(entry.name());
     }
     return names;
+}
+
+bool DwarfDebuggingInformationEntry::goesBy(const QString &asked) const
+{
+    const auto isAsked = [&](const QStringList &scopes) { return (scopes + QStringList(name())).join(u"::") == asked; };
+    return isAsked(scopes()) || isAsked(scopes(false));
 }
 
 DwarfDebuggingInformationEntry DwarfDebuggingInformationEntry::enclosingClass() const

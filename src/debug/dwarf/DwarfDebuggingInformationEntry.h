@@ -103,8 +103,10 @@ public:
     // name() behind the names of the directly enclosing namespaces, joined by "::".
     QString qualifiedName() const;
     // The names of all namespaces, classes and enumerations around this entry or around its declaration, the outermost
-    // first; those without a name are left out.
-    QStringList scopes() const;
+    // first. Those without a name are left out, and inline namespaces where they aren't wanted.
+    QStringList scopes(bool withInline = true) const;
+    // Whether a program can call it so: by its name behind that of its scopes, inline namespaces or not.
+    bool goesBy(const QString &name) const;
     // The class, structure or union around this entry or around its declaration; none outside of classes.
     DwarfDebuggingInformationEntry enclosingClass() const;
     bool isDeclaration() const; // has a DW_AT_declaration of its own that isn't 0

@@ -452,6 +452,10 @@ DwarfDebuggingInformationEntry DwarfFile::selectType(const QString &name, Entrie
         }
         if (const auto found = std::ranges::find_if(bare, isKind); found != bare.end())
             return *found;
+        for (const auto &entry : candidates) {
+            if (isKind(entry) && entry.goesBy(name))
+                return entry;
+        }
     }
     return {};
 }
@@ -478,21 +482,17 @@ DwarfDebuggingInformationEntry DwarfFile::findType(QByteArrayView asked, int dep
     return nestedType(findType(asked.first(outerSize), depth + 1), bare);
 }
 
-// A type that is declared within a class, or within the class that a typedef names.
+// A type that is declared within a class that was found through a typedef.
 DwarfDebuggingInformationEntry DwarfFile::nestedType(DwarfDebuggingInformationEntry outer, QByteArrayView name)
 {
     constexpr int maximumSteps = 100;
-    for (int step = 0; outer.tag() == DW_TAG_typedef && step < maximumSteps; ++step)
-        outer = outer.target(DW_AT_type);
     if (!outer)
         return {};
-    const QStringList scopes = outer.scopes() + QStringList(outer.name());
-    for (const auto &entry : names().entriesNamed(name)) {
-        const bool isType = isDwarfTypeKind(entry.tag()) || entry.tag() == DW_TAG_enumeration_type;
-        if (isType && !entry.isDeclaration() && entry.scopes() == scopes)
-            return entry;
-    }
-    return {};
+    for (int step = 0; outer.tag() == DW_TAG_typedef && step < maximumSteps; ++step)
+        outer = outer.target(DW_AT_type);
+    outer = definitionOf(outer);
+    const QString full = (outer.scopes() + QStringList{outer.name(), QString::fromUtf8(name)}).join(u"::");
+    return selectType(full, [&](QByteArrayView bare) { return names().entriesNamed(bare); });
 }
 
 std::vector<DwarfDebuggingInformationEntry> DwarfFile::publicEntries(const QString &name)
@@ -503,7 +503,8 @@ std::vector<DwarfDebuggingInformationEntry> DwarfFile::publicEntries(const QStri
         switch (entry.tag()) {
         case DW_TAG_subprogram:
         case DW_TAG_variable:
-            return !isExternal(entry) || (entry.qualifiedName() != name && demangledLinkageName(entry) != name);
+            return !isExternal(entry) ||
+                   (entry.qualifiedName() != name && !entry.goesBy(name) && demangledLinkageName(entry) != name);
         case DW_TAG_enumerator: return entry.nameBytes() != asked;
         }
         return true;
@@ -517,7 +518,7 @@ std::vector<DwarfDebuggingInformationEntry> DwarfFile::globalVariables(const QSt
     std::vector<DwarfDebuggingInformationEntry> entries = names().entriesNamed(bareName(asked));
     std::erase_if(entries, [&](const DwarfDebuggingInformationEntry &entry) {
         return entry.tag() != DW_TAG_variable || entry.isDeclaration() ||
-               (entry.nameBytes() != asked && entry.qualifiedName() != name);
+               (entry.nameBytes() != asked && entry.qualifiedName() != name && !entry.goesBy(name));
     });
     return entries;
 }

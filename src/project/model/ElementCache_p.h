@@ -20,9 +20,9 @@ class ProjectElement;
 struct ValueLayer
 {
     static constexpr size_t wordCount = (PropertySchema::tableSize + 63) / 64;
-    struct Other // a key that isn't in the table
+    struct Other
     {
-        QString key, nearest, list; // the value; that of a StringList
+        QString nearest, list; // the value; that of a StringList
     };
 
     QString configuration;
@@ -31,8 +31,8 @@ struct ValueLayer
     std::array<quint64, wordCount> isSet{};  // a bit a property
     std::array<quint16, wordCount> before{}; // how many values those of earlier words have
     std::vector<QString> values;             // in the order of the properties
-    std::vector<Other> others;
-    bool hasEmptyItem = false; // a list has an empty contribution, here or further out
+    QHash<QString, Other> others;            // by keys that aren't in the table
+    bool hasEmptyItem = false;               // a list has an empty contribution, here or further out
 
     // Here or further out; null when nobody sets it.
     const QString *find(ProjectProperty property) const;

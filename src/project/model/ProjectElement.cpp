@@ -114,8 +114,12 @@ void ProjectElement::renameConfiguration(const QString &oldName, const QString &
 
 void ProjectElement::takeAttributes()
 {
-    for (const XMLAttribute &attribute : attributes())
-        m_properties.insert(QString::fromUtf8(attribute.name()), decoded(attribute.value()));
+    for (const XMLAttribute &attribute : attributes()) {
+        // Nearly all attributes of a large solution have this name, and a literal takes no memory.
+        const bool isFileName = attribute.name() == "file_name";
+        m_properties.insert(isFileName ? u"file_name"_s : QString::fromUtf8(attribute.name()),
+                            decoded(attribute.value()));
+    }
     removeAttributes();
     ++s_changeCount;
     if (m_type == Type::Configuration && parentElement())

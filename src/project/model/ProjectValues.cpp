@@ -20,9 +20,8 @@ const QString *ValueLayer::find(ProjectProperty property) const
 const QString *ValueLayer::findOther(const QString &key, bool isList) const
 {
     for (const ValueLayer *layer = this; layer; layer = layer->outer)
-        for (const Other &other : layer->others)
-            if (other.key == key)
-                return isList ? &other.list : &other.nearest;
+        if (const auto found = layer->others.constFind(key); found != layer->others.constEnd())
+            return isList ? &found->list : &found->nearest;
     return nullptr;
 }
 
@@ -64,8 +63,8 @@ public:
             m_layer.isSet[i / 64] |= 1ull << (i % 64);
             m_layer.values.push_back(std::move(value));
         }
-        for (ValueLayer::Other &other : m_layer.others)
-            other.list = joined(outer ? outer->findOther(other.key, true) : nullptr, other.list);
+        for (auto other = m_layer.others.begin(); other != m_layer.others.end(); ++other)
+            other->list = joined(outer ? outer->findOther(other.key(), true) : nullptr, other->list);
     }
 
 private:
@@ -91,13 +90,11 @@ private:
 
     void addOther(const QString &key, const QString &value)
     {
-        for (ValueLayer::Other &other : m_layer.others) {
-            if (other.key == key) {
-                other.list = joined(&value, other.list);
-                return;
-            }
-        }
-        m_layer.others.push_back({key, value, value});
+        const auto known = m_layer.others.find(key);
+        if (known == m_layer.others.end())
+            m_layer.others.insert(key, {value, value});
+        else
+            known->list = joined(&value, known->list);
     }
 
     ValueLayer &m_layer;
@@ -109,6 +106,8 @@ private:
 
 const ValueLayer *ProjectSystem::layer(const ProjectElement *element, const QString &configuration) const
 {
+    while (element && element->configurations().isEmpty() && element->parentElement())
+        element = element->parentElement(); // whose values it has, with all its neighbours
     if (!m_lastLayer.isFor(element, configuration, changeCount()))
         m_lastLayer = {findLayer(element, configuration), element, configuration, changeCount()};
     return m_lastLayer.found;

@@ -392,6 +392,10 @@ std::vector<XMLPP2::Walk::LoopVariable> XMLPP2::Walk::loopVariables(Chain &chain
                 if (!given.contains(entry))
                     report(chain, element, u"exclude_entries cannot find entry named "_s + entry);
             }
+            // A pattern and an item to match it with cost about that part of an element.
+            constexpr quint64 matchesPerElement = 16;
+            if (!charge(quint64(items.size()) * quint64(patterns.size()) / matchesPerElement, chain, element))
+                items.clear();
             items.removeIf([&](const QString &item) {
                 const auto matches = [&](const QRegularExpression &pattern) { return pattern.match(item).hasMatch(); };
                 return excludedItems.contains(item) || std::ranges::any_of(patterns, matches);

@@ -16,7 +16,7 @@ namespace {
 constexpr int maximumIncluded = 1024;
 constexpr int elementsPerFile = 256;
 
-// What QDomDocument::setContent gives, and no more than the permitted depth.
+// What QDomDocument::setContent gives, and no more than the permitted depth and attributes.
 struct DomError
 {
     QString text;
@@ -30,8 +30,10 @@ bool setContent(QDomDocument &document, const QString &text, DomError &error)
     for (int depth = 0; !reader.atEnd();) {
         const QXmlStreamReader::TokenType token = reader.readNext();
         depth += token == QXmlStreamReader::StartElement ? 1 : token == QXmlStreamReader::EndElement ? -1 : 0;
-        if (depth > XmlPP::maximumDepth) {
-            error = {u"elements are nested too deeply"_s, int(reader.lineNumber()), int(reader.columnNumber())};
+        const bool isTooDeep = depth > XmlPP::maximumDepth;
+        if (isTooDeep || reader.attributes().size() > XmlPP::maximumAttributes) {
+            error = {isTooDeep ? u"elements are nested too deeply"_s : u"an element has too many attributes"_s,
+                     int(reader.lineNumber()), int(reader.columnNumber())};
             return false;
         }
     }

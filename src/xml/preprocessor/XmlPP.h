@@ -11,12 +11,14 @@ class QIODevice;
 // directives than XMLPP2 (no loops, no fragments) and some of its own: expand_attributes on any element,
 // define_macro, expand_definition, and includes of text. Messages go to the log.
 //
-// A file may be maximumDepth elements deep: the DOM recurses. A directive that is the root of the document is
+// A file may be maximumDepth elements deep, since the DOM recurses, and an element have maximumAttributes, since the
+// DOM counts them anew for each. A directive that is the root of the document is
 // reported and stays.
 class XmlPP
 {
 public:
     static constexpr int maximumDepth = 128;
+    static constexpr qsizetype maximumAttributes = 4096;
 
     XmlPP() = default;
     explicit XmlPP(const MacroMap &defaultMacros) : m_defaultMacros(defaultMacros) {}

@@ -214,6 +214,8 @@ TEST_F(RealBuild, TheCompilationDatabaseNamesTheRealCompiler)
     EXPECT_TRUE(arguments.first().endsWith("gcc"_L1)) << qPrintable(arguments.first());
     EXPECT_TRUE(arguments.contains(folder.path("b.c")) && arguments.contains(u"obj/p/b.o"_s));
     EXPECT_TRUE(arguments.contains(u"-DX=1"_s) && arguments.contains(u"-mcpu=cortex-m3"_s));
+    const QString library = arguments.value(arguments.indexOf(u"-isystem"_s) + 1); // which clangd can't know
+    EXPECT_TRUE(QFile::exists(library + "/stdio.h"_L1)) << qPrintable(arguments.join(u' '));
 }
 
 } // namespace

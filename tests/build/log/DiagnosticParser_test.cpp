@@ -216,6 +216,15 @@ TEST(CompilerDiagnosticParser, CountsAFailureOnce)
     }
 }
 
+TEST(CompilerDiagnosticParser, PassesOverTheDriversCommands)
+{
+    const auto command = u"arm-none-eabi-gcc -c x.c '-DTEXT=\"error: none\"' -o x.o"_s;
+    Bookmark bookmark;
+    EXPECT_FALSE(CompilerDiagnosticParser({}, u"/opt/bin/cc"_s).parse(command, bookmark, false));
+    EXPECT_TRUE(CompilerDiagnosticParser({}, u"/opt/bin/cc"_s).parse(u"cc: error: some"_s, bookmark, true));
+    EXPECT_TRUE(CompilerDiagnosticParser({}, u"lint"_s).parse(u"error: some"_s, bookmark, false));
+}
+
 TEST(CompilerDiagnosticParser, CostsTimeLinearInTheLine)
 {
     CompilerDiagnosticParser parser(u"/tmp"_s, u"gcc"_s);

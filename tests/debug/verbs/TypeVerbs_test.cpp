@@ -26,6 +26,8 @@ int counter;
 }
 struct Members { int Diamond::*data; int (Base::*function)(int); const volatile int fixed[2][2]; struct Impl; Impl *impl; };
 struct Members::Impl { int deep; };
+typedef Members Alias; Alias *alias;
+namespace outer { inline namespace latest { struct Inlined { int x; } inlined; } namespace { struct Unnamed { int y; } unnamed; } }
 int Diamond::instances = 3;
 Diamond diamond; Bits bits; Packed packed; Anon anon; U u; device::Motor *motor; Color color; Members *members;
 static int hidden = 4;
@@ -42,7 +44,8 @@ __attribute__((noinline)) static int run(int x, const char *text)
 }
 extern "C" int main()
 {
-    return run(3, "abc") + diamond.d + bits.a + packed.a + anon.kind + u.i + motor->speed + color + device::counter + members->impl->deep;
+    return run(3, "abc") + diamond.d + bits.a + packed.a + anon.kind + u.i + motor->speed + color + device::counter + members->impl->deep + alias->fixed[0][0] +
+           outer::inlined.x + outer::unnamed.y;
 }
 )";
 
@@ -59,6 +62,7 @@ protected:
         return QJsonDocument::fromJson(result.out).object();
     }
 
+    bool isVersion5() const { return !QByteArrayView(GetParam().name).contains(", DWARF "); }
     bool isVersion2() const { return QByteArrayView(GetParam().name).contains("DWARF 2"); }
     // Strict DWARF 2 has no namespaces, and gcc's location lists hold absolute addresses there.
     QString motorName() const { return isVersion2() ? u"Motor"_s : u"device::Motor"_s; }
@@ -135,7 +139,7 @@ TEST_P(TypeVerbs, TellsBasesTypesAndDimensions)
 {
     const QJsonArray answers =
         json({u"type"_s, u"--json"_s, elf, u"Diamond"_s, u"struct Left"_s, motorName(), u"Color"_s, u"Anon"_s,
-              motorName() + u"::Mode"_s, u"Nothing"_s, u"Members"_s, u"Members::Impl"_s},
+              motorName() + u"::Mode"_s, u"Nothing"_s, u"Members"_s, u"Members::Impl"_s, u"Alias::Impl"_s},
              1);
     const QJsonArray diamond = answers[0][u"members"].toArray();
     EXPECT_EQ(diamond[0][u"type"].toString(), u"struct Left"_s);
@@ -169,7 +173,14 @@ TEST_P(TypeVerbs, TellsBasesTypesAndDimensions)
     EXPECT_EQ(members[1][u"size"].toInt(), 8);
     EXPECT_EQ(members[2][u"type"].toString().count(u"const "), 1);
     EXPECT_EQ(members[2][u"type"].toString().count(u"volatile "), 1);
-    EXPECT_EQ(answers[8][u"members"][0][u"name"].toString(), u"deep"_s); // defined outside of the class
+    for (const int impl : {8, 9}) // defined outside of the class
+        EXPECT_EQ(answers[impl][u"members"][0][u"name"].toString(), u"deep"_s);
+    QStringList names = {u"Alias"_s};
+    if (!isVersion2())
+        names += {u"outer::latest::Inlined"_s, u"outer::Unnamed"_s};
+    if (isVersion5()) // which says that the namespace is inline
+        names += u"outer::Inlined"_s;
+    json(QStringList{u"type"_s, u"--json"_s, elf} + names); // all are found
 }
 
 TEST_P(TypeVerbs, VariablesAreGdbs)

@@ -11,7 +11,7 @@ protected:
             <project Name="app"><configuration Name="Common" project_directory="code"
               macros="InputName=mine;Deep=$(HostOS);IntDir=early"/>
             <folder Name="Source"><folder Name="Inner"><file file_name="src/main.part.c"/>
-              <file file_name="../shared/x.c"/><file file_name="/abs/y.c"/></folder></folder></project></solution>)xml",
+              <file file_name="../common/x.c"/><file file_name="/abs/y.c"/></folder></folder></project></solution>)xml",
                     "main.v1.vnProject");
     }
     const SystemMacroTable m_before = SystemMacroTable::instance();
@@ -30,7 +30,7 @@ TEST_F(NodeMacrosTest, DescribeTheNodeAndItsSurroundings)
          "FOLDER/code/src main.part main.part.c c"},
         {"main.part.c", "$(InputPath) $(RelInputPath) $(RelInputDir)",
          "FOLDER/code/src/main.part.c src/main.part.c src"},
-        {"x.c", "$(InputPath) $(RelInputPath) $(RelInputDir)", "FOLDER/shared/x.c ../shared/x.c ../shared"},
+        {"x.c", "$(InputPath) $(RelInputPath) $(RelInputDir)", "FOLDER/common/x.c ../common/x.c ../common"},
         {"y.c", "$(RelInputPath) $(RelInputDir)", "/abs/y.c ."},
         {"main.part.c", "$(ProjectDir) $(ProjectName) $(Configuration)", "FOLDER/code app Debug"},
         {"main.part.c", "$(SolutionDir) $(SolutionName) $(SolutionFileName) $(SolutionExt) $(SolutionPath)",

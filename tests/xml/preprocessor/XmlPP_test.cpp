@@ -131,6 +131,11 @@ TEST_F(XmlPPTest, StopsWhatWouldNotEnd)
     int line = 0;
     EXPECT_FALSE(preprocessor.loadString(u"<a>\n"_s.repeated(100'000), false, &error, &line));
     EXPECT_EQ(error, u"elements are nested too deeply"_s);
+    QString attributes;
+    for (qsizetype i = 0; i <= XmlPP::maximumAttributes; ++i)
+        attributes += u" a%1='$(x)'"_s.arg(i);
+    EXPECT_FALSE(XmlPP().loadString(u"<r%1/>"_s.arg(attributes), true, &error));
+    EXPECT_EQ(error, u"an element has too many attributes"_s);
     EXPECT_EQ(line, XmlPP::maximumDepth + 1);
 }
 
