@@ -17,6 +17,8 @@
 
 using namespace Qt::StringLiterals;
 
+static const QString postBuild = u"post-build"_s; // on record when it is owed
+
 // A project's record of commands and, for each path in it, where that is in the file times.
 struct BuildEngine::Record
 {
@@ -188,10 +190,12 @@ void BuildEngine::runPostBuild(const ProjectElement *project, const QString &con
     const QString command = m_system.expandedValue(project, post_build_command, configuration);
     if (command.isEmpty())
         return;
-    if (!ran && m_system.value(project, post_build_command_control, configuration) != "Always Run"_L1)
+    if (!ran && !isOwed(project, configuration, postBuild) &&
+        m_system.value(project, post_build_command_control, configuration) != "Always Run"_L1)
         return;
     runProjectCommand(command, m_system.expandedValue(project, post_build_command_wd, configuration),
                       u"Post-build command "_s, project, configuration, builder);
+    setOwed(project, configuration, postBuild, !m_state.goesOn());
     if (isAlone)
         idler.finishBatch();
 }
@@ -328,13 +332,37 @@ void BuildEngine::outputMade(const ProjectElement *element, const QString &confi
     }
     m_times.setWritten(output);
     CommandRecord &commands = record(element, configuration);
-    commands.setCommand(output, hash);
+    if (hash)
+        commands.setCommand(output, hash);
+    else
+        commands.forget(output);
     if (!isCompile(toolKind(m_system, element, configuration)) && !isUnityFolder(m_system, element, configuration))
         return;
     // Read while the compiler's file is still at hand, so that the next build needn't open it.
     const FileStamp stamp = m_times.stamp(output);
     if (stamp.time)
         commands.setDependencies(output, stamp, m_tools.readDependencies(element, configuration, output));
+}
+
+void BuildEngine::setOwed(const ProjectElement *project, const QString &configuration, const QString &what, bool isOwed)
+{
+    if (!m_runsTools)
+        return;
+    if (isOwed)
+        record(project, configuration).setCommand(what, 1);
+    else
+        record(project, configuration).forget(what);
+}
+
+void BuildEngine::owePostBuild(const ProjectElement *project, const QString &configuration)
+{
+    if (!m_system.value(project, ProjectProperty::post_build_command, configuration).isEmpty())
+        setOwed(project, configuration, postBuild, true);
+}
+
+bool BuildEngine::isOwed(const ProjectElement *project, const QString &configuration, const QString &what)
+{
+    return record(project, configuration).command(what).has_value();
 }
 
 void BuildEngine::jobFailed(const ProjectElement *element, const QString &configuration)

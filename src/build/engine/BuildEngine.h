@@ -114,6 +114,11 @@ public:
 
     // The commands with that hash have made the output. An empty one: they may have written any file.
     void outputMade(const ProjectElement *element, const QString &configuration, const QString &output, quint64 hash);
+    // A command behind a project's steps, "post-build" or "post-stage", that failed or whose turn didn't come is owed:
+    // the next build runs it though nothing else is to be done.
+    void setOwed(const ProjectElement *project, const QString &configuration, const QString &what, bool isOwed);
+    bool isOwed(const ProjectElement *project, const QString &configuration, const QString &what);
+    void owePostBuild(const ProjectElement *project, const QString &configuration); // if it has one
     // A job failed; with keep-going the project's own step and those that need it are passed over then.
     // Elements that did something, or would have. What a project's children did isn't in the project's result.
     int stepsDone() const { return m_stepsDone; }

@@ -89,9 +89,22 @@ void BuildThread::play(const BuildCommand &command)
     }
 }
 
+// What was made by commands that others were to follow isn't finished: it goes, and the next build makes it again.
+void BuildThread::removeUnfinished()
+{
+    for (size_t index = m_next; index-- > 0;) {
+        const BuildCommand &command = m_commands[index];
+        if (command.kind == BuildCommand::OutputMade && !command.output.isEmpty())
+            return;
+        if (command.kind == BuildCommand::StartCommand && QFileInfo(command.output).isFile()) // and no device
+            QFile::remove(command.output);
+    }
+}
+
 // With keep-going the project's other jobs still write to what the idler has opened for it.
 bool BuildThread::drop()
 {
+    removeUnfinished();
     const BuildCommand &command = m_commands[m_next];
     if (!(m_flags & BuildFlag::keepGoing))
         m_idler.closeProject(command.element, command.configuration);

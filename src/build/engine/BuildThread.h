@@ -95,6 +95,7 @@ private:
     template <typename Call>
     void watchFailure(const Call &call);
     void play(const BuildCommand &command);
+    void removeUnfinished();
     bool drop();
 
     BuildEngine &m_engine;

@@ -52,7 +52,7 @@ private:
     Idler &m_idler;
     std::vector<std::unique_ptr<BuildThread>> m_slots;
     bool m_total = false;
-    std::map<ProjectKey, bool> m_ran;  // whether a job of the project did something
+    std::map<ProjectKey, bool> m_ran;  // whether a job of the project, whose end is to come, did something
     std::set<ProjectKey> m_passedOver; // projects whose pre-build command failed
 };
 
@@ -71,6 +71,10 @@ bool JobScheduler::run(const BuildJobs &jobs)
         runJob({nullptr, {}, 0, {}}); // a barrier for what still runs
     if (!m_state.goesOn())
         endEarly();
+    for (const auto &[key, hasRun] : m_ran) { // and the command behind it hasn't
+        if (hasRun)
+            m_engine.owePostBuild(key.first, key.second);
+    }
     m_idler.finishBatch();
     return m_total;
 }
@@ -146,7 +150,7 @@ void JobScheduler::finish(size_t slot)
     const QString &configuration = thread->configuration();
     const BuildFlags flags = thread->flags();
     bool &hasRun = m_ran[keyOf(element, configuration)];
-    hasRun |= thread->hasDoneSomething();
+    hasRun |= thread->hasDoneSomething() && !(flags & BuildFlag::noRun);
     m_total |= thread->hasDoneSomething();
     bool hasFailed = thread->hasFailed();
     if (flags & BuildFlag::projectEnd) {
@@ -154,6 +158,7 @@ void JobScheduler::finish(size_t slot)
         if (!(flags & BuildFlag::noRun) && m_state.goesOn() && !m_engine.hasFailed(element, configuration)) {
             m_engine.runPostBuild(element, configuration, projectBuilder(slot), m_idler, hasRun, busyCount() == 0);
             hasFailed = m_state.failed;
+            m_ran.erase(keyOf(element, configuration));
         }
     }
     if (hasFailed)
@@ -183,6 +188,8 @@ void JobScheduler::endEarly()
         for (auto &thread : m_slots) {
             if (thread && thread->poll()) {
                 m_total |= thread->hasDoneSomething();
+                m_ran[keyOf(thread->element(), thread->configuration())] |=
+                    thread->hasDoneSomething() && !(thread->flags() & BuildFlag::noRun);
                 if (thread->hasFailed() && !m_state.stop)
                     m_engine.jobFailed(thread->element(), thread->configuration());
                 thread.reset();

@@ -43,10 +43,13 @@ bool ElementBuild::stageProject()
 {
     m_idler.stepStarted(m_element, m_configuration);
     const QStringList words = splitWords(expanded(stage_post_build_command));
-    if (words.isEmpty() || !m_isForced || !runsTools())
+    const QString postStage = u"post-stage"_s;
+    if (words.isEmpty() || !runsTools() || !(m_isForced || m_engine.isOwed(m_element, m_configuration, postStage)))
         return false;
+    m_engine.setOwed(m_element, m_configuration, postStage, true);
     runStep(u"Post-stage command"_s, {{expandedDirectory(stage_post_build_command_wd), words}});
     anythingMade();
+    outputMade(postStage, 0); // no longer owed
     return true;
 }
 

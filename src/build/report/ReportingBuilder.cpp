@@ -49,6 +49,7 @@ void ReportingBuilder::commandStarted(const QString &directory, const QStringLis
 {
     ++m_commandCount;
     m_isRunning = true;
+    m_hasError = false;
     m_isEchoing = arguments.first() == driverPath() && arguments.contains(u"-v");
     m_report.commandStarted(place(), directory, arguments, m_output);
     StudioBuilder::commandStarted(directory, arguments);
@@ -59,9 +60,17 @@ bool ReportingBuilder::pollCommand(const ProjectElement *element, const QString 
     if (!StudioBuilder::pollCommand(element, configuration))
         return false;
     if (std::exchange(m_isRunning, false)) {
-        if (exitStatus() != 0 && !isStopped())
+        const bool hasFailed = exitStatus() != 0 && !isStopped();
+        if (hasFailed)
             m_report.commandFailed(place(), m_title, exitStatus());
         tellPending();
+        if (hasFailed && !m_hasError) { // so that it is among the errors at the end
+            const BuildLogItem *item = m_lastItem.addedBy([&] {
+                StudioBuilder::reportError(
+                    QStringLiteral("%1 failed with exit status %2").arg(m_title).arg(exitStatus()));
+            });
+            m_report.diagnostic(place(), *item, true);
+        }
     }
     return true;
 }
@@ -72,6 +81,7 @@ void ReportingBuilder::lineReceived(const QString &line, bool isError)
     const auto stream = isError       ? BuildReport::Stream::Error
                         : m_isEchoing ? BuildReport::Stream::Echo
                                       : BuildReport::Stream::Output;
+    m_hasError |= item && item->severity() >= Severity::Error;
     const Line received{line, stream, item && item->severity() >= Severity::Note ? item : nullptr};
     if (m_isAlone)
         tell(received);
@@ -95,6 +105,7 @@ void ReportingBuilder::tellPending()
 
 void ReportingBuilder::reportError(const QString &text)
 {
+    m_hasError = true;
     const BuildLogItem *item = m_lastItem.addedBy([&] { StudioBuilder::reportError(text); });
     m_report.diagnostic(place(), *item, false);
 }

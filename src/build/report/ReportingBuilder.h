@@ -73,6 +73,7 @@ private:
     QString m_output; // of the command that began last
     std::vector<Line> m_pending;
     bool m_isRunning = false; // a command, whose end wasn't told yet
+    bool m_hasError = false;  // it has told one
     bool m_isEchoing = false; // that command shows what it runs
     int m_commandCount = 0;
 };

@@ -196,6 +196,24 @@ TEST_F(JobScheduler, ProjectCommandsRunAroundTheJobs)
     EXPECT_EQ(started(), QStringList{u"before 1 2"_s});
 }
 
+TEST_F(JobScheduler, WhatFailsBehindAStepIsTriedAgain)
+{
+    loadTwoFiles("compile_post_build_command=\"behind $(InputFileName)\" post_build_command=\"after\"");
+    events.failing = {u"behind a.c"_s};
+    EXPECT_EQ(build(1), BuildResult::Failed);
+    EXPECT_EQ(build(1), BuildResult::Failed);
+    EXPECT_EQ(started(), (QStringList{u"compile a.c"_s, u"behind a.c"_s}));
+    events.failing = {u"after"_s};
+    EXPECT_EQ(build(2), BuildResult::Failed);
+    EXPECT_EQ(build(2), BuildResult::Failed);
+    EXPECT_EQ(started(), QStringList{u"after"_s});
+    events.failing.clear();
+    EXPECT_EQ(build(2), BuildResult::UpToDate);
+    EXPECT_EQ(started(), QStringList{u"after"_s});
+    EXPECT_EQ(build(2), BuildResult::UpToDate);
+    EXPECT_EQ(started(), QStringList());
+}
+
 TEST_F(JobScheduler, ProjectCommandsMayRunAlways)
 {
     loadTwoFiles("pre_build_command=\"before\" pre_build_command_control=\"Always Run\" "
