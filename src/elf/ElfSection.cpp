@@ -74,8 +74,8 @@ std::span<const quint8> ElfSection::data() const
             const quint32 size = cursor.readU32();
             cursor.skip(4);
             if (type != ELFCOMPRESS_ZLIB)
-                throw HException(
-                    u"section %1 is compressed in an unknown way (%2): %3"_s.arg(m_name).arg(type).arg(m_file.path()));
+                throw HException(u"section %1 is compressed in an unknown way (%2): %3"_s.arg(
+                    m_name, QString::number(type), m_file.path()));
             m_inflated = inflated(cursor, size, *this);
         }
     }

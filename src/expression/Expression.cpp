@@ -255,5 +255,5 @@ ExpressionValue AddressofLineExpression::evaluate() const
 
 QString AddressofLineExpression::toString() const
 {
-    return u"addressof(\"%1\",%2)"_s.arg(m_file).arg(m_line);
+    return u"addressof(\"%1\",%2)"_s.arg(m_file, QString::number(m_line));
 }

@@ -249,7 +249,7 @@ QString LinkerScript::section(const PlacedSection &load) const
     if (const std::optional<quint32> size = run.size ? run.size : load.size)
         text += u"  ASSERT(SIZEOF(%1) <= %2, \"%3\")\n"_s.arg(
             load.name, hex(*size),
-            load.place.error(u"section %1 is larger than its size of %2 bytes"_s.arg(load.name).arg(*size))
+            load.place.error(u"section %1 is larger than its size of %2 bytes"_s.arg(load.name, QString::number(*size)))
                 .replace(u'"', u'\''));
     text += sectionSymbols(load, run) + u'\n';
     if (isThreadZero) // GNU ld would give its place away again

@@ -289,7 +289,7 @@ QString ToolCommands::programStamp(const QString &program, const QString &direct
         const QString path =
             program.contains(u'/') ? absolutePath(directory, program) : QStandardPaths::findExecutable(program);
         const QFileInfo file(path);
-        stamp = u"%1 %2 %3"_s.arg(path).arg(file.lastModified().toMSecsSinceEpoch()).arg(file.size());
+        stamp = path + u" %1 %2"_s.arg(file.lastModified().toMSecsSinceEpoch()).arg(file.size());
     }
     return stamp;
 }

@@ -67,7 +67,7 @@ bool ReportingBuilder::pollCommand(const ProjectElement *element, const QString 
         if (hasFailed && !m_hasError) { // so that it is among the errors at the end
             const BuildLogItem *item = m_lastItem.addedBy([&] {
                 StudioBuilder::reportError(
-                    QStringLiteral("%1 failed with exit status %2").arg(m_title).arg(exitStatus()));
+                    QStringLiteral("%1 failed with exit status %2").arg(m_title, QString::number(exitStatus())));
             });
             m_report.diagnostic(place(), *item, true);
         }

@@ -81,7 +81,7 @@ void TextReport::stepCounted()
 void TextReport::stepBegan(const BuildPlace &place, const QString &title)
 {
     const int steps = qMax(m_steps, m_stepsDone); // an external build has none that are known
-    QString line = steps ? u"[%1/%2] %3"_s.arg(m_stepsDone).arg(steps).arg(title) : title;
+    QString line = steps ? u"[%1/%2] "_s.arg(m_stepsDone).arg(steps) + title : title;
     if (const QString project = place.project(); !project.isEmpty() && !title.contains(project))
         line += u" ("_s + project + u')';
     if (m_error.isTerminal() && m_options.detail != Detail::All)

@@ -8,9 +8,8 @@ using namespace Qt::StringLiterals;
 TypeDescriptionFile::TypeDescriptionFile(const QString &path)
 {
     if (!m_document.parseFile(path))
-        throw HException(u"%1 : line %2: %3"_s.arg(path)
-                             .arg(m_document.errorLine() + 1)
-                             .arg(QString::fromUtf8(m_document.errorText())));
+        throw HException(u"%1 : line %2: %3"_s.arg(path, QString::number(m_document.errorLine() + 1),
+                                                   QString::fromUtf8(m_document.errorText())));
     if (!m_document.root())
         throw HException(path + u" has no type descriptions"_s);
 }

@@ -99,7 +99,8 @@ void writeAddresses(Results &results, SourceAddressMap &map, const SourceLine &a
         QStringList texts;
         for (const quint32 address : addresses)
             texts += addressText(address);
-        results.line(u"%1:%2 %3"_s.arg(path).arg(asked.line).arg(texts.isEmpty() ? u"??"_s : texts.join(u' ')));
+        results.line(
+            u"%1:%2 %3"_s.arg(path, QString::number(asked.line), texts.isEmpty() ? u"??"_s : texts.join(u' ')));
         return;
     }
     JsonWriter &json = results.json;

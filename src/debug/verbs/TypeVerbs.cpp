@@ -148,7 +148,7 @@ void writeType(Results &results, DwarfFile &file, const QString &query)
     const auto members = types.members(type);
     const auto enumerators = types.enumerators(type);
     if (!results.isJson()) {
-        results.line(u"%1 %2, %3 %4"_s.arg(kind, name).arg(size).arg(size == 1 ? u"byte"_s : u"bytes"_s));
+        results.line(u"%1 %2, %3 %4"_s.arg(kind, name, QString::number(size), size == 1 ? u"byte"_s : u"bytes"_s));
         listMembers(results, types, members, 0);
         for (const TypeEnumerator &enumerator : enumerators)
             results.line(u"%1  %2"_s
@@ -185,9 +185,9 @@ void writeVariables(Results &results, DwarfTypes &types, const char *title,
         const ByteCursor program(location.expression, variable.unit()->file().bigEndian());
         const QString expression = QString::fromLatin1(dwarfExpressionText(program, variable.unit()->format()));
         if (!results.isJson()) {
-            results.line(u"    %1 %2, %3 bytes, %4%5"_s.arg(types.typeName(type), variable.name())
-                             .arg(types.sizeOf(type))
-                             .arg(kind, expression.isEmpty() ? QString() : u": "_s + expression));
+            results.line(u"    %1 %2, %3 bytes, %4%5"_s.arg(types.typeName(type), variable.name(),
+                                                            QString::number(types.sizeOf(type)), kind,
+                                                            expression.isEmpty() ? QString() : u": "_s + expression));
             continue;
         }
         json.beginObject();

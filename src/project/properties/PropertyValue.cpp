@@ -15,7 +15,7 @@ void PropertyValue::setValue(int number)
         const QStringList entries = m_class->enumerates();
         if (number < 0 || number >= entries.size()) {
             warn("PropertyValue::setValue(int): Setting an enumeration to a value which isn't in its enumerates");
-            warn(qPrintable(QStringLiteral("--- setting %1 to %2").arg(m_class->name).arg(number)));
+            warn(qPrintable(QStringLiteral("--- setting %1 to %2").arg(m_class->name, QString::number(number))));
         }
         setValue(entries.value(number, QStringLiteral("")));
         return;

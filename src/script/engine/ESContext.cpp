@@ -489,7 +489,7 @@ QString ESContext::place() const
     for (const ESFrame *frame = m_frame; frame > m_frames; --frame) {
         const ESSource *source = frame->program ? frame->program->code->source.get() : nullptr;
         if (source)
-            return u"%1:%2\n%3"_s.arg(source->fileName).arg(frame->line()).arg(source->line(frame->line()));
+            return u"%1:%2\n%3"_s.arg(source->fileName, QString::number(frame->line()), source->line(frame->line()));
     }
     return {};
 }

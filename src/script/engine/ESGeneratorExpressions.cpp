@@ -257,8 +257,8 @@ void ESGenerator::call(ESNode *node, bool needed)
     if (!isCall) {
         const QString file =
             m_code.source && !m_code.source->fileName.isEmpty() ? m_code.source->fileName : u"script"_s;
-        m_warnings +=
-            u"%1:%2: warning: only names and members can be called; this makes no call"_s.arg(file).arg(node->line);
+        m_warnings += u"%1:%2: warning: only names and members can be called; this makes no call"_s.arg(
+            file, QString::number(node->line));
         return expression(callee, needed);
     }
     if (callee->kind == tokIdentifier) {

@@ -60,7 +60,7 @@ FileDescriptor connectWithin(quint16 port, const QString &host, quint32 timeoutS
 {
     const QDeadlineTimer deadline(timeoutSeconds == HClientSocketLink::onlyOnce ? 0 : qint64(timeoutSeconds) * 1000);
     for (;;) {
-        QString error = u"unable to connect to %1:%2"_s.arg(host).arg(port);
+        QString error = u"unable to connect to %1:%2"_s.arg(host, QString::number(port));
         try {
             if (FileDescriptor socket = connectOnce(host.toUtf8(), QByteArray::number(port)); socket.isOpen())
                 return socket;

@@ -11,7 +11,7 @@ namespace {
 
 HException errorAt(const QString &path, quint32 line, const QString &message)
 {
-    return HException(u"%1:%2: %3"_s.arg(path).arg(line + 1).arg(message));
+    return HException(u"%1:%2: %3"_s.arg(path, QString::number(line + 1), message));
 }
 
 bool isBlank(const XMLNode &node)
