@@ -27,8 +27,7 @@ struct BuildEngine::Record
     CommandRecord commands;
     const ProjectElement *project = nullptr;
     QString configuration, directory;
-    std::vector<FileTimes::Id> ids;    // of commands.paths(), as far as it goes
-    std::vector<FileTimes::Id> answer; // of the last question
+    std::vector<FileTimes::Id> ids; // of commands.paths(), as far as it goes
 };
 
 BuildEngine::BuildEngine(StandardProjectSystem &system, ToolCommands &tools, BuildState &state, ProcessPoller *poller)
@@ -296,8 +295,7 @@ CommandRecord &BuildEngine::record(const ProjectElement *element, const QString 
     return recordOf(element, configuration).commands;
 }
 
-std::span<const FileTimes::Id> BuildEngine::dependencyIds(const ProjectElement *element, const QString &configuration,
-                                                          const CommandRecord::Entry &entry)
+std::span<const FileTimes::Id> BuildEngine::recordedIds(const ProjectElement *element, const QString &configuration)
 {
     Record &record = recordOf(element, configuration);
     const QStringList &paths = record.commands.paths();
@@ -307,10 +305,7 @@ std::span<const FileTimes::Id> BuildEngine::dependencyIds(const ProjectElement *
     }
     for (qsizetype index = qsizetype(record.ids.size()); index < paths.size(); ++index)
         record.ids.push_back(m_times.id(::absolutePath(record.directory, paths[index])));
-    record.answer.clear();
-    for (const quint32 index : entry.dependencies)
-        record.answer.push_back(record.ids[index]);
-    return record.answer;
+    return record.ids;
 }
 
 void BuildEngine::saveRecords()

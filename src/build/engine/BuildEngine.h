@@ -95,9 +95,8 @@ public:
     ProcessPoller *poller() { return m_poller; }
     // Of the project around the element.
     CommandRecord &record(const ProjectElement *element, const QString &configuration);
-    // Where the paths of an entry of the record are in times().
-    std::span<const FileTimes::Id> dependencyIds(const ProjectElement *element, const QString &configuration,
-                                                 const CommandRecord::Entry &entry);
+    // Where the record's paths() are in times().
+    std::span<const FileTimes::Id> recordedIds(const ProjectElement *element, const QString &configuration);
     // What a node is, kept while nothing changes.
     struct NodeFacts
     {

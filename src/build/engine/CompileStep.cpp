@@ -265,8 +265,9 @@ bool ElementBuild::isCompileUpToDate(ToolKind kind, const CompilePlan &plan)
                                m_tools.readDependencies(m_element, m_configuration, plan.target));
         known = record.entry(plan.absoluteTarget);
     }
-    for (const FileTimes::Id dependency : m_engine.dependencyIds(m_element, m_configuration, known)) {
-        if (!test.inputOlder(dependency, times.path(dependency)))
+    const std::span<const FileTimes::Id> ids = m_engine.recordedIds(m_element, m_configuration);
+    for (const quint32 dependency : known.dependencies) {
+        if (!test.inputOlder(ids[dependency], times.path(ids[dependency])))
             return false;
     }
     return test.optionsUpToDate(m_element, m_configuration, kind, plan.hasOptionFiles) &&

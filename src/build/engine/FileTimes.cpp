@@ -39,15 +39,11 @@ void FileTimes::reserve(qsizetype count)
     m_files.reserve(m_files.size() + size_t(count));
 }
 
-FileStamp FileTimes::stamp(Id id)
+void FileTimes::ask(File &file)
 {
-    File &file = m_files[id];
-    if (!file.isKnown) {
-        file.stamp = ask(file.path);
-        file.isKnown = true;
-        file.isWritten |= file.stamp.time > m_began && file.stamp.time <= now();
-    }
-    return file.stamp;
+    file.stamp = ask(file.path);
+    file.isKnown = true;
+    file.isWritten |= file.stamp.time > m_began && file.stamp.time <= now();
 }
 
 // AT_FDCWD when the directory can't be opened.

@@ -20,7 +20,12 @@ public:
     const QString &path(Id id) const { return m_files[id].path; }
     void reserve(qsizetype count); // for that many more ids
     // Time 0: no such file.
-    FileStamp stamp(Id id);
+    FileStamp stamp(Id id)
+    {
+        if (!m_files[id].isKnown)
+            ask(m_files[id]);
+        return m_files[id].stamp;
+    }
     FileStamp stamp(const QString &path) { return stamp(id(path)); }
     bool exists(const QString &path) { return stamp(path).time != 0; }
 
@@ -47,6 +52,7 @@ private:
         bool isWritten = false;
     };
 
+    void ask(File &file);
     FileStamp ask(const QString &path);
     int directory(QStringView path);
 

@@ -51,6 +51,7 @@ private:
     std::span<Builder *const> m_builders;
     Idler &m_idler;
     std::vector<std::unique_ptr<BuildThread>> m_slots;
+    QList<Builder *> m_busy;
     bool m_total = false;
     std::map<ProjectKey, bool> m_ran;  // whether a job of the project, whose end is to come, did something
     std::set<ProjectKey> m_passedOver; // projects whose pre-build command failed
@@ -99,12 +100,12 @@ void JobScheduler::runJob(const BuildJob &job)
 {
     bool isPlaced = job.isBarrier();
     while (m_state.goesOn()) {
-        QList<Builder *> busy;
+        m_busy.clear();
         for (const auto &thread : m_slots) {
             if (thread)
-                busy += &thread->builder();
+                m_busy += &thread->builder();
         }
-        m_idler.idleBusy(int(busy.size()), busy);
+        m_idler.idleBusy(int(m_busy.size()), m_busy);
         m_engine.takeInterrupts();
         const size_t slot = freeSlot();
         if (!isPlaced && slot < m_slots.size()) {
