@@ -60,6 +60,10 @@ BuildResult BuildEngine::buildProject(const ProjectElement *element, const QStri
     m_compileTemplates->clear();
     for (Builder *builder : builders)
         builder->reset();
+    if (!(flags & (BuildFlag::force | BuildFlag::remove)) && element->type() != ProjectElement::Type::File) {
+        noteRecorded(element, configuration); // nearly all of it will be looked at again
+        m_times.askAhead();
+    }
     const bool didSomething = buildJobs(element, configuration, builders, idler, flags, followDependencies, batch);
     saveRecords();
     m_facts.clear();
@@ -306,6 +310,16 @@ std::span<const FileTimes::Id> BuildEngine::recordedIds(const ProjectElement *el
     for (qsizetype index = qsizetype(record.ids.size()); index < paths.size(); ++index)
         record.ids.push_back(m_times.id(::absolutePath(record.directory, paths[index])));
     return record.ids;
+}
+
+void BuildEngine::noteRecorded(const ProjectElement *element, const QString &configuration)
+{
+    using Type = ProjectElement::Type;
+    if (element->type() == Type::Project)
+        recordedIds(element, configuration);
+    else if (element->type() == Type::Solution || element->type() == Type::Folder)
+        for (const ProjectElement *child = element->firstElement(); child; child = child->nextElement())
+            noteRecorded(child, configuration);
 }
 
 void BuildEngine::saveRecords()

@@ -23,8 +23,9 @@ class ToolCommands;
 enum class BuildResult { UpToDate = 0, Complete = 1, Failed = 2, Terminated = 3 };
 
 // Builds a loaded solution: lists the jobs in the order of dependencies, decides node by node what is out of date,
-// and has the builders run the tools, as many at a time as there are builders. All on the caller's thread; the idler
-// is told what goes on. A second build while one is under way is refused.
+// and has the builders run the tools, as many at a time as there are builders. All on the caller's thread, but for
+// times of files that are asked for ahead; the idler is told what goes on. A second build while one is under way is
+// refused.
 //
 //     BuildState state;
 //     MyToolCommands tools(system, state);
@@ -97,6 +98,8 @@ public:
     CommandRecord &record(const ProjectElement *element, const QString &configuration);
     // Where the record's paths() are in times().
     std::span<const FileTimes::Id> recordedIds(const ProjectElement *element, const QString &configuration);
+    // Registers in times() what the last builds of the projects below knew of.
+    void noteRecorded(const ProjectElement *element, const QString &configuration);
     // What a node is, kept while nothing changes.
     struct NodeFacts
     {

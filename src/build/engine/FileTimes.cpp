@@ -6,6 +6,7 @@
 #include <ctime>
 #include <fcntl.h>
 #include <sys/stat.h>
+#include <system_error>
 #include <unistd.h>
 
 namespace {
@@ -39,11 +40,28 @@ void FileTimes::reserve(qsizetype count)
     m_files.reserve(m_files.size() + size_t(count));
 }
 
-void FileTimes::ask(File &file)
+void FileTimes::askFor(Id id)
 {
-    file.stamp = ask(file.path);
+    File &file = m_files[id];
+    const auto ahead = m_ahead ? m_ahead->take(id) : std::nullopt;
+    file.stamp = ahead ? *ahead : ask(file.path);
     file.isKnown = true;
     file.isWritten |= file.stamp.time > m_began && file.stamp.time <= now();
+}
+
+void FileTimes::askAhead()
+{
+    constexpr size_t worthAThread = 500;
+    if (m_files.size() < worthAThread || std::thread::hardware_concurrency() < 2)
+        return;
+    std::vector<QString> paths;
+    paths.reserve(m_files.size());
+    for (const File &file : m_files)
+        paths.push_back(file.path);
+    try {
+        m_ahead = std::make_unique<StampsAhead>(std::move(paths));
+    } catch (const std::system_error &) { // no thread: each is asked for when it is wanted
+    }
 }
 
 // AT_FDCWD when the directory can't be opened.
@@ -85,19 +103,18 @@ FileStamp FileTimes::ask(const QString &path)
     } else {
         result = ::stat(QFile::encodeName(path).constData(), &status);
     }
-    if (result != 0)
-        return {};
-    const qint64 time = status.st_mtim.tv_sec * nanoseconds + status.st_mtim.tv_nsec;
-    return {time ? time : 1, status.st_size}; // the first instant of 1970 is a time too
+    return result == 0 ? stampOf(status) : FileStamp{};
 }
 
 void FileTimes::forget(const QString &path)
 {
+    m_ahead.reset();
     m_files[id(path)].isKnown = false;
 }
 
 void FileTimes::forgetAll()
 {
+    m_ahead.reset();
     m_directories.clear(); // one may have been replaced
     for (File &file : m_files)
         file.isKnown = false;
@@ -105,6 +122,7 @@ void FileTimes::forgetAll()
 
 void FileTimes::setWritten(const QString &path)
 {
+    m_ahead.reset();
     File &file = m_files[id(path)];
     file.isKnown = false;
     file.isWritten = true;
@@ -112,6 +130,7 @@ void FileTimes::setWritten(const QString &path)
 
 void FileTimes::clear()
 {
+    m_ahead.reset();
     m_directories.clear();
     m_ids.clear();
     m_files.clear();

@@ -2,8 +2,10 @@
 
 #include "base/FileDescriptor.h"
 #include "build/commands/CommandRecord.h"
+#include "build/engine/StampsAhead.h"
 
 #include <QHash>
+#include <memory>
 #include <vector>
 
 // Times of files, each asked of the system once in a build. What a build writes is forgotten and so asked again.
@@ -23,11 +25,15 @@ public:
     FileStamp stamp(Id id)
     {
         if (!m_files[id].isKnown)
-            ask(m_files[id]);
+            askFor(id);
         return m_files[id].stamp;
     }
     FileStamp stamp(const QString &path) { return stamp(id(path)); }
     bool exists(const QString &path) { return stamp(path).time != 0; }
+
+    // Begins to ask for all files that have an id, beside the caller. What was asked so counts only until something is
+    // forgotten or written: what ran may have changed more than it is known for.
+    void askAhead();
 
     void forget(const QString &path); // it was deleted or may have changed
     void forgetAll();
@@ -52,7 +58,7 @@ private:
         bool isWritten = false;
     };
 
-    void ask(File &file);
+    void askFor(Id id);
     FileStamp ask(const QString &path);
     int directory(QStringView path);
 
@@ -66,6 +72,7 @@ private:
     size_t m_nextDirectory = 0; // the one to be replaced
     QHash<QString, Id> m_ids;
     std::vector<File> m_files;
+    std::unique_ptr<StampsAhead> m_ahead; // of the first files, by their ids
     qint64 m_now = 0;
     qint64 m_began = 0;
 };
