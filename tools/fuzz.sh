@@ -3,6 +3,7 @@
 #
 #   tools/fuzz.sh SECONDS [TARGET...]     TARGET without _fuzz; default: all
 #
+# FUZZ_SEED=N tries the same inputs each time; without it they are others each time.
 # What a target finds is left in build/fuzz/findings; new inputs go to build/fuzz/corpus, not into the tree.
 set -euo pipefail
 cd "$(dirname "$0")/.."
@@ -18,7 +19,7 @@ export ASAN_OPTIONS=allocator_may_return_null=1 QT_ENABLE_REGEXP_JIT=0
 for target in "${targets[@]}"; do
     mkdir -p "build/fuzz/corpus/$target" "fuzz/corpus/$target"
     log=build/fuzz/findings/$target.log
-    if ! "build/fuzz/fuzz/${target}_fuzz" -max_total_time="$seconds" -timeout=20 -rss_limit_mb=2048 -verbosity=1 \
+    if ! "build/fuzz/fuzz/${target}_fuzz" -max_total_time="$seconds" -seed="${FUZZ_SEED:-0}" -timeout=20 -rss_limit_mb=2048 -verbosity=1 \
         -artifact_prefix="build/fuzz/findings/$target-" \
         "build/fuzz/corpus/$target" "fuzz/corpus/$target" >"$log" 2>&1; then
         tail -n 40 "$log"

@@ -21,7 +21,8 @@ quint32 hashOf(QByteArrayView name)
         hash ^= hash >> 32;
     }
     quint64 word = 0;
-    std::memcpy(&word, p, size_t(left));
+    if (left) // an empty name may have no place
+        std::memcpy(&word, p, size_t(left));
     hash = (hash ^ word) * factor;
     return quint32(hash >> 32);
 }
