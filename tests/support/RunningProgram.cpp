@@ -6,6 +6,7 @@
 #include <poll.h>
 #include <pty.h>
 #include <sys/wait.h>
+#include <termios.h>
 #include <unistd.h>
 #include <vector>
 
@@ -75,6 +76,15 @@ bool RunningProgram::waitFor(const QByteArray &text)
 void RunningProgram::type(const QByteArray &text)
 {
     EXPECT_EQ(write(m_output, text.constData(), size_t(text.size())), text.size());
+}
+
+void RunningProgram::waitForEditor()
+{
+    termios state = {};
+    const QDeadlineTimer deadline(patienceMs);
+    while ((tcgetattr(m_output, &state) != 0 || state.c_lflag & ICANON) && !deadline.hasExpired())
+        poll(nullptr, 0, 5);
+    EXPECT_FALSE(state.c_lflag & ICANON);
 }
 
 void RunningProgram::interrupt()

@@ -20,6 +20,8 @@ public:
     // what came instead, when the program ends or says nothing for long.
     bool waitFor(const QByteArray &text);
     void type(const QByteArray &text);
+    // Until a line editor has the terminal: what is typed before is echoed as well, but isn't in its line yet.
+    void waitForEditor();
     void interrupt(); // SIGINT
     // Reads on until the program ends and gives its exit status; -1 when a signal ended it, also ours after long.
     int end();

@@ -189,6 +189,7 @@ TEST(VnScriptForth, EditsLinesOnATerminal)
     ASSERT_TRUE(console.waitFor("\n>"));
     console.type("7 . ; X\n");
     ASSERT_TRUE(console.waitFor(" 7  OK"));
+    console.waitForEditor();
     console.type("8 .");
     ASSERT_TRUE(console.waitFor("8 ."));
     console.interrupt(); // drops the line and nothing else

@@ -173,6 +173,7 @@ TEST(vnScript, ConsoleEditsContinuesAndSurvivesInterrupts)
     console.interrupt();
     ASSERT_TRUE(console.waitFor("interrupted\r\n"));
     ASSERT_TRUE(console.waitFor("> "));
+    console.waitForEditor();
     console.type("{ half a");
     ASSERT_TRUE(console.waitFor("half a"));
     console.interrupt();
