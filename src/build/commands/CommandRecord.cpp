@@ -4,6 +4,7 @@
 
 #include <QDir>
 #include <QFileInfo>
+#include <algorithm>
 #include <cstdio>
 
 using namespace Qt::StringLiterals;
@@ -211,21 +212,26 @@ QByteArray CommandRecord::toBytes() const
         return newIndex[path];
     };
     size_t size = 0;
-    for (const Output &output : m_outputs)
+    std::vector<const Output *> inOrder; // in which they were first noted: the next build asks for them so
+    inOrder.reserve(size_t(m_outputs.size()));
+    for (const Output &output : m_outputs) {
         size += outputBytes + 4 * output.dependencyCount;
+        inOrder.push_back(&output);
+    }
+    std::sort(inOrder.begin(), inOrder.end(), [](auto *a, auto *b) { return a->path < b->path; });
     QByteArray outputs(qsizetype(size), Qt::Uninitialized);
     char *at = outputs.data();
     const auto put = [&at](auto value) {
         qToLittleEndian(value, at);
         at += sizeof value;
     };
-    for (const Output &output : m_outputs) {
-        put(indexOf(output.path));
-        put(output.command);
-        put(output.stamp.time);
-        put(output.stamp.size);
-        put(output.dependencyCount);
-        for (const quint32 dependency : dependenciesOf(output))
+    for (const Output *output : inOrder) {
+        put(indexOf(output->path));
+        put(output->command);
+        put(output->stamp.time);
+        put(output->stamp.size);
+        put(output->dependencyCount);
+        for (const quint32 dependency : dependenciesOf(*output))
             put(indexOf(dependency));
     }
     QByteArray bytes;

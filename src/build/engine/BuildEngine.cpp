@@ -52,22 +52,15 @@ BuildResult BuildEngine::buildProject(const ProjectElement *element, const QStri
     m_interrupts = 0;
     m_failedProjects.clear();
     m_listed.clear();
-    SolutionLock lock(m_system.solution()->filePath());
-    if (m_runsTools && (flags & BuildFlag::remove || !(flags & BuildFlag::noRun)))
-        waitForOtherBuild(lock, *builders[0], idler);
-    m_times.clear();
-    m_tools.refresh();
-    m_compileTemplates->clear();
+    for (bool isTold = false; !m_lock && m_state.goesOn() && !begin(element, configuration, flags); isTold = true)
+        waitForOtherBuild(isTold, *builders[0], idler);
     for (Builder *builder : builders)
         builder->reset();
-    if (!(flags & (BuildFlag::force | BuildFlag::remove)) && element->type() != ProjectElement::Type::File) {
-        noteRecorded(element, configuration); // nearly all of it will be looked at again
-        m_times.askAhead();
-    }
     const bool didSomething = buildJobs(element, configuration, builders, idler, flags, followDependencies, batch);
     saveRecords();
     m_facts.clear();
     m_times.clear();
+    m_lock.reset();
     m_isBuilding = false;
     if (m_state.stop)
         return BuildResult::Terminated;
@@ -76,16 +69,31 @@ BuildResult BuildEngine::buildProject(const ProjectElement *element, const QStri
     return didSomething ? BuildResult::Complete : BuildResult::UpToDate;
 }
 
-void BuildEngine::waitForOtherBuild(SolutionLock &lock, Builder &builder, Idler &idler)
+bool BuildEngine::begin(const ProjectElement *element, const QString &configuration, BuildFlags flags)
+{
+    auto lock = std::make_unique<SolutionLock>(m_system.solution()->filePath());
+    const bool writes = m_runsTools && (flags & BuildFlag::remove || !(flags & BuildFlag::noRun));
+    if (writes && !lock->take())
+        return false;
+    m_lock = std::move(lock);
+    m_times.clear();
+    m_tools.refresh();
+    m_compileTemplates->clear();
+    if (!(flags & (BuildFlag::force | BuildFlag::remove)) && element->type() != ProjectElement::Type::File) {
+        noteRecorded(element, configuration); // nearly all of it will be looked at again
+        m_times.askAhead();
+    }
+    return true;
+}
+
+void BuildEngine::waitForOtherBuild(bool isTold, Builder &builder, Idler &idler)
 {
     constexpr int pauseMicroseconds = 20'000;
-    for (bool isTold = false; m_state.goesOn() && !lock.take(); isTold = true) {
-        if (!isTold)
-            builder.reportInfo("Waiting for another build of "_L1 + m_system.solution()->filePath());
-        idler.idle(0);
-        ::usleep(pauseMicroseconds);
-        takeInterrupts();
-    }
+    if (!isTold)
+        builder.reportInfo("Waiting for another build of "_L1 + m_system.solution()->filePath());
+    idler.idle(0);
+    ::usleep(pauseMicroseconds);
+    takeInterrupts();
 }
 
 bool BuildEngine::buildJobs(const ProjectElement *element, const QString &configuration,

@@ -46,6 +46,9 @@ public:
     BuildEngine &operator=(const BuildEngine &) = delete;
     virtual ~BuildEngine();
 
+    // Begins a build ahead of buildProject(), for a caller that has to prepare something: reads what earlier builds
+    // noted, and asks for the times of those files meanwhile. False while another program builds the solution.
+    bool begin(const ProjectElement *element, const QString &configuration, BuildFlags flags);
     // Builds a solution, project, folder or file. With batch a project's own list of configurations takes the place
     // of the one given.
     BuildResult buildProject(const ProjectElement *element, const QString &configuration,
@@ -151,7 +154,7 @@ private:
     void anythingWritten(); // by a command
     bool addDependencyJobs(const ProjectElement *project, const QString &configuration, BuildFlags flags,
                            Builder &builder, Idler &idler, bool single, BuildJobs &jobs);
-    void waitForOtherBuild(SolutionLock &lock, Builder &builder, Idler &idler);
+    void waitForOtherBuild(bool isTold, Builder &builder, Idler &idler);
     bool buildJobs(const ProjectElement *element, const QString &configuration, std::span<Builder *const> builders,
                    Idler &idler, BuildFlags flags, bool followDependencies, bool batch);
     void runProjectCommand(const QString &command, const QString &directory, const QString &title,
@@ -172,6 +175,7 @@ private:
     BuildFlags m_factsFlags = 0;
     quint64 m_factsChanges = 0;
     std::unique_ptr<CompileTemplates> m_compileTemplates;
+    std::unique_ptr<SolutionLock> m_lock; // from begin() to the end of the build
     int m_listDepth = 0; // of dependencies
     bool m_isBuilding = false;
     bool m_runsTools = true;

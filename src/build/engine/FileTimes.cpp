@@ -1,18 +1,13 @@
 #include "build/engine/FileTimes.h"
 
-#include <QFile>
 #include <algorithm>
-#include <climits>
 #include <ctime>
-#include <fcntl.h>
-#include <sys/stat.h>
 #include <system_error>
 #include <unistd.h>
 
 namespace {
 
 constexpr qint64 nanoseconds = 1'000'000'000;
-constexpr size_t mostDirectories = 8; // kept open
 
 qint64 clockTime(clockid_t clock)
 {
@@ -44,7 +39,7 @@ void FileTimes::askFor(Id id)
 {
     File &file = m_files[id];
     const auto ahead = m_ahead ? m_ahead->take(id) : std::nullopt;
-    file.stamp = ahead ? *ahead : ask(file.path);
+    file.stamp = ahead ? *ahead : m_reader.read(file.path);
     file.isKnown = true;
     file.isWritten |= file.stamp.time > m_began && file.stamp.time <= now();
 }
@@ -54,7 +49,7 @@ void FileTimes::askAhead()
     constexpr size_t worthAThread = 500;
     if (m_files.size() < worthAThread || std::thread::hardware_concurrency() < 2)
         return;
-    std::vector<QString> paths;
+    std::vector<QStringView> paths;
     paths.reserve(m_files.size());
     for (const File &file : m_files)
         paths.push_back(file.path);
@@ -62,48 +57,6 @@ void FileTimes::askAhead()
         m_ahead = std::make_unique<StampsAhead>(std::move(paths));
     } catch (const std::system_error &) { // no thread: each is asked for when it is wanted
     }
-}
-
-// AT_FDCWD when the directory can't be opened.
-int FileTimes::directory(QStringView path)
-{
-    for (const Directory &known : m_directories) {
-        if (known.path == path)
-            return known.descriptor.number();
-    }
-    FileDescriptor opened(::open(QFile::encodeName(path.toString()).constData(), O_PATH | O_DIRECTORY | O_CLOEXEC));
-    if (!opened.isOpen())
-        return AT_FDCWD;
-    const int number = opened.number();
-    if (m_directories.size() < mostDirectories) {
-        m_directories.push_back({path.toString(), std::move(opened)});
-    } else {
-        m_directories[m_nextDirectory] = {path.toString(), std::move(opened)};
-        m_nextDirectory = (m_nextDirectory + 1) % mostDirectories;
-    }
-    return number;
-}
-
-FileStamp FileTimes::ask(const QString &path)
-{
-    const QStringView whole = path;
-    const qsizetype slash = path.lastIndexOf(u'/');
-    const int from = directory(whole.first(std::max<qsizetype>(slash, 0)));
-    const QStringView name = from == AT_FDCWD ? whole : whole.sliced(slash + 1);
-    // Nearly all names are ASCII.
-    char ascii[PATH_MAX];
-    const bool isAscii = name.size() < PATH_MAX && !name.isEmpty() &&
-                         std::all_of(name.begin(), name.end(), [](QChar c) { return c.unicode() - 1u < 0x7F; });
-    struct stat status;
-    int result;
-    if (isAscii) {
-        std::transform(name.begin(), name.end(), ascii, [](QChar c) { return char(c.unicode()); });
-        ascii[name.size()] = 0;
-        result = ::fstatat(from, ascii, &status, 0);
-    } else {
-        result = ::stat(QFile::encodeName(path).constData(), &status);
-    }
-    return result == 0 ? stampOf(status) : FileStamp{};
 }
 
 void FileTimes::forget(const QString &path)
@@ -115,7 +68,7 @@ void FileTimes::forget(const QString &path)
 void FileTimes::forgetAll()
 {
     m_ahead.reset();
-    m_directories.clear(); // one may have been replaced
+    m_reader.clear();
     for (File &file : m_files)
         file.isKnown = false;
 }
@@ -131,7 +84,7 @@ void FileTimes::setWritten(const QString &path)
 void FileTimes::clear()
 {
     m_ahead.reset();
-    m_directories.clear();
+    m_reader.clear();
     m_ids.clear();
     m_files.clear();
     m_now = 0;

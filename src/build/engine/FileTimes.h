@@ -1,7 +1,6 @@
 #pragma once
 
-#include "base/FileDescriptor.h"
-#include "build/commands/CommandRecord.h"
+#include "build/engine/StampReader.h"
 #include "build/engine/StampsAhead.h"
 
 #include <QHash>
@@ -59,17 +58,8 @@ private:
     };
 
     void askFor(Id id);
-    FileStamp ask(const QString &path);
-    int directory(QStringView path);
 
-    // Thousands of files lie in a few directories; a file is reached faster from its own than from the root.
-    struct Directory
-    {
-        QString path;
-        FileDescriptor descriptor;
-    };
-    std::vector<Directory> m_directories;
-    size_t m_nextDirectory = 0; // the one to be replaced
+    StampReader m_reader;
     QHash<QString, Id> m_ids;
     std::vector<File> m_files;
     std::unique_ptr<StampsAhead> m_ahead; // of the first files, by their ids

@@ -1,19 +1,11 @@
 #include "build/engine/StampsAhead.h"
 
-#include <QFile>
-#include <sys/stat.h>
+#include "build/engine/StampReader.h"
 
-FileStamp stampOf(const struct stat &status)
-{
-    constexpr qint64 nanoseconds = 1'000'000'000;
-    const qint64 time = status.st_mtim.tv_sec * nanoseconds + status.st_mtim.tv_nsec;
-    return {time ? time : 1, status.st_size}; // the first instant of 1970 is a time too
-}
-
-StampsAhead::StampsAhead(std::vector<QString> paths) : m_files(paths.size())
+StampsAhead::StampsAhead(const std::vector<QStringView> &paths) : m_files(paths.size())
 {
     for (size_t i = 0; i < paths.size(); ++i)
-        m_files[i].path = std::move(paths[i]);
+        m_files[i].path = paths[i];
     m_thread = std::thread([this] { ask(); });
 }
 
@@ -25,15 +17,14 @@ StampsAhead::~StampsAhead()
 
 void StampsAhead::ask()
 {
+    StampReader reader;
     for (File &file : m_files) {
         if (m_isStopped)
             return;
         State expected = Open;
         if (!file.state.compare_exchange_strong(expected, Claimed))
             continue;
-        struct stat status;
-        if (::stat(QFile::encodeName(file.path).constData(), &status) == 0)
-            file.stamp = stampOf(status);
+        file.stamp = reader.read(file.path);
         file.state.store(Known, std::memory_order_release);
     }
 }

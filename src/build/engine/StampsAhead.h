@@ -2,22 +2,19 @@
 
 #include "build/commands/CommandRecord.h"
 
-#include <QString>
 #include <atomic>
 #include <optional>
 #include <thread>
 #include <vector>
-
-struct stat;
-FileStamp stampOf(const struct stat &status);
 
 // Stamps of files that will be wanted, asked for by a second thread while the first has other things to do. Whoever
 // comes to a file first asks for it; nobody waits.
 class StampsAhead
 {
 public:
-    explicit StampsAhead(std::vector<QString> paths); // absolute; std::system_error when there is no thread to be had
-    ~StampsAhead();                                   // ends the thread
+    // The paths, absolute, outlive this. Throws std::system_error when there is no thread to be had.
+    explicit StampsAhead(const std::vector<QStringView> &paths);
+    ~StampsAhead(); // ends the thread
     StampsAhead(const StampsAhead &) = delete;
     StampsAhead &operator=(const StampsAhead &) = delete;
 
@@ -28,7 +25,7 @@ private:
     enum State : quint8 { Open, Claimed, Known };
     struct File
     {
-        QString path;
+        QStringView path;
         FileStamp stamp = {};
         std::atomic<State> state = Open;
     };

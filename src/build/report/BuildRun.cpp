@@ -60,6 +60,7 @@ BuildOutcome runBuild(LoadedSolution &loaded, const BuildRequest &request, Build
     StandardToolCommands tools(loaded.system(), state);
     ProcessPoller poller;
     BuildEngine engine(loaded.system(), tools, state, &poller);
+    engine.begin(request.element, request.configuration, request.flags); // or it waits for another build, later
     BuildLog log;
     log.setKeepsTranscript(false);
     LastItem lastItem(log);
