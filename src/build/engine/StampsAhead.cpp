@@ -2,11 +2,29 @@
 
 #include "build/engine/StampReader.h"
 
+#include <pthread.h>
+#include <sched.h>
+
+// The scheduler leaves a new thread on the processor of its maker, behind it, and looks for another one at its next
+// tick, which may come when all is done.
+static void moveToOtherProcessor(std::thread &thread)
+{
+    cpu_set_t all;
+    if (::sched_getaffinity(0, sizeof all, &all) != 0)
+        return;
+    cpu_set_t others = all;
+    CPU_CLR(::sched_getcpu(), &others);
+    if (CPU_COUNT(&others) == 0 || ::pthread_setaffinity_np(thread.native_handle(), sizeof others, &others) != 0)
+        return;
+    ::pthread_setaffinity_np(thread.native_handle(), sizeof all, &all); // it stays there, but need not
+}
+
 StampsAhead::StampsAhead(const std::vector<QStringView> &paths) : m_files(paths.size())
 {
     for (size_t i = 0; i < paths.size(); ++i)
         m_files[i].path = paths[i];
     m_thread = std::thread([this] { ask(); });
+    moveToOtherProcessor(m_thread);
 }
 
 StampsAhead::~StampsAhead()
