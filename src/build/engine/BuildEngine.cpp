@@ -358,7 +358,17 @@ void BuildEngine::outputMade(const ProjectElement *element, const QString &confi
     // Read while the compiler's file is still at hand, so that the next build needn't open it.
     const FileStamp stamp = m_times.stamp(output);
     if (stamp.time)
-        commands.setDependencies(output, stamp, m_tools.readDependencies(element, configuration, output));
+        noteDependencies(element, configuration, output, stamp);
+}
+
+// The source is among them, so that the next build asks for its time ahead too.
+void BuildEngine::noteDependencies(const ProjectElement *element, const QString &configuration, const QString &output,
+                                   const FileStamp &stamp)
+{
+    QStringList files = m_tools.readDependencies(element, configuration, output);
+    if (element->type() == ProjectElement::Type::File)
+        files.prepend(m_system.path(element, configuration));
+    record(element, configuration).setDependencies(output, stamp, files);
 }
 
 void BuildEngine::setOwed(const ProjectElement *project, const QString &configuration, const QString &what, bool isOwed)

@@ -119,6 +119,9 @@ public:
 
     // The commands with that hash have made the output. An empty one: they may have written any file.
     void outputMade(const ProjectElement *element, const QString &configuration, const QString &output, quint64 hash);
+    // Reads what the output of a compiler was made from and puts it on record.
+    void noteDependencies(const ProjectElement *element, const QString &configuration, const QString &output,
+                          const FileStamp &stamp);
     // A command behind a project's steps, "post-build" or "post-stage", that failed or whose turn didn't come is owed:
     // the next build runs it though nothing else is to be done.
     void setOwed(const ProjectElement *project, const QString &configuration, const QString &what, bool isOwed);

@@ -261,8 +261,7 @@ bool ElementBuild::isCompileUpToDate(ToolKind kind, const CompilePlan &plan)
     CommandRecord &record = m_engine.record(m_element, m_configuration);
     CommandRecord::Entry known = record.entry(plan.absoluteTarget);
     if (known.stamp != test.stamp()) { // made by somebody else
-        record.setDependencies(plan.absoluteTarget, test.stamp(),
-                               m_tools.readDependencies(m_element, m_configuration, plan.target));
+        m_engine.noteDependencies(m_element, m_configuration, plan.absoluteTarget, test.stamp());
         known = record.entry(plan.absoluteTarget);
     }
     const std::span<const FileTimes::Id> ids = m_engine.recordedIds(m_element, m_configuration);

@@ -61,8 +61,10 @@ void FileTimes::askAhead()
 
 void FileTimes::forget(const QString &path)
 {
-    m_ahead.reset();
-    m_files[id(path)].isKnown = false;
+    const Id file = id(path);
+    m_files[file].isKnown = false;
+    if (m_ahead)
+        m_ahead->take(file); // what it knows is of before
 }
 
 void FileTimes::forgetAll()
@@ -75,10 +77,8 @@ void FileTimes::forgetAll()
 
 void FileTimes::setWritten(const QString &path)
 {
-    m_ahead.reset();
-    File &file = m_files[id(path)];
-    file.isKnown = false;
-    file.isWritten = true;
+    forget(path);
+    m_files[id(path)].isWritten = true;
 }
 
 void FileTimes::clear()

@@ -30,8 +30,8 @@ public:
     FileStamp stamp(const QString &path) { return stamp(id(path)); }
     bool exists(const QString &path) { return stamp(path).time != 0; }
 
-    // Begins to ask for all files that have an id, beside the caller. What was asked so counts only until something is
-    // forgotten or written: what ran may have changed more than it is known for.
+    // Begins to ask for all files that have an id, beside the caller. What a command has written counts when it says
+    // so, by setWritten() or forgetAll(); something else that it changed may have been asked for before.
     void askAhead();
 
     void forget(const QString &path); // it was deleted or may have changed

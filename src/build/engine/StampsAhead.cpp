@@ -36,14 +36,13 @@ StampsAhead::~StampsAhead()
 void StampsAhead::ask()
 {
     StampReader reader;
-    for (File &file : m_files) {
-        if (m_isStopped)
-            return;
-        State expected = Open;
-        if (!file.state.compare_exchange_strong(expected, Claimed))
+    for (auto file = m_files.rbegin(); file != m_files.rend() && !m_isStopped; ++file) {
+        State state = Open;
+        if (!file->state.compare_exchange_strong(state, Asked))
             continue;
-        file.stamp = reader.read(file.path);
-        file.state.store(Known, std::memory_order_release);
+        file->stamp = reader.read(file->path);
+        state = Asked;
+        file->state.compare_exchange_strong(state, Known, std::memory_order_release);
     }
 }
 
@@ -52,8 +51,6 @@ std::optional<FileStamp> StampsAhead::take(size_t index)
     if (index >= m_files.size())
         return std::nullopt;
     File &file = m_files[index];
-    State state = Open;
-    if (file.state.compare_exchange_strong(state, Claimed) || state == Claimed)
-        return std::nullopt;
-    return file.stamp;
+    const State state = file.state.exchange(Gone, std::memory_order_acquire);
+    return state == Known ? std::optional(file.stamp) : std::nullopt;
 }

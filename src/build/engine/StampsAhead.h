@@ -7,8 +7,8 @@
 #include <thread>
 #include <vector>
 
-// Stamps of files that will be wanted, asked for by a second thread while the first has other things to do. Whoever
-// comes to a file first asks for it; nobody waits.
+// Stamps of files that will be wanted, asked for by a second thread while the first has other things to do. It begins
+// with the last, so that the two meet somewhere: whoever comes to a file first asks for it, and nobody waits.
 class StampsAhead
 {
 public:
@@ -18,11 +18,11 @@ public:
     StampsAhead(const StampsAhead &) = delete;
     StampsAhead &operator=(const StampsAhead &) = delete;
 
-    // None when the thread hasn't got it; then it leaves the file to the caller.
+    // None when the thread hasn't got it; then, and the next time, the file is left to the caller.
     std::optional<FileStamp> take(size_t index);
 
 private:
-    enum State : quint8 { Open, Claimed, Known };
+    enum State : quint8 { Open, Asked, Known, Gone };
     struct File
     {
         QStringView path;
