@@ -12,6 +12,7 @@
 #include "project/model/ProjectSystem.h"
 
 #include <QDir>
+#include <QFileInfo>
 #include <csignal>
 #include <unistd.h>
 
@@ -22,13 +23,31 @@ static const QString postBuild = u"post-build"_s; // on record when it is owed
 // A project's record of commands and, for each path in it, where that is in the file times.
 struct BuildEngine::Record
 {
-    explicit Record(const QString &path) : commands(path) {}
+    const ProjectElement *project;
+    QString configuration, directory, path;
+    bool isRead = false;
+    CommandRecord commands = {};
+    std::vector<FileTimes::Id> ids = {}; // of commands.paths(), as far as it goes
 
-    CommandRecord commands;
-    const ProjectElement *project = nullptr;
-    QString configuration, directory;
-    std::vector<FileTimes::Id> ids; // of commands.paths(), as far as it goes
+    void read(FileTimes &times);
+    void noteIds(FileTimes &times);
 };
+
+void BuildEngine::Record::read(FileTimes &times)
+{
+    commands = CommandRecord(path);
+    isRead = true;
+    times.reserve(2 * commands.paths().size()); // and for what isn't in the record
+    ids.reserve(size_t(commands.paths().size()));
+    noteIds(times);
+}
+
+void BuildEngine::Record::noteIds(FileTimes &times)
+{
+    const QStringList &paths = commands.paths();
+    for (qsizetype index = qsizetype(ids.size()); index < paths.size(); ++index)
+        ids.push_back(times.id(::absolutePath(directory, paths[index])));
+}
 
 BuildEngine::BuildEngine(StandardProjectSystem &system, ToolCommands &tools, BuildState &state, ProcessPoller *poller)
     : m_system(system),
@@ -38,7 +57,10 @@ BuildEngine::BuildEngine(StandardProjectSystem &system, ToolCommands &tools, Bui
       m_compileTemplates(std::make_unique<CompileTemplates>())
 {}
 
-BuildEngine::~BuildEngine() = default;
+BuildEngine::~BuildEngine()
+{
+    m_times.clear(); // a thread may still be reading the records
+}
 
 BuildResult BuildEngine::buildProject(const ProjectElement *element, const QString &configuration,
                                       std::span<Builder *const> builders, Idler &idler, BuildFlags flags,
@@ -54,6 +76,7 @@ BuildResult BuildEngine::buildProject(const ProjectElement *element, const QStri
     m_listed.clear();
     for (bool isTold = false; !m_lock && m_state.goesOn() && !begin(element, configuration, flags); isTold = true)
         waitForOtherBuild(isTold, *builders[0], idler);
+    m_times.waitForIds();
     for (Builder *builder : builders)
         builder->reset();
     const bool didSomething = buildJobs(element, configuration, builders, idler, flags, followDependencies, batch);
@@ -77,12 +100,25 @@ bool BuildEngine::begin(const ProjectElement *element, const QString &configurat
         return false;
     m_lock = std::move(lock);
     m_times.clear();
+    m_records.clear();
+    m_lastRecord = nullptr;
     m_tools.refresh();
     m_compileTemplates->clear();
-    if (!(flags & (BuildFlag::force | BuildFlag::remove)) && element->type() != ProjectElement::Type::File) {
-        noteRecorded(element, configuration); // nearly all of it will be looked at again
-        m_times.askAhead();
-    }
+    if (flags & (BuildFlag::force | BuildFlag::remove) || element->type() == ProjectElement::Type::File)
+        return true;
+    // Nearly all that was recorded will be looked at again.
+    std::vector<Record *> records;
+    gatherRecords(element, configuration, records);
+    qint64 size = 0;
+    for (const Record *record : records)
+        size += QFileInfo(record->path).size();
+    constexpr qint64 worthAThread = 32 << 10;
+    m_times.askAhead(
+        [this, records] {
+            for (Record *record : records)
+                record->read(m_times);
+        },
+        size >= worthAThread);
     return true;
 }
 
@@ -285,20 +321,24 @@ FileTimes::Id BuildEngine::outputId(const ProjectElement *element, const QString
 BuildEngine::Record &BuildEngine::recordOf(const ProjectElement *element, const QString &configuration)
 {
     const ProjectElement *project = projectOf(element);
-    if (m_lastRecord && m_lastRecord->project == project && m_lastRecord->configuration == configuration)
-        return *m_lastRecord;
+    if (!m_lastRecord || m_lastRecord->project != project || m_lastRecord->configuration != configuration)
+        m_lastRecord = &unreadRecord(project, configuration);
+    if (!m_lastRecord->isRead)
+        m_lastRecord->read(m_times);
+    return *m_lastRecord;
+}
+
+BuildEngine::Record &BuildEngine::unreadRecord(const ProjectElement *project, const QString &configuration)
+{
     std::unique_ptr<Record> &record = m_records[{project, configuration}];
     if (!record) {
         QString name = (project ? project->displayName() : u"solution"_s) + u'-' + configuration;
         name.replace(u'/', u'_');
         const QString directory =
             m_system.expandedValue(project, ProjectProperty::build_intermediate_directory, configuration);
-        record = std::make_unique<Record>(m_system.absolutePath(project, directory) + u'/' + name + ".commands"_L1);
-        record->project = project;
-        record->configuration = configuration;
-        record->directory = m_system.projectDirectory(project);
+        const QString path = m_system.absolutePath(project, directory) + u'/' + name + ".commands"_L1;
+        record = std::make_unique<Record>(project, configuration, m_system.projectDirectory(project), path);
     }
-    m_lastRecord = record.get();
     return *record;
 }
 
@@ -310,24 +350,20 @@ CommandRecord &BuildEngine::record(const ProjectElement *element, const QString 
 std::span<const FileTimes::Id> BuildEngine::recordedIds(const ProjectElement *element, const QString &configuration)
 {
     Record &record = recordOf(element, configuration);
-    const QStringList &paths = record.commands.paths();
-    if (qsizetype(record.ids.size()) < paths.size()) {
-        m_times.reserve(2 * paths.size()); // and for what isn't in the record: sources
-        record.ids.reserve(size_t(paths.size()));
-    }
-    for (qsizetype index = qsizetype(record.ids.size()); index < paths.size(); ++index)
-        record.ids.push_back(m_times.id(::absolutePath(record.directory, paths[index])));
+    record.noteIds(m_times);
     return record.ids;
 }
 
-void BuildEngine::noteRecorded(const ProjectElement *element, const QString &configuration)
+// Of the projects from `element` down.
+void BuildEngine::gatherRecords(const ProjectElement *element, const QString &configuration,
+                                std::vector<Record *> &records)
 {
     using Type = ProjectElement::Type;
     if (element->type() == Type::Project)
-        recordedIds(element, configuration);
+        records.push_back(&unreadRecord(element, configuration));
     else if (element->type() == Type::Solution || element->type() == Type::Folder)
         for (const ProjectElement *child = element->firstElement(); child; child = child->nextElement())
-            noteRecorded(child, configuration);
+            gatherRecords(child, configuration, records);
 }
 
 void BuildEngine::saveRecords()

@@ -47,7 +47,8 @@ public:
     virtual ~BuildEngine();
 
     // Begins a build ahead of buildProject(), for a caller that has to prepare something: reads what earlier builds
-    // noted, and asks for the times of those files meanwhile. False while another program builds the solution.
+    // noted, and asks for the times of those files meanwhile; until then records and times are to be left alone. False
+    // while another program builds the solution.
     bool begin(const ProjectElement *element, const QString &configuration, BuildFlags flags);
     // Builds a solution, project, folder or file. With batch a project's own list of configurations takes the place
     // of the one given.
@@ -101,8 +102,6 @@ public:
     CommandRecord &record(const ProjectElement *element, const QString &configuration);
     // Where the record's paths() are in times().
     std::span<const FileTimes::Id> recordedIds(const ProjectElement *element, const QString &configuration);
-    // Registers in times() what the last builds of the projects below knew of.
-    void noteRecorded(const ProjectElement *element, const QString &configuration);
     // What a node is, kept while nothing changes.
     struct NodeFacts
     {
@@ -153,6 +152,8 @@ private:
     NodeFacts &factsOf(const ProjectElement *element, const QString &configuration, BuildFlags flags);
 
     Record &recordOf(const ProjectElement *element, const QString &configuration);
+    Record &unreadRecord(const ProjectElement *project, const QString &configuration);
+    void gatherRecords(const ProjectElement *element, const QString &configuration, std::vector<Record *> &records);
     void saveRecords();
     void anythingWritten(); // by a command
     bool addDependencyJobs(const ProjectElement *project, const QString &configuration, BuildFlags flags,

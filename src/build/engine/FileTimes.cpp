@@ -44,19 +44,29 @@ void FileTimes::askFor(Id id)
     file.isWritten |= file.stamp.time > m_began && file.stamp.time <= now();
 }
 
-void FileTimes::askAhead()
+void FileTimes::askAhead(const std::function<void()> &note, bool isWorthAThread)
 {
-    constexpr size_t worthAThread = 500;
-    if (m_files.size() < worthAThread || std::thread::hardware_concurrency() < 2)
-        return;
-    std::vector<QStringView> paths;
-    paths.reserve(m_files.size());
-    for (const File &file : m_files)
-        paths.push_back(file.path);
-    try {
-        m_ahead = std::make_unique<StampsAhead>(std::move(paths));
-    } catch (const std::system_error &) { // no thread: each is asked for when it is wanted
+    if (isWorthAThread && std::thread::hardware_concurrency() > 1) {
+        try {
+            m_ahead = std::make_unique<StampsAhead>([this, note] {
+                note();
+                std::vector<QStringView> paths;
+                paths.reserve(m_files.size());
+                for (const File &file : m_files)
+                    paths.push_back(file.path);
+                return paths;
+            });
+            return;
+        } catch (const std::system_error &) { // no thread: each is asked for when it is wanted
+        }
     }
+    note();
+}
+
+void FileTimes::waitForIds()
+{
+    if (m_ahead)
+        m_ahead->waitForPaths();
 }
 
 void FileTimes::forget(const QString &path)

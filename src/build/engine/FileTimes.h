@@ -4,6 +4,7 @@
 #include "build/engine/StampsAhead.h"
 
 #include <QHash>
+#include <functional>
 #include <memory>
 #include <vector>
 
@@ -30,9 +31,11 @@ public:
     FileStamp stamp(const QString &path) { return stamp(id(path)); }
     bool exists(const QString &path) { return stamp(path).time != 0; }
 
-    // Begins to ask for all files that have an id, beside the caller. What a command has written counts when it says
-    // so, by setWritten() or forgetAll(); something else that it changed may have been asked for before.
-    void askAhead();
+    // Begins to ask for all files that `note` gives ids to, beside the caller if that is worth a thread; what the
+    // caller leaves alone before waitForIds(), `note` may use. What a command has written counts when it says so, by
+    // setWritten() or forgetAll(); something else that it changed may have been asked for before.
+    void askAhead(const std::function<void()> &note, bool isWorthAThread);
+    void waitForIds();
 
     void forget(const QString &path); // it was deleted or may have changed
     void forgetAll();

@@ -19,12 +19,23 @@ static void moveToOtherProcessor(std::thread &thread)
     ::pthread_setaffinity_np(thread.native_handle(), sizeof all, &all); // it stays there, but need not
 }
 
-StampsAhead::StampsAhead(const std::vector<QStringView> &paths) : m_files(paths.size())
+StampsAhead::StampsAhead(std::function<std::vector<QStringView>()> gather)
 {
-    for (size_t i = 0; i < paths.size(); ++i)
-        m_files[i].path = paths[i];
-    m_thread = std::thread([this] { ask(); });
+    m_thread = std::thread([this, gather = std::move(gather)] {
+        const std::vector<QStringView> paths = gather();
+        m_files = std::vector<File>(paths.size());
+        for (size_t i = 0; i < paths.size(); ++i)
+            m_files[i].path = paths[i];
+        m_hasPaths = true;
+        m_hasPaths.notify_one();
+        ask();
+    });
     moveToOtherProcessor(m_thread);
+}
+
+void StampsAhead::waitForPaths()
+{
+    m_hasPaths.wait(false);
 }
 
 StampsAhead::~StampsAhead()

@@ -3,6 +3,7 @@
 #include "build/commands/CommandRecord.h"
 
 #include <atomic>
+#include <functional>
 #include <optional>
 #include <thread>
 #include <vector>
@@ -12,12 +13,15 @@
 class StampsAhead
 {
 public:
-    // The paths, absolute, outlive this. Throws std::system_error when there is no thread to be had.
-    explicit StampsAhead(const std::vector<QStringView> &paths);
+    // The thread begins with `gather`, which gives the paths, absolute and to outlive this. Throws std::system_error
+    // when there is no thread to be had.
+    explicit StampsAhead(std::function<std::vector<QStringView>()> gather);
     ~StampsAhead(); // ends the thread
     StampsAhead(const StampsAhead &) = delete;
     StampsAhead &operator=(const StampsAhead &) = delete;
 
+    void waitForPaths();
+    // To be called behind waitForPaths() only.
     // None when the thread hasn't got it; then, and the next time, the file is left to the caller.
     std::optional<FileStamp> take(size_t index);
 
@@ -32,6 +36,7 @@ private:
     void ask();
 
     std::vector<File> m_files;
+    std::atomic<bool> m_hasPaths = false;
     std::atomic<bool> m_isStopped = false;
     std::thread m_thread; // the last member: it uses the others
 };

@@ -17,7 +17,8 @@ TEST(FileTimes, AskedAheadAreThoseOfTheFiles)
     }
     for (int round = 0; round < 20; ++round) {
         times.forgetAll();
-        times.askAhead();
+        times.askAhead([] {}, true);
+        times.waitForIds();
         for (FileTimes::Id id = 0; id < count; ++id) {
             const FileStamp stamp = times.stamp(id);
             ASSERT_EQ(stamp.time != 0, id % 3 != 0) << id;
@@ -25,7 +26,8 @@ TEST(FileTimes, AskedAheadAreThoseOfTheFiles)
         }
     }
     times.forgetAll();
-    times.askAhead();
+    times.askAhead([] {}, true);
+    times.waitForIds();
     for (const int written : {1, count - 2}) { // the thread may have seen it as it was
         folder.write((QByteArray::number(written) + ".c").constData(), "written since");
         times.setWritten(times.path(written));
