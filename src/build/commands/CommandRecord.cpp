@@ -1,16 +1,17 @@
 #include "build/commands/CommandRecord.h"
 
-#include "base/ByteCursor.h"
-
 #include <QDir>
 #include <QFileInfo>
 #include <algorithm>
 #include <cstdio>
+#include <functional>
 
 using namespace Qt::StringLiterals;
 
 static constexpr quint32 magic = 0x52434E56; // "VNCR"
-static constexpr quint32 version = 2;
+static constexpr quint32 version = 3;
+static constexpr qsizetype headBytes = 8;
+static constexpr qsizetype checksumBytes = 8;
 static constexpr quint64 outputBytes = 4 + 8 + 8 + 8 + 4; // without dependencies
 static constexpr quint32 noIndex = ~0u;
 
@@ -94,8 +95,8 @@ std::optional<quint64> CommandRecord::command(const QString &output) const
 void CommandRecord::setCommand(const QString &output, quint64 hash)
 {
     Output &known = outputOf(output);
-    m_isChanged |= known.command != hash;
-    known.command = hash;
+    if (std::exchange(known.command, hash) != hash)
+        m_changed.push_back(known.path);
 }
 
 std::optional<std::span<const quint32>> CommandRecord::dependencies(const QString &output, const FileStamp &stamp) const
@@ -116,7 +117,7 @@ void CommandRecord::setDependencies(const QString &output, const FileStamp &stam
         const bool isSame = old != noIndex && m_paths[old] == dependencies[i];
         m_dependencies.push_back(isSame ? old : pathIndex(dependencies[i]));
     }
-    m_isChanged = true;
+    m_changed.push_back(known.path);
 }
 
 CommandRecord::Entry CommandRecord::entry(const QString &output) const
@@ -129,7 +130,11 @@ CommandRecord::Entry CommandRecord::entry(const QString &output) const
 
 void CommandRecord::forget(const QString &output)
 {
-    m_isChanged |= m_outputs.remove(output);
+    const auto known = m_outputs.constFind(output);
+    if (known == m_outputs.cend())
+        return;
+    m_changed.push_back(known->path);
+    m_outputs.erase(known);
 }
 
 CommandRecord::Output &CommandRecord::outputOf(const QString &path)
@@ -164,17 +169,108 @@ void CommandRecord::clear()
     m_indices.clear();
     m_outputs.clear();
     m_dependencies.clear();
+    m_changed.clear();
+    m_fileSize = 0;
 }
+
+// ---- The file ----------------------------------------------------------------------------------------------------
+
+namespace {
+
+template <typename Integer>
+void put(QByteArray &bytes, Integer value)
+{
+    value = qToLittleEndian(value);
+    bytes.append(reinterpret_cast<const char *>(&value), sizeof value);
+}
+
+} // namespace
+
+struct CommandRecord::Section
+{
+    QByteArray paths, outputs;
+    quint32 pathCount = 0, outputCount = 0;
+
+    void addPath(const QString &path)
+    {
+        paths += path.toUtf8();
+        paths += '\0';
+        ++pathCount;
+    }
+    template <typename IndexOf>
+    void addOutput(const Output &output, std::span<const quint32> dependencies, const IndexOf &indexOf)
+    {
+        put(outputs, indexOf(output.path));
+        put(outputs, output.command);
+        put(outputs, output.stamp.time);
+        put(outputs, output.stamp.size);
+        put(outputs, quint32(dependencies.size()));
+        for (const quint32 dependency : dependencies)
+            put(outputs, indexOf(dependency));
+        ++outputCount;
+    }
+    QByteArray bytes(quint64 checksumBefore) const
+    {
+        QByteArray bytes;
+        bytes.reserve(paths.size() + outputs.size() + 20);
+        put(bytes, quint32(4 + paths.size() + 4 + outputs.size()));
+        put(bytes, pathCount);
+        bytes += paths;
+        put(bytes, outputCount);
+        bytes += outputs;
+        put(bytes, hashBytes(checksumBefore, bytes.constData(), size_t(bytes.size())));
+        return bytes;
+    }
+};
 
 // Not flushed to the disk: after a crash of the machine the checksum tells, and a lost record costs little.
 bool CommandRecord::save()
 {
-    if (!m_isChanged || m_path.isEmpty())
+    if (m_changed.empty() || m_path.isEmpty())
         return true;
+    bool isSaved;
     if (m_outputs.isEmpty()) { // behind a clean
-        m_isChanged = false;
-        return !QFile::exists(m_path) || QFile::remove(m_path);
+        isSaved = !QFile::exists(m_path) || QFile::remove(m_path);
+        m_fileSize = 0;
+    } else {
+        isSaved = append() || replace();
     }
+    if (isSaved)
+        m_changed.clear();
+    return isSaved;
+}
+
+bool CommandRecord::append()
+{
+    if (!m_fileSize)
+        return false;
+    Section section;
+    for (qsizetype path = m_filePaths; path < m_paths.size(); ++path)
+        section.addPath(m_paths[path]);
+    std::sort(m_changed.begin(), m_changed.end());
+    m_changed.erase(std::unique(m_changed.begin(), m_changed.end()), m_changed.end());
+    for (const quint32 path : m_changed) {
+        const auto known = m_outputs.constFind(m_paths[path]);
+        const Output output = known == m_outputs.cend() ? Output{path} : *known;
+        section.addOutput(output, dependenciesOf(output), std::identity());
+    }
+    const QByteArray bytes = section.bytes(m_checksum);
+    QFile file(m_path);
+    if (m_fileSize + bytes.size() > 2 * m_firstSize || !file.open(QFile::Append | QFile::ExistingOnly) ||
+        file.size() != m_fileSize)
+        return false;
+    if (file.write(bytes) != bytes.size() || !file.flush()) {
+        file.resize(m_fileSize);
+        return false;
+    }
+    m_fileSize += bytes.size();
+    m_filePaths = m_paths.size();
+    m_checksum = qFromLittleEndian<quint64>(bytes.constEnd() - checksumBytes);
+    return true;
+}
+
+bool CommandRecord::replace()
+{
     QDir().mkpath(QFileInfo(m_path).path());
     QFile file(m_path + u".new"_s);
     const QByteArray bytes = toBytes();
@@ -187,83 +283,79 @@ bool CommandRecord::save()
         file.remove();
         return false;
     }
-    m_isChanged = false;
+    m_fileSize = 0; // its paths have other numbers
     return true;
 }
 
-static void append(QByteArray &bytes, quint64 value, quint32 size)
-{
-    const qsizetype at = bytes.size();
-    bytes.resize(at + size);
-    insertInteger(bytes.data(), at, value, size, false);
-}
-
-// Only the paths that are still in use are written.
+// Only the paths that are still in use are written, in the order in which the next build will ask for them.
 QByteArray CommandRecord::toBytes() const
 {
-    QByteArray paths;
-    quint32 pathCount = 0;
+    Section section;
     std::vector<quint32> newIndex(size_t(m_paths.size()), noIndex);
     const auto indexOf = [&](quint32 path) {
         if (newIndex[path] == noIndex) {
-            newIndex[path] = pathCount++;
-            (paths += m_paths[path].toUtf8()) += '\0';
+            newIndex[path] = section.pathCount;
+            section.addPath(m_paths[path]);
         }
         return newIndex[path];
     };
-    size_t size = 0;
-    std::vector<const Output *> inOrder; // in which they were first noted: the next build asks for them so
+    std::vector<const Output *> inOrder; // in which they were first noted
     inOrder.reserve(size_t(m_outputs.size()));
-    for (const Output &output : m_outputs) {
-        size += outputBytes + 4 * output.dependencyCount;
+    for (const Output &output : m_outputs)
         inOrder.push_back(&output);
-    }
     std::sort(inOrder.begin(), inOrder.end(), [](auto *a, auto *b) { return a->path < b->path; });
-    QByteArray outputs(qsizetype(size), Qt::Uninitialized);
-    char *at = outputs.data();
-    const auto put = [&at](auto value) {
-        qToLittleEndian(value, at);
-        at += sizeof value;
-    };
-    for (const Output *output : inOrder) {
-        put(indexOf(output->path));
-        put(output->command);
-        put(output->stamp.time);
-        put(output->stamp.size);
-        put(output->dependencyCount);
-        for (const quint32 dependency : dependenciesOf(*output))
-            put(indexOf(dependency));
-    }
+    for (const Output *output : inOrder)
+        section.addOutput(*output, dependenciesOf(*output), indexOf);
     QByteArray bytes;
-    bytes.reserve(paths.size() + outputs.size() + 24);
-    append(bytes, magic, 4);
-    append(bytes, version, 4);
-    append(bytes, pathCount, 4);
-    bytes += paths;
-    append(bytes, quint64(m_outputs.size()), 4);
-    bytes += outputs;
-    return withChecksum(bytes);
+    put(bytes, magic);
+    put(bytes, version);
+    return bytes + section.bytes(0);
 }
 
-QByteArray CommandRecord::withChecksum(const QByteArray &bytes)
+QByteArray CommandRecord::withChecksums(QByteArray bytes)
 {
-    QByteArray checked = bytes;
-    append(checked, hashBytes(0, bytes.constData(), size_t(bytes.size())), 8);
-    return checked;
+    quint64 checksum = 0;
+    for (qsizetype at = headBytes; at + 4 <= bytes.size();) {
+        const qsizetype size = 4 + qsizetype(qFromLittleEndian<quint32>(bytes.constData() + at));
+        if (at + size + checksumBytes > bytes.size())
+            break;
+        checksum = hashBytes(checksum, bytes.constData() + at, size_t(size));
+        qToLittleEndian(checksum, bytes.data() + at + size);
+        at += size + checksumBytes;
+    }
+    return bytes;
 }
 
 bool CommandRecord::fromBytes(QByteArrayView bytes)
 {
     clear();
-    ByteCursor whole(std::span(reinterpret_cast<const quint8 *>(bytes.data()), size_t(bytes.size())), false);
-    const quint64 size = quint64(qMax(bytes.size() - 8, 0));
-    ByteCursor in = whole.take(size);
-    if (whole.readU64() != hashBytes(0, bytes.data(), size) || whole.failed())
+    ByteCursor in(std::span(reinterpret_cast<const quint8 *>(bytes.data()), size_t(bytes.size())), false);
+    bool isGood = in.readU32() == magic && in.readU32() == version && !in.atEnd();
+    m_checksum = 0;
+    m_firstSize = 0;
+    while (isGood && !in.atEnd()) {
+        const quint8 *start = in.position();
+        const quint32 size = in.readU32();
+        ByteCursor section = in.take(size);
+        if (!in.failed())
+            m_checksum = hashBytes(m_checksum, start, 4 + size_t(size));
+        isGood = in.readU64() == m_checksum && !in.failed() && readSection(section);
+        if (!m_firstSize)
+            m_firstSize = in.offset();
+    }
+    if (!isGood) {
+        clear();
         return false;
-    if (in.readU32() != magic || in.readU32() != version)
-        return false;
+    }
+    m_fileSize = bytes.size();
+    m_filePaths = m_paths.size();
+    return true;
+}
+
+bool CommandRecord::readSection(ByteCursor in)
+{
     const quint32 paths = in.readU32();
-    m_paths.reserve(qMin(paths, quint32(in.remaining())));
+    m_paths.reserve(m_paths.size() + qMin(paths, quint32(in.remaining())));
     for (quint32 count = paths; count && !in.failed(); --count)
         m_paths += QString::fromUtf8(in.readString());
     bool isGood = true;
@@ -273,12 +365,11 @@ bool CommandRecord::fromBytes(QByteArrayView bytes)
         return index;
     };
     const quint32 outputs = in.readU32();
-    isGood = outputs <= quint64(in.remaining()) / outputBytes;
-    if (isGood) {
-        m_outputs.reserve(outputs);
-        m_dependencies.reserve(in.remaining() / 4); // they are nearly all of it
-    }
-    for (quint32 i = 0; i < outputs && isGood; ++i) {
+    if (outputs > quint64(in.remaining()) / outputBytes)
+        return false;
+    m_outputs.reserve(m_outputs.size() + outputs);
+    m_dependencies.reserve(m_dependencies.size() + in.remaining() / 4); // they are nearly all of it
+    for (quint32 i = 0; i < outputs; ++i) {
         Output output;
         output.path = readPath();
         output.command = in.readU64();
@@ -287,13 +378,13 @@ bool CommandRecord::fromBytes(QByteArrayView bytes)
         output.dependencyCount = in.readU32();
         isGood &= output.dependencyCount <= quint64(in.remaining()) / 4;
         if (!isGood)
-            break;
+            return false;
         for (quint32 k = 0; k < output.dependencyCount; ++k)
             m_dependencies.push_back(readPath());
-        m_outputs.insert(m_paths[output.path], output);
+        if (output.command || output.stamp.time)
+            m_outputs.insert(m_paths[output.path], output);
+        else
+            m_outputs.remove(m_paths[output.path]);
     }
-    isGood &= !in.failed() && in.atEnd();
-    if (!isGood)
-        clear();
-    return isGood;
+    return isGood && !in.failed() && in.atEnd();
 }

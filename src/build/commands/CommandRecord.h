@@ -1,5 +1,7 @@
 #pragma once
 
+#include "base/ByteCursor.h"
+
 #include <QHash>
 #include <QStringList>
 #include <optional>
@@ -37,14 +39,19 @@ struct FileStamp
 // What the builds of a project in a configuration have run, kept beside its intermediate files: for each output the
 // command that made it, and what that was made from, so that the next build needn't read the compilers' files.
 //
-// The file, little-endian:
+// The file, little-endian, grows by a section with each build that has something new, until it is twice as long as
+// need be:
 //
 //     "VNCR"  u32 version
-//     u32 paths     each UTF-8, ended by NUL
-//     u32 outputs   each u32 path, u64 commandHash (0: none), i64 time, i64 size, u32 count, count times u32 path
-//     u64 checksum  of all before
+//     sections:
+//         u32 size      of the section but for this and its checksum
+//         u32 paths     each UTF-8, ended by NUL
+//         u32 outputs   each u32 path, u64 commandHash (0: none), i64 time, i64 size, u32 count, count times u32 path
+//         u64 checksum  of the section from its size on, beginning with that of the section before (at first 0)
 //
-// Paths are indices into the list of paths. One that is damaged, of another version or not there has no records.
+// Paths are indices into the list of paths of all sections so far. What a later section says of an output holds; if
+// it has neither command nor time, nothing is known of it any more. A file that is damaged anywhere, of another
+// version or not there has no records.
 class CommandRecord
 {
 public:
@@ -74,26 +81,31 @@ public:
 
     void forget(const QString &output);
 
-    // Replaces the file, its directory being made, if there is something new; false when it can't be written.
-    // Outputs that weren't mentioned since the record was read stay.
+    // Writes what is new, the directory being made; false when it can't be written. Outputs that weren't mentioned
+    // since the record was read stay.
     bool save();
 
-    QByteArray toBytes() const;
-    bool fromBytes(QByteArrayView bytes); // false, without records, for what toBytes can't have written
-    static QByteArray withChecksum(const QByteArray &bytes);
+    QByteArray toBytes() const;           // in one section
+    bool fromBytes(QByteArrayView bytes); // false, without records, for what can't have been written
+    static QByteArray withChecksums(QByteArray bytes); // put right
 
 private:
     struct Output
     {
         quint32 path = 0;
         quint64 command = 0;
-        FileStamp stamp;
+        FileStamp stamp = {};
         quint32 firstDependency = 0, dependencyCount = 0;
     };
+
+    struct Section;
 
     Output &outputOf(const QString &path);
     std::span<const quint32> dependenciesOf(const Output &output) const;
     quint32 pathIndex(const QString &path);
+    bool readSection(ByteCursor section);
+    bool append();
+    bool replace();
     void clear();
 
     QString m_path;
@@ -101,5 +113,9 @@ private:
     QHash<QString, quint32> m_indices; // of paths; filled when something is first noted
     QHash<QString, Output> m_outputs;
     std::vector<quint32> m_dependencies; // of all outputs, and what was replaced in this run
-    bool m_isChanged = false;
+    std::vector<quint32> m_changed;      // outputs, by path, that aren't in the file as they are here
+    // What is in the file, to which more can be added; size 0: nothing.
+    qint64 m_fileSize = 0, m_firstSize = 0; // bytes; those with the first section only
+    qsizetype m_filePaths = 0;
+    quint64 m_checksum = 0; // of the last section
 };

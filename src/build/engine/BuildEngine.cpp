@@ -24,7 +24,7 @@ static const QString postBuild = u"post-build"_s; // on record when it is owed
 struct BuildEngine::Record
 {
     const ProjectElement *project;
-    QString configuration, directory, path;
+    QString configuration, path;
     bool isRead = false;
     CommandRecord commands = {};
     std::vector<FileTimes::Id> ids = {}; // of commands.paths(), as far as it goes
@@ -46,7 +46,7 @@ void BuildEngine::Record::noteIds(FileTimes &times)
 {
     const QStringList &paths = commands.paths();
     for (qsizetype index = qsizetype(ids.size()); index < paths.size(); ++index)
-        ids.push_back(times.id(::absolutePath(directory, paths[index])));
+        ids.push_back(times.id(paths[index]));
 }
 
 BuildEngine::BuildEngine(StandardProjectSystem &system, ToolCommands &tools, BuildState &state, ProcessPoller *poller)
@@ -337,7 +337,7 @@ BuildEngine::Record &BuildEngine::unreadRecord(const ProjectElement *project, co
         const QString directory =
             m_system.expandedValue(project, ProjectProperty::build_intermediate_directory, configuration);
         const QString path = m_system.absolutePath(project, directory) + u'/' + name + ".commands"_L1;
-        record = std::make_unique<Record>(project, configuration, m_system.projectDirectory(project), path);
+        record = std::make_unique<Record>(project, configuration, path);
     }
     return *record;
 }
@@ -401,9 +401,11 @@ void BuildEngine::outputMade(const ProjectElement *element, const QString &confi
 void BuildEngine::noteDependencies(const ProjectElement *element, const QString &configuration, const QString &output,
                                    const FileStamp &stamp)
 {
-    QStringList files = m_tools.readDependencies(element, configuration, output);
+    QStringList files;
     if (element->type() == ProjectElement::Type::File)
-        files.prepend(m_system.path(element, configuration));
+        files += m_system.path(element, configuration);
+    for (const QString &file : m_tools.readDependencies(element, configuration, output))
+        files += m_system.absolutePath(element, file);
     record(element, configuration).setDependencies(output, stamp, files);
 }
 

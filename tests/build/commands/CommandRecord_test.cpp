@@ -116,16 +116,61 @@ TEST(CommandRecord, HasNothingWhenDamaged)
     }
     EXPECT_FALSE(record.fromBytes(good + '\0'));
 
-    // The same with a checksum that doesn't tell.
-    const QByteArray content = good.chopped(8);
-    for (qsizetype size = 0; size < content.size(); ++size)
-        EXPECT_FALSE(record.fromBytes(CommandRecord::withChecksum(content.first(size)))) << size;
-    EXPECT_FALSE(record.fromBytes(CommandRecord::withChecksum(content + '\0')));
-    for (qsizetype at = 0; at < content.size(); ++at) {
-        QByteArray bad = content;
-        bad[at] = '\xFF';
-        const bool isGood = record.fromBytes(CommandRecord::withChecksum(bad)); // some are as good as before
+    // The same with checksums that don't tell.
+    const qsizetype end = good.size() - 8;
+    for (qsizetype size = 0; size < end; ++size) {
+        EXPECT_FALSE(record.fromBytes(CommandRecord::withChecksums(good.first(size)))) << size;
+        QByteArray bad = good;
+        bad[size] = '\xFF';
+        const bool isGood = record.fromBytes(CommandRecord::withChecksums(bad)); // some are as good as before
         for (const QString &output : {u"Obj/main.o"_s, u"Obj/other.o"_s})
-            EXPECT_TRUE(isGood || dependenciesOf(record, output).isEmpty()) << at;
+            EXPECT_TRUE(isGood || dependenciesOf(record, output).isEmpty()) << size;
     }
+    EXPECT_FALSE(record.fromBytes(CommandRecord::withChecksums(good + '\0')));
+}
+
+// A build adds what is new, so that it costs what was built and not what there is.
+TEST(CommandRecord, GrowsByWhatIsNewAndNotForEver)
+{
+    const TemporaryFolder folder;
+    const QString path = folder.path("commands");
+    const auto output = [](int i) { return u"Obj/%1.o"_s.arg(i); };
+    const auto isWhole = [&](const CommandRecord &record, quint64 lastHash) {
+        for (int i = 1; i < 100; ++i)
+            if (record.command(output(i)) != quint64(i) ||
+                dependenciesOf(record, output(i)) != QStringList({u"all.h"_s, u"h%1.h"_s.arg(i)}))
+                return false;
+        return record.command(output(0)) == lastHash;
+    };
+    CommandRecord first(path);
+    for (int i = 0; i < 100; ++i) {
+        first.setCommand(output(i), quint64(i + !i));
+        first.setDependencies(output(i), someTime, {u"all.h"_s, u"h%1.h"_s.arg(i)});
+    }
+    ASSERT_TRUE(first.save());
+    const qint64 size = QFileInfo(path).size();
+    qint64 last = size;
+    bool wasReplaced = false;
+    for (quint64 build = 2; build < 200; ++build) {
+        CommandRecord record(path);
+        ASSERT_TRUE(isWhole(record, build - 1)) << build;
+        record.setCommand(output(0), build);
+        record.setDependencies(output(0), someTime, {u"all.h"_s, u"new%1.h"_s.arg(build)});
+        ASSERT_TRUE(record.save());
+        const qint64 now = QFileInfo(path).size();
+        EXPECT_LT(now, 2 * size + 100);
+        EXPECT_LT(now, last + 120);
+        wasReplaced |= now < last;
+        last = now;
+    }
+    EXPECT_TRUE(wasReplaced);
+
+    // Two that read the same file: the second finds that it isn't that any more, and what it writes is whole.
+    CommandRecord one(path), two(path);
+    one.forget(output(1));
+    two.setCommand(output(0), 1000);
+    EXPECT_TRUE(one.save());
+    EXPECT_FALSE(CommandRecord(path).command(output(1)));
+    EXPECT_TRUE(two.save());
+    EXPECT_TRUE(isWhole(CommandRecord(path), 1000));
 }
