@@ -214,7 +214,7 @@ struct CommandRecord::Section
         QByteArray bytes;
         bytes.reserve(paths.size() + outputs.size() + 20);
         put(bytes, quint32(4 + paths.size() + 4 + outputs.size()));
-        put(bytes, pathCount);
+        put(bytes, quint32(paths.size()));
         bytes += paths;
         put(bytes, outputCount);
         bytes += outputs;
@@ -354,10 +354,14 @@ bool CommandRecord::fromBytes(QByteArrayView bytes)
 
 bool CommandRecord::readSection(ByteCursor in)
 {
-    const quint32 paths = in.readU32();
-    m_paths.reserve(m_paths.size() + qMin(paths, quint32(in.remaining())));
-    for (quint32 count = paths; count && !in.failed(); --count)
-        m_paths += QString::fromUtf8(in.readString());
+    const ByteCursor pathCursor = in.take(in.readU32());
+    const QString paths = QString::fromUtf8(QByteArrayView(pathCursor.position(), pathCursor.remaining()));
+    for (qsizetype start = 0, end; start < paths.size(); start = end + 1) {
+        end = paths.indexOf(QChar(0), start);
+        if (end < 0)
+            return false;
+        m_paths += paths.sliced(start, end - start);
+    }
     bool isGood = true;
     const auto readPath = [&] {
         const quint32 index = in.readU32();

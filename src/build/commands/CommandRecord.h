@@ -45,7 +45,7 @@ struct FileStamp
 //     "VNCR"  u32 version
 //     sections:
 //         u32 size      of the section but for this and its checksum
-//         u32 paths     each UTF-8, ended by NUL
+//         u32 bytes     of the paths: each UTF-8, ended by NUL
 //         u32 outputs   each u32 path, u64 commandHash (0: none), i64 time, i64 size, u32 count, count times u32 path
 //         u64 checksum  of the section from its size on, beginning with that of the section before (at first 0)
 //

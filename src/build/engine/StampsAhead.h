@@ -20,7 +20,7 @@ public:
     StampsAhead(const StampsAhead &) = delete;
     StampsAhead &operator=(const StampsAhead &) = delete;
 
-    void waitForPaths();
+    void waitForPaths() const;
     // To be called behind waitForPaths() only.
     // None when the thread hasn't got it; then, and the next time, the file is left to the caller.
     std::optional<FileStamp> take(size_t index);
