@@ -37,7 +37,7 @@ void BuildEngine::Record::read(FileTimes &times)
 {
     commands = CommandRecord(path);
     isRead = true;
-    times.reserve(2 * commands.paths().size()); // and for what isn't in the record
+    times.reserve(commands.paths().size());
     ids.reserve(size_t(commands.paths().size()));
     noteIds(times);
 }

@@ -209,9 +209,10 @@ QStringList ElementBuild::externalCompileWords(ToolKind kind, const CompilePlan 
         return m_system.propertyList(m_element, property, m_configuration, options, isOwn);
     };
     MacroMap macros = m_macros;
+    const bool isInvolved = hasNestedReference(text);
     const auto add = [&](const char *name, const auto &makeValue) {
         const QString macro = QString::fromLatin1(name);
-        if (text.contains(macro)) // the others would cost more than the command
+        if (isInvolved || text.contains(macro)) // the others would cost more than the command
             macros.insert(macro, makeValue());
     };
     add("TargetPath", [&] { return plan.absoluteTarget; });

@@ -102,18 +102,6 @@ const QString *find(const MacroMap &macros, const QString &name)
     return found == macros.constEnd() ? nullptr : &*found;
 }
 
-// Whether a reference has another one, or brackets, within its own.
-bool hasNestedReference(const QString &text)
-{
-    for (qsizetype at = text.indexOf("$("_L1); at >= 0; at = text.indexOf("$("_L1, at + 2)) {
-        const qsizetype end = text.indexOf(u')', at);
-        const QStringView inside = QStringView(text).sliced(at + 2, qMax<qsizetype>(end - at - 2, 0));
-        if (end < 0 || inside.contains(u'$') || inside.contains(u'('))
-            return true;
-    }
-    return false;
-}
-
 // The display names of the folders from `folder` outwards, the outermost first.
 QString folderPath(const ProjectElement *folder)
 {
