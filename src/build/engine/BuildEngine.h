@@ -46,9 +46,9 @@ public:
     BuildEngine &operator=(const BuildEngine &) = delete;
     virtual ~BuildEngine();
 
-    // Begins a build ahead of buildProject(), for a caller that has to prepare something: reads what earlier builds
-    // noted, and asks for the times of those files meanwhile; until then records and times are to be left alone. False
-    // while another program builds the solution.
+    // Begins a build ahead of buildProject(), which is given the same, for a caller that has to prepare something:
+    // reads what earlier builds noted, and asks for the times of those files meanwhile; until then records and times
+    // are to be left alone. False while another program builds the solution.
     bool begin(const ProjectElement *element, const QString &configuration, BuildFlags flags);
     // Builds a solution, project, folder or file. With batch a project's own list of configurations takes the place
     // of the one given.
@@ -180,7 +180,7 @@ private:
     quint64 m_factsChanges = 0;
     std::unique_ptr<CompileTemplates> m_compileTemplates;
     std::unique_ptr<SolutionLock> m_lock; // from begin() to the end of the build
-    int m_listDepth = 0; // of dependencies
+    int m_listDepth = 0;                  // of dependencies
     bool m_isBuilding = false;
     bool m_runsTools = true;
     int m_failureCount = 0;

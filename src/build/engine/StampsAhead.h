@@ -21,8 +21,7 @@ public:
     StampsAhead &operator=(const StampsAhead &) = delete;
 
     void waitForPaths() const;
-    // To be called behind waitForPaths() only.
-    // None when the thread hasn't got it; then, and the next time, the file is left to the caller.
+    // Behind waitForPaths(). None when the thread hasn't got it; then, and the next time, the file is the caller's.
     std::optional<FileStamp> take(size_t index);
 
 private:
