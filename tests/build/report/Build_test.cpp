@@ -1,5 +1,6 @@
 #include "build/report/JsonReport.h"
 #include "build/report/TextReport.h"
+#include "support/RunningProgram.h"
 #include "support/SmallSolution.h"
 
 #include "base/JsonWriter.h"
@@ -133,6 +134,16 @@ TEST(VnBuild, AnInterruptEndsWith130AndLeavesNoHalfMadeOutput)
     EXPECT_EQ(process.exitCode(), 130);
     EXPECT_THAT(process.readAllStandardOutput().toStdString(), testing::StartsWith("Build terminated: "));
     EXPECT_FALSE(QFile::exists(solution.path("Output/Debug/Obj/lib/lib.o")));
+}
+
+TEST(VnBuild, FollowsACommandThatRunsAloneAndLong)
+{
+    SmallSolution solution;
+    solution.write("compile.sh", "echo early\nwhile [ ! -e go ]; do sleep 0.02; done\ncp \"$1\" \"$2\"\n");
+    RunningProgram program(u"vnBuild"_s, {solution.file(), u"-j2"_s});
+    EXPECT_TRUE(program.waitFor("early"));
+    solution.write("go", "");
+    EXPECT_EQ(program.end(), 0);
 }
 
 TEST(VnBuild, ExportsWhatAShellAndMakeCanRun)
