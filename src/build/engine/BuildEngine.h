@@ -180,7 +180,7 @@ private:
     quint64 m_factsChanges = 0;
     std::unique_ptr<CompileTemplates> m_compileTemplates;
     std::unique_ptr<SolutionLock> m_lock; // from begin() to the end of the build
-    int m_listDepth = 0; // of dependencies
+    int m_listDepth = 0;                  // of dependencies
     bool m_isBuilding = false;
     bool m_runsTools = true;
     int m_failureCount = 0;
