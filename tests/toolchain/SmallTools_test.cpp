@@ -47,6 +47,9 @@ TEST_F(SmallTools, CopyFilesAndFolders)
     ASSERT_EQ(run("cp -r @new @a.txt @copy/").status, 0);
     EXPECT_EQ(folder.read("copy/new/folder/b.txt"), "two");
     EXPECT_EQ(folder.read("copy/a.txt"), "two");
+    const QString seenFromHere = QDir::current().relativeFilePath(folder.path("new"));
+    ASSERT_EQ(runProgram(u"cp"_s, {u"-r"_s, seenFromHere, folder.path("mirror")}).status, 0);
+    EXPECT_EQ(folder.read("mirror/folder/b.txt"), "two") << "what lies in a folder named relatively";
 
     EXPECT_EQ(error("cp @new @x"), u"cp: error: '@new' is a folder; -r copies it"_s);
     EXPECT_EQ(error("cp -r @new @new/folder/deep"), u"cp: error: cannot copy '@new' into itself"_s);

@@ -66,6 +66,7 @@ private:
     void gatherObjects(const ProjectElement *parent, bool isAbsolute, QStringList &objects,
                        std::vector<FileTimes::Id> *ids = nullptr);
     QStringList dependentOutputs();
+    QStringList linkDocuments();
     bool isLinkUpToDate(const LinkPlan &plan);
     bool runLinkCommand(const LinkPlan &plan);
     bool writeObjectsFile(const LinkPlan &plan);

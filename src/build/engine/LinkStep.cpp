@@ -208,6 +208,19 @@ QStringList ElementBuild::dependentOutputs()
     return result;
 }
 
+// What says where the linker places things.
+QStringList ElementBuild::linkDocuments()
+{
+    QStringList result;
+    for (const auto &file :
+         {m_tools.linkerScript(m_element, m_configuration), m_tools.memoryMapFile(m_element, m_configuration),
+          m_tools.sectionPlacementFile(m_element, m_configuration)}) {
+        if (file)
+            result += *file;
+    }
+    return result;
+}
+
 bool ElementBuild::isLinkUpToDate(const LinkPlan &plan)
 {
     UpToDate test(m_engine, m_builder, isQuiet());
@@ -223,13 +236,7 @@ bool ElementBuild::isLinkUpToDate(const LinkPlan &plan)
             if (test.exists(m_directory, file))
                 inputs += file;
         }
-        for (const auto &file :
-             {m_tools.linkerScript(m_element, m_configuration), m_tools.memoryMapFile(m_element, m_configuration),
-              m_tools.sectionPlacementFile(m_element, m_configuration)}) {
-            if (file)
-                inputs += *file;
-        }
-        if (!test.inputsOlder(m_directory, inputs))
+        if (!test.inputsOlder(m_directory, inputs + linkDocuments()))
             return false;
     }
     if (!test.optionsUpToDate(m_element, m_configuration, plan.kind))
