@@ -116,6 +116,8 @@ public:
     FileTimes::Id outputId(const ProjectElement *element, const QString &configuration, BuildFlags flags);
     CompileTemplates &compileTemplates() { return *m_compileTemplates; }
 
+    // A command begins that makes the output. If nothing more is heard of it, the next build makes it again.
+    void outputBegun(const ProjectElement *element, const QString &configuration, const QString &output);
     // The commands with that hash have made the output. An empty one: they may have written any file.
     void outputMade(const ProjectElement *element, const QString &configuration, const QString &output, quint64 hash);
     // Reads what the output of a compiler was made from and puts it on record.
@@ -154,6 +156,7 @@ private:
     Record &recordOf(const ProjectElement *element, const QString &configuration);
     Record &unreadRecord(const ProjectElement *project, const QString &configuration);
     void gatherRecords(const ProjectElement *element, const QString &configuration, std::vector<Record *> &records);
+    bool writes(BuildFlags flags) const; // else it only decides, and may do so beside another build
     void saveRecords();
     void anythingWritten(); // by a command
     bool addDependencyJobs(const ProjectElement *project, const QString &configuration, BuildFlags flags,
