@@ -85,8 +85,8 @@ public:
     // since the record was read stay.
     bool save();
 
-    QByteArray toBytes() const;           // in one section
-    bool fromBytes(QByteArrayView bytes); // false, without records, for what can't have been written
+    QByteArray toBytes() const;                        // in one section
+    bool fromBytes(QByteArrayView bytes);              // false, without records, for what can't have been written
     static QByteArray withChecksums(QByteArray bytes); // put right
 
 private:
