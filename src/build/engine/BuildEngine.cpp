@@ -335,6 +335,7 @@ BuildEngine::Record &BuildEngine::unreadRecord(const ProjectElement *project, co
 {
     std::unique_ptr<Record> &record = m_records[{project, configuration}];
     if (!record) {
+        m_tools.loadGenericOptions(project, configuration); // they may say where intermediate files go
         QString name = (project ? project->displayName() : u"solution"_s) + u'-' + configuration;
         name.replace(u'/', u'_');
         const QString directory =

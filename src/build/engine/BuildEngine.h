@@ -128,11 +128,11 @@ public:
     void setOwed(const ProjectElement *project, const QString &configuration, const QString &what, bool isOwed);
     bool isOwed(const ProjectElement *project, const QString &configuration, const QString &what);
     void owePostBuild(const ProjectElement *project, const QString &configuration); // if it has one
-    // A job failed; with keep-going the project's own step and those that need it are passed over then.
     // Elements that did something, or would have. What a project's children did isn't in the project's result.
     int stepsDone() const { return m_stepsDone; }
     void noteStep() { ++m_stepsDone; }
     void noteFailure() { ++m_failureCount; } // that ends nothing
+    // A job failed; with keep-going the project's own step and those that need it are passed over then.
     void jobFailed(const ProjectElement *element, const QString &configuration);
     bool hasFailed(const ProjectElement *project, const QString &configuration) const;
     // Takes up the user's interrupts: the first stops the build, the second kills what doesn't stop.
