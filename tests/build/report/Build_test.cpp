@@ -31,7 +31,7 @@ TEST(VnBuild, BuildsThenHasNothingToDoThenRebuildsWhatWasTouched)
 
     ProgramResult result = solution.run({u"-j1"_s});
     EXPECT_EQ(result.status, 0) << result.error.toStdString();
-    EXPECT_THAT(result.error.toStdString(), testing::HasSubstr("[1/5] Compiling lib.c"));
+    EXPECT_THAT(result.error.toStdString(), testing::HasSubstr("[1/5] Compiling lib.c (lib)\n"));
     EXPECT_THAT(result.error.toStdString(), testing::HasSubstr("/main.o does not exist."));
     EXPECT_THAT(result.out.toStdString(), testing::StartsWith("Build complete: 5 commands, "));
     EXPECT_FALSE(result.out.contains('\x1b'));
