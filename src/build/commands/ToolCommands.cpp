@@ -66,19 +66,20 @@ QString ToolCommands::intermediatePath(const ProjectElement *element, const QStr
 QString ToolCommands::dependencyPath(const ProjectElement *element, const QString &configuration, const QString &object,
                                      bool absolute) const
 {
-    if (!m_system.value(element, ProjectProperty::build_dependency_file_name, configuration).isEmpty()) {
+    const bool isProject = element->type() == ProjectElement::Type::Project;
+    if (!isProject && !m_system.value(element, ProjectProperty::build_dependency_file_name, configuration).isEmpty()) {
         const QString own = expandedValue(element, ProjectProperty::build_dependency_file_name, configuration);
         if (!own.isEmpty())
             return absolute ? m_system.absolutePath(element, own) : own;
     }
     const QStringView fileName = QStringView(object).sliced(object.lastIndexOf(u'/') + 1);
-    const qsizetype dot = fileName.indexOf(u'.');
+    const qsizetype dot = isProject ? fileName.lastIndexOf(u'.') : fileName.indexOf(u'.');
     const QString directory =
         absolute ? intermediateDirectory(element, configuration)
                  : expandedValue(element, ProjectProperty::build_intermediate_directory, configuration);
     const QStringView baseName = dot < 0 ? fileName : fileName.first(dot);
     QString path = directory.isEmpty() ? QString() : directory + u'/';
-    return path.append(baseName).append(".d"_L1);
+    return path.append(baseName).append(isProject ? ".ld.d"_L1 : ".d"_L1);
 }
 
 QString ToolCommands::dependencyFileName(const ProjectElement *element, const QString &configuration,

@@ -406,9 +406,10 @@ void BuildEngine::outputMade(const ProjectElement *element, const QString &confi
         commands.setCommand(output, hash);
     else
         commands.forget(output);
-    if (!isCompile(toolKind(m_system, element, configuration)) && !isUnityFolder(m_system, element, configuration))
+    const ToolKind kind = toolKind(m_system, element, configuration);
+    if (!hash || (!isCompile(kind) && kind != ToolKind::Link && !isUnityFolder(m_system, element, configuration)))
         return;
-    // Read while the compiler's file is still at hand, so that the next build needn't open it.
+    // Read while the tool's file is still at hand, so that the next build needn't open it.
     const FileStamp stamp = m_times.stamp(output);
     if (stamp.time)
         noteDependencies(element, configuration, output, stamp);

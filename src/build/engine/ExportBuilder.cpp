@@ -182,7 +182,7 @@ ExportBuilder::Rule &ExportBuilder::beginRule(Project &project, const ProjectEle
     ToolCommands &tools = m_engine.tools();
     const ToolKind kind = toolKind(m_engine.system(), element, configuration);
     Rule rule{.element = element, .target = tools.outputName(kind, element, configuration, true)};
-    if (isCompile(kind))
+    if (isCompile(kind) || kind == ToolKind::Link)
         rule.dependencyFile = tools.dependencyFileName(element, configuration, rule.target, true);
     rule.inputs = m_engine.inputs(element, configuration) + tools.optionFiles(kind, element, configuration);
     for (const QString &other : tools.extraOutputs(kind, element, configuration, rule.target))

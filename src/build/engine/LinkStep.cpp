@@ -238,6 +238,8 @@ bool ElementBuild::isLinkUpToDate(const LinkPlan &plan)
         }
         if (!test.inputsOlder(m_directory, inputs + linkDocuments()))
             return false;
+        if (plan.external.empty() && !dependenciesOlder(test, plan.absoluteTarget))
+            return false;
     }
     if (!test.optionsUpToDate(m_element, m_configuration, plan.kind))
         return false;
@@ -298,8 +300,10 @@ void ElementBuild::removeLinkOutputs(const LinkPlan &plan, bool isSilent)
     if (plan.external.empty()) { // what goes between us and the driver, in silence
         const QString inputs = m_tools.inputsFileName(plan.request);
         QFile::remove(inputs);
-        if (plan.kind == ToolKind::Link && !m_tools.linkerScript(m_element, m_configuration))
+        if (plan.kind == ToolKind::Link && !m_tools.linkerScript(m_element, m_configuration)) {
             QFile::remove(inputs.chopped(3) + "ld"_L1);
+            QFile::remove(inputs.chopped(3) + "ld.d"_L1);
+        }
     } else if (!plan.objectsFile.isEmpty()) {
         QFile::remove(plan.objectsFile);
     }
