@@ -350,7 +350,14 @@ void ToolDriver::runPatch()
             continue;
         if (smallTools.contains(words.first()))
             words.first() = installationDirectory() + u"/bin/"_s + words.first();
-        m_runner.run(words);
+        try {
+            m_runner.run(words);
+        } catch (const ToolFailure &failure) {
+            // It may have said nothing, or nothing that reads as an error.
+            std::fprintf(stderr, "cc: error: patch command '%s' returned %d exit status\n",
+                         qPrintable(CommandRunner::quoted(words)), failure.status());
+            throw;
+        }
     }
 }
 

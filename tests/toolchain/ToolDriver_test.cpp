@@ -441,6 +441,7 @@ TEST_F(Driver, RunsThePatchCommandOnTheOutput)
     EXPECT_EQ(folder.read("copy"), folder.read("app.elf"));
     const ProgramResult result = link({objectOf("main.c")}, {u"-patch"_s, u"false"_s, u"-Fhex"_s});
     EXPECT_EQ(result.status, 1);
+    EXPECT_EQ(result.error, "cc: error: patch command 'false' returned 1 exit status\n");
     EXPECT_FALSE(QFile::exists(path("app.elf")));
     EXPECT_EQ(link({objectOf("main.c")}, {u"-patch"_s, u"no-such-tool x"_s}).error,
               "cc: error: cannot run 'no-such-tool': No such file or directory\n");
