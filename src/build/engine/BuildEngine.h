@@ -140,7 +140,7 @@ public:
 
     // What an element is made from, absolute: a source, object files and libraries, what is combined.
     QStringList inputs(const ProjectElement *element, const QString &configuration, BuildFlags flags = 0);
-    // The command that compiles a source; empty when it can't be made. External: one of the solution's.
+    // The command that compiles a source. External: one of the solution's. Throws HException when it can't be made.
     QStringList compileArguments(const ProjectElement *source, const QString &configuration, BuildFlags flags,
                                  bool &isExternal);
     // Files that were written for a command of the element, to be written elsewhere too.

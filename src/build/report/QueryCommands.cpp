@@ -321,16 +321,23 @@ void exportBuild(LoadedSolution &loaded, const ExportRequest &request, const Pro
     StandardToolCommands tools(loaded.system(), state);
     BuildEngine engine(loaded.system(), tools, state);
     QByteArray text;
+    QStringList lines;
     if (request.what == "commands"_L1)
-        text = exportBuildCommands(engine, &node, configuration, request.flags).join(u'\n').toUtf8() + '\n';
+        lines = exportBuildCommands(engine, &node, configuration, request.flags);
     else if (request.what == "make"_L1)
-        text = exportMakefile(engine, &node, configuration, request.flags).join(u'\n').toUtf8() + '\n';
+        lines = exportMakefile(engine, &node, configuration, request.flags);
     else if (request.what == "compile-commands"_L1)
         text = exportCompileCommands(engine, &node, configuration, request.flags);
     else
         throw UsageError(u"--export takes commands, make or compile-commands; not '%1'"_s.arg(request.what));
-    if (request.file.isEmpty() || request.file == "-"_L1)
+    for (const QString &line : lines)
+        text += line.toUtf8() + '\n';
+    const bool isFile = !request.file.isEmpty() && request.file != "-"_L1;
+    if (!isFile)
         printOut(QByteArrayView(text));
-    else
+    for (const QString &line : lines)
+        if (line.startsWith(exportErrorMark))
+            throw HException(line.sliced(exportErrorMark.size()));
+    if (isFile)
         writeFileSafely(request.file, text);
 }

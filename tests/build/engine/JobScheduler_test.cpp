@@ -279,6 +279,20 @@ TEST_F(JobScheduler, ASingleFileIsBuiltAlone)
     EXPECT_EQ(events.matching(u"open"_s), QStringList{u"open a.c 1"_s});
 }
 
+TEST_F(JobScheduler, AFolderIsBuiltBehindTheDependenciesOfItsProject)
+{
+    for (const char *name : {"a.c", "b.c", "l.c"})
+        write(name, 10);
+    load("<project Name=\"app\"><configuration Name=\"Common\" project_dependencies=\"*\"/><file "
+         "file_name=\"a.c\"/><folder Name=\"part\"><file file_name=\"b.c\"/></folder></project>"
+         "<project Name=\"lib\"><configuration Name=\"Common\" project_type=\"Library\"/><file "
+         "file_name=\"l.c\"/></project>");
+    const ProjectElement *part =
+        project("app")->firstElement()->nextElement()->nextElement(); // behind configuration and file
+    EXPECT_EQ(build(part, 2), BuildResult::Complete);
+    EXPECT_EQ(started(), (QStringList{u"compile l.c"_s, u"ar out/lib.a"_s, u"compile b.c"_s}));
+}
+
 TEST_F(JobScheduler, TitlesSayWhatIsDone)
 {
     loadTwoFiles();

@@ -176,6 +176,21 @@ TEST(VnBuild, ExportsWhatAShellAndMakeCanRun)
     EXPECT_EQ(database[0][u"directory"_s], QFileInfo(solution.file()).path());
 }
 
+TEST(VnBuild, ExportsNoFileWithoutWhatCannotBeTold)
+{
+    const SmallSolution solution;
+    ASSERT_EQ(solution.run({u"--set"_s, u"c_additional_options_from_file=none.txt"_s}).status, 0);
+    const QString file = solution.path("export");
+    for (const QString &what : {u"commands"_s, u"make"_s, u"compile-commands"_s}) {
+        const ProgramResult result = solution.run({u"--export"_s, what, u"-o"_s, file});
+        EXPECT_EQ(result.status, 1) << what.toStdString();
+        EXPECT_EQ(result.error, "vnBuild: Cannot load options file: none.txt\n");
+        EXPECT_FALSE(QFile::exists(file));
+    }
+    EXPECT_THAT(solution.run({u"--export"_s, u"commands"_s}).out.toStdString(),
+                testing::HasSubstr("ERROR occurred Cannot load options file: none.txt\n"));
+}
+
 TEST(VnBuild, BuildsFirmwareWithTheRealToolsAndTellsItsSize)
 {
     if (QStandardPaths::findExecutable(u"arm-none-eabi-gcc"_s).isEmpty())
