@@ -11,6 +11,7 @@
 #include <QDirIterator>
 #include <QFileInfo>
 #include <cstdio>
+#include <filesystem>
 #include <sys/stat.h>
 
 using namespace Qt::StringLiterals;
@@ -111,7 +112,7 @@ void copyFile(const QString &source, const QString &target)
         setMode(target, mode);
 }
 
-// Links are copied as links.
+// Links are copied as they are, whether what they name is there or not.
 void copyFolder(const QString &source, const QString &target)
 {
     const auto cleanPath = [](const QString &path) {
@@ -128,8 +129,11 @@ void copyFolder(const QString &source, const QString &target)
         const QString place = target + u'/' + folder.relativeFilePath(info.filePath());
         if (info.isSymLink()) {
             QFile::remove(place);
-            if (!QFile::link(info.symLinkTarget(), place))
-                throw HException(u"cannot make the link '%1'"_s.arg(place));
+            std::error_code failure;
+            std::filesystem::copy_symlink(QFile::encodeName(info.filePath()).constData(),
+                                          QFile::encodeName(place).constData(), failure);
+            if (failure)
+                throw HException(u"cannot make the link '%1': %2"_s.arg(place, qt_error_string(failure.value())));
         } else if (info.isDir()) {
             makeDirectory(place);
         } else {

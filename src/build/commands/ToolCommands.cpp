@@ -63,8 +63,23 @@ QString ToolCommands::intermediatePath(const ProjectElement *element, const QStr
     return directory + u'/' + name;
 }
 
+// Of a path: the file's name up to its first, and up to its last dot.
+static QStringView baseName(QStringView path)
+{
+    const QStringView name = path.sliced(path.lastIndexOf(u'/') + 1);
+    const qsizetype dot = name.indexOf(u'.');
+    return dot < 0 ? name : name.first(dot);
+}
+
+static QStringView completeBaseName(QStringView path)
+{
+    const QStringView name = path.sliced(path.lastIndexOf(u'/') + 1);
+    const qsizetype dot = name.lastIndexOf(u'.');
+    return dot < 0 ? name : name.first(dot);
+}
+
 QString ToolCommands::dependencyPath(const ProjectElement *element, const QString &configuration, const QString &object,
-                                     bool absolute) const
+                                     bool absolute)
 {
     const bool isProject = element->type() == ProjectElement::Type::Project;
     if (!isProject && !m_system.value(element, ProjectProperty::build_dependency_file_name, configuration).isEmpty()) {
@@ -72,14 +87,33 @@ QString ToolCommands::dependencyPath(const ProjectElement *element, const QStrin
         if (!own.isEmpty())
             return absolute ? m_system.absolutePath(element, own) : own;
     }
-    const QStringView fileName = QStringView(object).sliced(object.lastIndexOf(u'/') + 1);
-    const qsizetype dot = isProject ? fileName.lastIndexOf(u'.') : fileName.indexOf(u'.');
     const QString directory =
         absolute ? intermediateDirectory(element, configuration)
                  : expandedValue(element, ProjectProperty::build_intermediate_directory, configuration);
-    const QStringView baseName = dot < 0 ? fileName : fileName.first(dot);
+    const QStringView whole = completeBaseName(object);
+    QStringView name = baseName(object);
+    if (isProject || (name != whole && objectCount(element, configuration, name) > 1))
+        name = whole;
     QString path = directory.isEmpty() ? QString() : directory + u'/';
-    return path.append(baseName).append(isProject ? ".ld.d"_L1 : ".d"_L1);
+    return path.append(name).append(isProject ? ".ld.d"_L1 : ".d"_L1);
+}
+
+// Those of the element's project whose names are alike up to their first dot: foo.o and foo.pb.o.
+int ToolCommands::objectCount(const ProjectElement *element, const QString &configuration, QStringView name)
+{
+    if (m_objectCountsChange != m_system.changeCount()) {
+        m_objectCounts.clear();
+        m_objectCountsChange = m_system.changeCount();
+    }
+    const XMLNode *const project = projectAround(element);
+    const auto [counts, isNew] = m_objectCounts.try_emplace({project, configuration});
+    for (const XMLNode *node = isNew ? project : nullptr; node; node = node->nextInTree(project)) {
+        const auto *source = static_cast<const ProjectElement *>(node->toElement());
+        const ToolKind kind = source ? toolKind(m_system, source, configuration) : None;
+        if (isCompile(kind))
+            ++counts->second[baseName(outputName(kind, source, configuration, false)).toString()];
+    }
+    return counts->second.value(name.toString());
 }
 
 QString ToolCommands::dependencyFileName(const ProjectElement *element, const QString &configuration,

@@ -54,7 +54,8 @@ public:
 
     // Absolute, below the intermediate directory, which is made if it isn't there.
     virtual QString intermediatePath(const ProjectElement *element, const QString &configuration, const QString &name);
-    // Where the compiler says which files the object was made from. The directory of the absolute form is made.
+    // Where the compiler says which files the object was made from: its name up to the first dot with ".d", or up to
+    // the last one where objects of the project would share the file. The directory of the absolute form is made.
     virtual QString dependencyFileName(const ProjectElement *element, const QString &configuration,
                                        const QString &object, bool absolute);
     // Runs the driver on the builder, in a step of its own. What can't be run sets the state's `failed`.
@@ -147,7 +148,8 @@ private:
     void takeOverOptions(const ProjectElement *project, const QString &configuration);
     QString intermediateDirectory(const ProjectElement *element, const QString &configuration) const;
     QString dependencyPath(const ProjectElement *element, const QString &configuration, const QString &object,
-                           bool absolute) const;
+                           bool absolute);
+    int objectCount(const ProjectElement *element, const QString &configuration, QStringView name);
     QString expandedValue(const ProjectElement *element, ProjectProperty property, const QString &configuration) const;
     std::optional<QString> existingFile(const ProjectElement *element, ProjectProperty property,
                                         const QString &configuration) const;
@@ -164,7 +166,10 @@ private:
     } m_optionsInForce;
     using TemplateKey = std::tuple<const void *, ToolKind, BuildFlags>; // the context, see ProjectSystem
     std::map<TemplateKey, Template> m_templates;
-    quint64 m_changeCount = 0;   // of the system, when they were made
-    QSet<QString> m_directories; // that were made
+    quint64 m_changeCount = 0; // of the system, when they were made
+    // Of a project in a configuration, by what stands before the first dot of their names.
+    std::map<std::pair<const void *, QString>, QHash<QString, int>> m_objectCounts;
+    quint64 m_objectCountsChange = 0; // of the system, when they were counted
+    QSet<QString> m_directories;      // that were made
     QHash<QString, QString> m_programStamps;
 };

@@ -83,6 +83,25 @@ TEST_F(CommandsTest, OutputsAreNamedByProperties)
     }
 }
 
+TEST_F(CommandsTest, NoTwoObjectsShareADependencyFile)
+{
+    load("", R"(<file file_name="foo.c"/><folder Name="Made"><file file_name="foo.pb.c"/></folder>
+        <file file_name="x.y.c"/><file file_name="foo.txt"/>)");
+    const auto named = [this](const char *source) {
+        return tools.dependencyFileName(node(source), debug, request(source).target, false);
+    };
+    EXPECT_EQ(named("foo.c"), u"o/foo.d"_s);
+    EXPECT_EQ(named("foo.pb.c"), u"o/foo.pb.d"_s);
+    EXPECT_EQ(named("x.y.c"), u"o/x.d"_s);
+    EXPECT_TRUE(line(tools.command(request("foo.pb.c")).arguments).contains(u" -depend o/foo.pb.d "_s));
+    load("", R"(<file file_name="foo.pb.c"/>)");
+    EXPECT_EQ(named("foo.pb.c"), u"o/foo.d"_s);
+    load(R"(build_object_file_name="$(IntDir)/$(InputFileName).o")",
+         R"(<file file_name="a.c"/><file file_name="a.s"/>)");
+    EXPECT_EQ(named("a.c"), u"o/a.c.d"_s);
+    EXPECT_EQ(named("a.s"), u"o/a.s.d"_s);
+}
+
 TEST_F(CommandsTest, FilesBesideOutputsAreNamed)
 {
     load("");
