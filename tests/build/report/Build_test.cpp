@@ -165,6 +165,19 @@ TEST(VnBuild, ExportsWhatAShellAndMakeCanRun)
     EXPECT_EQ(database[0][u"directory"_s], QFileInfo(solution.file()).path());
 }
 
+TEST(VnBuild, ExportsNothingThatCannotBeBuilt)
+{
+    SmallSolution solution;
+    QByteArray text = solution.read("small.vnProject");
+    solution.write("small.vnProject", text.replace("project_type=\"Externally Built Library\" project_dependencies",
+                                                   "project_dependencies")
+                                          .replace("src/util.c\" />", "src/main.c\" />"));
+    for (const QString &what : {u"make"_s, u"commands"_s})
+        EXPECT_EQ(solution.problem({u"--export"_s, what, u"-o"_s, solution.path("out")}),
+                  u"vnBuild: The object file Output/Debug/Obj/app/main.o has been supplied more than once"_s);
+    EXPECT_FALSE(QFile::exists(solution.path("out")));
+}
+
 TEST(VnBuild, BuildsFirmwareWithTheRealToolsAndTellsItsSize)
 {
     if (QStandardPaths::findExecutable(u"arm-none-eabi-gcc"_s).isEmpty())
