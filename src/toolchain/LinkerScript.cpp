@@ -234,7 +234,7 @@ QString LinkerScript::section(const PlacedSection &load) const
         text += u" (NOLOAD)"_s;
     text += u" : "_s;
     QString loadAddress;
-    if (&run != &load && load.start)
+    if (load.start) // by AT> the bytes would go to the next free place instead
         loadAddress = hex(*load.start);
     else if (isThreadZero) // it has no bytes, and the block's segment goes on behind the bytes of .tdata
         loadAddress = u"LOADADDR(.tdata) + SIZEOF(.tdata)"_s;
