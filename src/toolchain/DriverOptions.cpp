@@ -110,7 +110,6 @@ const OptionRow rows[] = {
 };
 
 // The row whose option `argument` is or begins with; null when there is none.
-
 const OptionRow *rowFor(const QString &argument)
 {
     for (const OptionRow &row : rows)

@@ -20,10 +20,10 @@
 class LinkerScript
 {
 public:
-    // `entry` is the entry point's symbol. Throws a one-line diagnostic when no order of the sections fits both
-    // where they are loaded and where they run.
+    // `entry` is the entry point's symbol.
     LinkerScript(const SectionPlacement &placement, const QString &entry) : m_placement(placement), m_entry(entry) {}
 
+    // Throws a one-line diagnostic when no order of the sections fits both where they are loaded and where they run.
     QByteArray text() const;
 
 private:

@@ -54,7 +54,7 @@ void print(FILE *stream, const QString &text)
 
 ToolDriver::ToolDriver(const DriverOptions &options) : m_options(options), m_runner(options.verbose, options.printOnly)
 {
-    for (const QString &path : {options.output, options.dependencyFile})
+    for (const QString &path : {options.output, options.dependencyFile, loadFile()})
         if (!path.isEmpty() && !m_runner.isDry() && QFileInfo(path).isFile())
             m_runner.addOutput(path);
 }
@@ -162,6 +162,17 @@ QString ToolDriver::intermediate(const char *ending) const
     const QFileInfo info(m_options.inputsFile.isEmpty() ? m_options.output : m_options.inputsFile);
     const QString name = info.completeBaseName() + QLatin1StringView(ending);
     return info.path() == u"." ? name : info.path() + u'/' + name;
+}
+
+QString ToolDriver::besideOutput(const QString &ending) const
+{
+    const QFileInfo info(m_options.output);
+    return info.path() + u'/' + info.completeBaseName() + u'.' + ending;
+}
+
+QString ToolDriver::loadFile() const
+{
+    return m_options.outputFormat.isEmpty() ? QString() : besideOutput(m_options.outputFormat);
 }
 
 void ToolDriver::writeOwnFile(const QString &path, const QByteArray &text) const

@@ -35,6 +35,9 @@ private:
     // `files` as words of a command: themselves, or "@" and a file with their names when they are many.
     QStringList filesAsWords(const QStringList &files, const char *ending) const;
     void writeOwnFile(const QString &path, const QByteArray &text) const;
+    // What is made beside the output: its name with another ending.
+    QString besideOutput(const QString &ending) const;
+    QString loadFile() const; // empty if none is made
 
     // What a link is made with.
     struct Link

@@ -211,10 +211,8 @@ QStringList ToolDriver::linkerFlags() const
     QStringList words = {u"-Wl,--gc-sections"_s, u"-Wl,-n"_s, u"-Wl,-z,noexecstack"_s};
     if (m_options.warningsAsErrors)
         words += u"-Wl,--fatal-warnings"_s;
-    if (m_options.map) {
-        const QFileInfo info(m_options.output);
-        words += u"-Wl,-Map="_s + info.path() + u'/' + info.completeBaseName() + u".map"_s;
-    }
+    if (m_options.map)
+        words += u"-Wl,-Map="_s + besideOutput(u"map"_s);
     for (const QString &definition : m_options.symbolDefinitions)
         words += u"-Wl,--defsym="_s + definition;
     for (const QString &symbol : m_options.keepSymbols)
@@ -369,7 +367,14 @@ void ToolDriver::runPatch()
             continue;
         if (smallTools.contains(words.first()))
             words.first() = installationDirectory() + u"/bin/"_s + words.first();
-        m_runner.run(words);
+        try {
+            m_runner.run(words);
+        } catch (const ToolFailure &failure) {
+            // It may have said nothing, or nothing that reads as an error.
+            std::fprintf(stderr, "cc: error: patch command '%s' returned %d exit status\n",
+                         qPrintable(CommandRunner::quoted(words)), failure.status());
+            throw;
+        }
     }
 }
 
@@ -388,8 +393,7 @@ void ToolDriver::writeLoadFile(const Link &link)
     const QString format = m_options.outputFormat;
     if (format.isEmpty() || m_runner.isDry())
         return;
-    const QFileInfo info(m_options.output);
-    const QString path = info.path() + u'/' + info.completeBaseName() + u'.' + format;
+    const QString path = loadFile();
     if (is64Bit(link.machine))
         return copyLoadFile(link.tools, path);
     ElfLoadFile program(m_options.output);

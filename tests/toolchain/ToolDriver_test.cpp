@@ -290,11 +290,12 @@ TEST_F(Driver, FailsWhenASegmentOverflows)
                            "{ ram[0] = big[1]; }");
     compile("main.c", {u"-Wc,-mcpu=cortex-m3"_s, u"-Wc,-mthumb"_s});
     folder.write("app.elf", "old");
-    const ProgramResult result = link({objectOf("main.c")}, {u"-Khole"_s});
+    folder.write("app.hex", "old");
+    const ProgramResult result = link({objectOf("main.c")}, {u"-Khole"_s, u"-Fhex"_s});
     EXPECT_EQ(result.status, 1);
     EXPECT_TRUE(result.error.contains("region `FLASH' overflowed by")) << result.error.constData();
     EXPECT_TRUE(result.error.contains("region `RAM' overflowed by")) << result.error.constData();
-    EXPECT_FALSE(QFile::exists(path("app.elf")));
+    EXPECT_FALSE(QFile::exists(path("app.elf")) || QFile::exists(path("app.hex")));
 
     // A section with a size of its own.
     folder.write("place.xml", QByteArray(smallPlacement).replace("name=\".bss\"", "name=\".bss\" size=\"0x40\""));
@@ -469,6 +470,7 @@ TEST_F(Driver, RunsThePatchCommandOnTheOutput)
     EXPECT_EQ(folder.read("copy"), folder.read("app.elf"));
     const ProgramResult result = link({objectOf("main.c")}, {u"-patch"_s, u"false"_s, u"-Fhex"_s});
     EXPECT_EQ(result.status, 1);
+    EXPECT_EQ(result.error, "cc: error: patch command 'false' returned 1 exit status\n");
     EXPECT_FALSE(QFile::exists(path("app.elf")));
     EXPECT_EQ(link({objectOf("main.c")}, {u"-patch"_s, u"no-such-tool x"_s}).error,
               "cc: error: cannot run 'no-such-tool': No such file or directory\n");

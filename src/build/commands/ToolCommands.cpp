@@ -28,6 +28,7 @@ void ToolCommands::refresh()
     m_programStamps.clear();
     if (!m_genericOptionsError.isEmpty())
         m_genericOptionsPath.clear(); // is tried again
+    m_optionsInForce = {};
 }
 
 // ---- Names ------------------------------------------------------------------------------------------------
@@ -472,6 +473,15 @@ QStringList ToolCommands::languageServiceArguments(const ProjectElement *element
 void ToolCommands::loadGenericOptions(const ProjectElement *element, const QString &configuration)
 {
     const ProjectElement *project = projectAround(element);
+    if (m_optionsInForce.project == project && m_optionsInForce.changeCount == m_system.changeCount() &&
+        m_optionsInForce.configuration == configuration)
+        return;
+    loadGenericOptionsOf(project, configuration);
+    m_optionsInForce = {project, configuration, m_system.changeCount()};
+}
+
+void ToolCommands::loadGenericOptionsOf(const ProjectElement *project, const QString &configuration)
+{
     QString path =
         project ? m_system.expandedValue(project, ProjectProperty::build_generic_options_file_name, configuration)
                 : QString();

@@ -40,7 +40,7 @@ struct ToolCommand
 // Turns properties into file names and command lines of the tool chain.
 //
 // All compiling, assembling, archiving and linking goes through one program, "$(StudioDir)/bin/cc". Which
-// property makes which argument, in which order, is a table in ToolCommands.cpp.
+// property makes which argument, in which order, is a table in CommandRows.cpp.
 //
 // What is equal for all files of a folder or project is worked out once and kept until a property changes.
 class ToolCommands
@@ -79,7 +79,8 @@ public:
     virtual QStringList languageArguments(const ProjectElement *element, const QString &configuration) = 0;
 
     // Puts the tool chain's own properties into the schema, by the file that the element's project names for
-    // them; command() does it first. An additional option of the project's that such a property makes becomes its
+    // them; command() does it first. Whoever asks for values of an element before that does it himself, for the file
+    // may change their defaults. An additional option of the project's that such a property makes becomes its
     // value; what was there before is kept in the backup property.
     void loadGenericOptions(const ProjectElement *element, const QString &configuration);
     // By which another program of that name, or another version of it, is known: where it was found, its time and
@@ -142,6 +143,7 @@ private:
 
     const Template &templateOf(const ToolRequest &request);
     QStringList inputsOf(const ToolRequest &request) const; // lines of the inputs file
+    void loadGenericOptionsOf(const ProjectElement *project, const QString &configuration);
     void takeOverOptions(const ProjectElement *project, const QString &configuration);
     QString intermediateDirectory(const ProjectElement *element, const QString &configuration) const;
     QString dependencyPath(const ProjectElement *element, const QString &configuration, const QString &object,
@@ -154,6 +156,12 @@ private:
 
     GenericOptions m_genericOptions;
     QString m_genericOptionsPath, m_genericOptionsError;
+    struct // so that asking for each source costs next to nothing
+    {
+        const ProjectElement *project = nullptr;
+        QString configuration;
+        quint64 changeCount = ~quint64(0);
+    } m_optionsInForce;
     using TemplateKey = std::tuple<const void *, ToolKind, BuildFlags>; // the context, see ProjectSystem
     std::map<TemplateKey, Template> m_templates;
     quint64 m_changeCount = 0;   // of the system, when they were made

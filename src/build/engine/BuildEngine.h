@@ -46,9 +46,9 @@ public:
     BuildEngine &operator=(const BuildEngine &) = delete;
     virtual ~BuildEngine();
 
-    // Begins a build ahead of buildProject(), for a caller that has to prepare something: reads what earlier builds
-    // noted, and asks for the times of those files meanwhile; until then records and times are to be left alone. False
-    // while another program builds the solution.
+    // Begins a build ahead of buildProject(), which is given the same, for a caller that has to prepare something:
+    // reads what earlier builds noted, and asks for the times of those files meanwhile; until then records and times
+    // are to be left alone. False while another program builds the solution.
     bool begin(const ProjectElement *element, const QString &configuration, BuildFlags flags);
     // Builds a solution, project, folder or file. With batch a project's own list of configurations takes the place
     // of the one given.
@@ -116,6 +116,8 @@ public:
     FileTimes::Id outputId(const ProjectElement *element, const QString &configuration, BuildFlags flags);
     CompileTemplates &compileTemplates() { return *m_compileTemplates; }
 
+    // A command begins that makes the output. If nothing more is heard of it, the next build makes it again.
+    void outputBegun(const ProjectElement *element, const QString &configuration, const QString &output);
     // The commands with that hash have made the output. An empty one: they may have written any file.
     void outputMade(const ProjectElement *element, const QString &configuration, const QString &output, quint64 hash);
     // Reads what the output of a compiler was made from and puts it on record.
@@ -126,11 +128,11 @@ public:
     void setOwed(const ProjectElement *project, const QString &configuration, const QString &what, bool isOwed);
     bool isOwed(const ProjectElement *project, const QString &configuration, const QString &what);
     void owePostBuild(const ProjectElement *project, const QString &configuration); // if it has one
-    // A job failed; with keep-going the project's own step and those that need it are passed over then.
     // Elements that did something, or would have. What a project's children did isn't in the project's result.
     int stepsDone() const { return m_stepsDone; }
     void noteStep() { ++m_stepsDone; }
     void noteFailure() { ++m_failureCount; } // that ends nothing
+    // A job failed; with keep-going the project's own step and those that need it are passed over then.
     void jobFailed(const ProjectElement *element, const QString &configuration);
     bool hasFailed(const ProjectElement *project, const QString &configuration) const;
     // Takes up the user's interrupts: the first stops the build, the second kills what doesn't stop.
@@ -138,7 +140,7 @@ public:
 
     // What an element is made from, absolute: a source, object files and libraries, what is combined.
     QStringList inputs(const ProjectElement *element, const QString &configuration, BuildFlags flags = 0);
-    // The command that compiles a source; empty when it can't be made. External: one of the solution's.
+    // The command that compiles a source. External: one of the solution's. Throws HException when it can't be made.
     QStringList compileArguments(const ProjectElement *source, const QString &configuration, BuildFlags flags,
                                  bool &isExternal);
     // Files that were written for a command of the element, to be written elsewhere too.
@@ -154,6 +156,7 @@ private:
     Record &recordOf(const ProjectElement *element, const QString &configuration);
     Record &unreadRecord(const ProjectElement *project, const QString &configuration);
     void gatherRecords(const ProjectElement *element, const QString &configuration, std::vector<Record *> &records);
+    bool writes(BuildFlags flags) const; // else it only decides, and may do so beside another build
     void saveRecords();
     void anythingWritten(); // by a command
     bool addDependencyJobs(const ProjectElement *project, const QString &configuration, BuildFlags flags,

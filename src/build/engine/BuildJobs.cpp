@@ -1,7 +1,7 @@
 #include "base/Pattern.h"
 #include "build/commands/Builder.h"
 #include "build/commands/Idler.h"
-#include "build/commands/ToolKind.h"
+#include "build/commands/ToolCommands.h"
 #include "build/engine/BuildEngine.h"
 #include "build/engine/ProjectNodes.h"
 #include "project/model/ProjectSystem.h"
@@ -100,12 +100,14 @@ void BuildEngine::addProjectJobs(const ProjectElement *project, const QString &c
     for (const QString &name : configurations) {
         if (!m_state.goesOn())
             return;
+        m_tools.loadGenericOptions(project, name);
         if (m_system.value(project, ProjectProperty::build_exclude_from_build, name) != "No"_L1)
             continue;
         if (!m_listed.insert({project, name}).second)
             continue; // listed, or about to be: a project depends on itself
         if (followDependencies && !addDependencyJobs(project, name, flags, builder, idler, single, jobs))
             return;
+        m_tools.loadGenericOptions(project, name); // its dependencies have theirs
         const int steps = std::min(buildStepCount(project, name, flags), maximumSteps);
         jobs.push_back({project, name, flags | BuildFlag::projectBegin | BuildFlags(steps) << BuildFlag::stepsShift,
                         buildTitle(project, name, flags)});

@@ -1,4 +1,5 @@
 #include "base/CommandWords.h"
+#include "base/HException.h"
 #include "build/commands/Builder.h"
 #include "build/commands/CommandText.h"
 #include "build/commands/Idler.h"
@@ -209,9 +210,10 @@ QStringList ElementBuild::externalCompileWords(ToolKind kind, const CompilePlan 
         return m_system.propertyList(m_element, property, m_configuration, options, isOwn);
     };
     MacroMap macros = m_macros;
+    const bool isInvolved = hasNestedReference(text);
     const auto add = [&](const char *name, const auto &makeValue) {
         const QString macro = QString::fromLatin1(name);
-        if (text.contains(macro)) // the others would cost more than the command
+        if (isInvolved || text.contains(macro)) // the others would cost more than the command
             macros.insert(macro, makeValue());
     };
     add("TargetPath", [&] { return plan.absoluteTarget; });
@@ -240,8 +242,10 @@ QStringList ElementBuild::compileArguments(bool &isExternal)
     const ToolKind kind = m_engine.facts(m_element, m_configuration, m_flags).kind;
     const CompilePlan plan = planCompile(kind);
     isExternal = plan.isExternal;
+    if (!plan.error.isEmpty())
+        throw HException(plan.error);
     if (!plan.isExternal)
-        return plan.error.isEmpty() ? m_tools.command(compileSteps(kind, plan).request).arguments : QStringList();
+        return m_tools.command(compileSteps(kind, plan).request).arguments;
     QString error;
     return externalCompileWords(kind, plan, nullptr, error);
 }

@@ -27,9 +27,11 @@ ElementBuild::ElementBuild(BuildEngine &engine, const ProjectElement *element, c
       m_builder(builder),
       m_idler(idler),
       m_flags(flags),
-      m_directory(m_system.projectDirectory(element)),
-      m_isForced(flags & BuildFlag::force || m_system.isYes(element, build_always_rebuild, configuration))
-{}
+      m_directory(m_system.projectDirectory(element))
+{
+    m_tools.loadGenericOptions(element, configuration); // before any value is asked for: it may change their defaults
+    m_isForced = flags & BuildFlag::force || m_system.isYes(element, build_always_rebuild, configuration);
+}
 
 bool ElementBuild::run()
 {

@@ -69,8 +69,7 @@ QStringList ExportBuilder::lines() const
 
 void ExportBuilder::reportError(const QString &text)
 {
-    const QString line = "ERROR occurred "_L1 + text;
-    (m_form == Form::MakeFile ? m_errors : m_lines) += line;
+    (m_form == Form::MakeFile ? m_errors : m_lines) += exportErrorMark + text;
 }
 
 void ExportBuilder::beginStep(const ProjectElement *element, const QString &title, const QString &configuration, int)

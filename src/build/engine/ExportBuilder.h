@@ -80,7 +80,9 @@ private:
     std::map<ProjectKey, Project> m_projects;
 };
 
-// The commands, or the make file, by which the element is built from nothing. Flags: noUnity, noDepend.
+// The commands, or the make file, by which the element is built from nothing; what can't be told is a line that begins
+// with the mark. Flags: noUnity, noDepend.
+inline constexpr QLatin1StringView exportErrorMark("ERROR occurred ");
 QStringList exportBuildCommands(BuildEngine &engine, const ProjectElement *element, const QString &configuration,
                                 BuildFlags flags = 0);
 QStringList exportMakefile(BuildEngine &engine, const ProjectElement *element, const QString &configuration,

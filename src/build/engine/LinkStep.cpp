@@ -138,9 +138,10 @@ void ElementBuild::planExternalLink(LinkPlan &plan)
     plan.objectsFile = absolute(expanded(external_objects_file_name));
     MacroMap macros{{u"ObjectsFilePath"_s, plan.objectsFile},
                     {u"RelObjectsFilePath"_s, plan.objectsFile.isEmpty() ? QString() : relative(plan.objectsFile)},
-                    {u"Objects"_s, quotedWords(plan.inputs)},
                     {u"TargetPath"_s, plan.absoluteTarget},
                     {u"RelTargetPath"_s, relative(plan.absoluteTarget)}};
+    if (text.contains("$(Objects"_L1) || hasNestedReference(text)) // thousands of them
+        macros.insert(u"Objects"_s, quotedWords(plan.inputs));
     if (!isLink) {
         plan.external = commands(expand(text, macros), "&&"_L1, m_directory, plan.absoluteTarget);
         return;

@@ -48,7 +48,7 @@ QStringList dependencyNames(const StandardProjectSystem &system, const ProjectEl
 {
     QString text = system.value(project, ProjectProperty::project_dependencies, configuration);
     text.remove(u'\r').remove(u'\n');
-    const QString own = project->displayName();
+    const QString own = projectOf(project)->displayName();
     QStringList names;
     for (const QString &entry : text.split(u';', Qt::SkipEmptyParts)) {
         if (!entry.contains(u'*')) {

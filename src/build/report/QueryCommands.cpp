@@ -321,26 +321,23 @@ void exportBuild(LoadedSolution &loaded, const ExportRequest &request, const Pro
     StandardToolCommands tools(loaded.system(), state);
     BuildEngine engine(loaded.system(), tools, state);
     QByteArray text;
-    QString problem;
-    const auto textOf = [&problem](const QStringList &lines) {
-        constexpr auto failure = "ERROR occurred "_L1;
-        for (const QString &line : lines)
-            if (problem.isEmpty() && line.startsWith(failure))
-                problem = line.sliced(failure.size());
-        return lines.join(u'\n').toUtf8() + '\n';
-    };
+    QStringList lines;
     if (request.what == "commands"_L1)
-        text = textOf(exportBuildCommands(engine, &node, configuration, request.flags));
+        lines = exportBuildCommands(engine, &node, configuration, request.flags);
     else if (request.what == "make"_L1)
-        text = textOf(exportMakefile(engine, &node, configuration, request.flags));
+        lines = exportMakefile(engine, &node, configuration, request.flags);
     else if (request.what == "compile-commands"_L1)
         text = exportCompileCommands(engine, &node, configuration, request.flags);
     else
         throw UsageError(u"--export takes commands, make or compile-commands; not '%1'"_s.arg(request.what));
-    if (request.file.isEmpty() || request.file == "-"_L1)
+    for (const QString &line : lines)
+        text += line.toUtf8() + '\n';
+    const bool isFile = !request.file.isEmpty() && request.file != "-"_L1;
+    if (!isFile)
         printOut(QByteArrayView(text));
-    else if (problem.isEmpty())
+    for (const QString &line : lines)
+        if (line.startsWith(exportErrorMark))
+            throw HException(line.sliced(exportErrorMark.size()));
+    if (isFile)
         writeFileSafely(request.file, text);
-    if (!problem.isEmpty())
-        throw HException(problem);
 }

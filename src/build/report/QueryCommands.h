@@ -32,6 +32,7 @@ struct ExportRequest
     QString file; // empty or "-": standard output
     BuildFlags flags = 0;
 };
-// Writes the build of the node down. Throws UsageError for another `what`.
+// Writes the build of the node down; a file only if all of it could be told. Throws UsageError for another `what`, and
+// HException with what couldn't.
 void exportBuild(LoadedSolution &loaded, const ExportRequest &request, const ProjectElement &node,
                  const QString &configuration);

@@ -17,9 +17,9 @@ namespace {
 constexpr int systemTarget = 8;
 constexpr int commandPollMs = 100;
 
-[[noreturn]] void fail(const QString &file, const QString &message)
+[[noreturn]] void fail(const QString &file, const XMLNode &place, const QString &message)
 {
-    throw SolutionLoadError{file, false, message, 0, 0, {}};
+    throw SolutionLoadError{file, true, message, int(place.line()) + 1, 0, {}};
 }
 
 QString attributeText(const XMLElement &element, const char *name)
@@ -50,7 +50,7 @@ ProjectLoadProgressInterface &progressOf(const SolutionLoadHandlers &handlers)
 }
 
 // Runs one command of a load in the solution's directory. Its output goes to our standard error.
-void runLoadCommand(const QString &command, const QString &file, const QStringList &settings,
+void runLoadCommand(const QString &command, const XMLElement &root, const QString &file, const QStringList &settings,
                     ProjectLoadProgressInterface &progress)
 {
     QStringList words = QProcess::splitCommand(command);
@@ -70,7 +70,7 @@ void runLoadCommand(const QString &command, const QString &file, const QStringLi
     process.start();
     process.closeWriteChannel();
     if (!process.waitForStarted(-1))
-        fail(file, u"solution load command \"%1\" not found"_s.arg(command));
+        fail(file, root, u"solution load command \"%1\" not found"_s.arg(command));
     while (!process.waitForFinished(commandPollMs) && process.state() != QProcess::NotRunning) {
         if (progress.isCancelled()) {
             process.kill();
@@ -80,7 +80,7 @@ void runLoadCommand(const QString &command, const QString &file, const QStringLi
     }
     const bool isDone = process.exitStatus() == QProcess::NormalExit;
     if (!isDone || process.exitCode() != 0)
-        fail(file, u"solution load command failed (%1) %2"_s.arg(isDone ? process.exitCode() : -1).arg(file));
+        fail(file, root, u"solution load command failed (%1) %2"_s.arg(isDone ? process.exitCode() : -1).arg(file));
 }
 
 class LoadSteps : public SolutionLoadSteps
@@ -108,6 +108,9 @@ public:
 
     void parsed(const XMLElement &root, const QString &file) override
     {
+        const QString target = attributeText(root, "target");
+        if (!target.isEmpty() && target.toInt() != systemTarget)
+            fail(file, root, u"invalid solution target (%1, expected %2)"_s.arg(target, QString::number(systemTarget)));
         const QStringList commands =
             expandSystem(attributeText(root, "load_command")).split("&&"_L1, Qt::SkipEmptyParts);
         const QStringList settings = expandSystem(attributeText(root, "load_command_environment")).split(u';');
@@ -116,7 +119,7 @@ public:
             const int steps = 2 * int(commands.size());
             for (int i = 0; i < commands.size(); ++i) {
                 m_progress.setProgress(2 * i, steps);
-                runLoadCommand(commands[i], file, settings, m_progress);
+                runLoadCommand(commands[i], root, file, settings, m_progress);
                 m_progress.setProgress(2 * (i + 1), steps);
             }
         }
@@ -165,15 +168,6 @@ void visit(ProjectElement &top, const Visit &take)
 void ProjectSystem::prepare(ProjectElement &root, const SolutionLoadHandlers &handlers)
 {
     ProjectLoadProgressInterface &progress = progressOf(handlers);
-    const QString target = root.property(u"target"_s);
-    if (!target.isEmpty() && target.toInt() != systemTarget)
-        throw SolutionLoadError{
-            root.filePath(),
-            true,
-            u"invalid solution target (%1, expected %2)"_s.arg(target, QString::number(systemTarget)),
-            int(root.line()) + 1,
-            0,
-            {}};
     std::vector<ProjectElement *> templated;
     visit(root, [&templated](ProjectElement &element) {
         if (element.type() == ProjectElement::Type::Project && element.hasProperty(u"template_name"_s))
@@ -195,7 +189,8 @@ void ProjectSystem::prepare(ProjectElement &root, const SolutionLoadHandlers &ha
         const QString other =
             handlers.templateNotFound ? handlers.templateNotFound->templateNotFound(project, key) : QString();
         if (other.isEmpty() || !expandTemplate(project, other, configurations))
-            fail(root.filePath(), "no template for project "_L1 + name);
+            fail(project->enclosing(ProjectElement::Type::Solution)->filePath(), *project,
+                 "no template for project "_L1 + name);
     }
 }
 

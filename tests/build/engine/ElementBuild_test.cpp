@@ -103,6 +103,34 @@ TEST_F(ElementBuild, LinkTakesWhatTheProjectAndItsDependenciesMake)
     }
 }
 
+// What a tool chain's file of options makes of properties that nobody has set, commands of its own for one, holds for
+// the projects that name it, from their first source on.
+TEST_F(ElementBuild, DefaultsOfAToolChainHoldForItsProjectsAlone)
+{
+    for (const char *name : {"a.c", "b.c", "c.c"})
+        write(name, 10);
+    write("tools.xml", 10,
+          "<options><property name=\"compile_post_build_command\" default=\"strip $(RelTargetPath)\"/>"
+          "<property name=\"build_object_file_name\" default=\"$(IntDir)/$(InputName).obj\"/></options>");
+    load("<project Name=\"own\"><configuration Name=\"Common\" project_type=\"Library\" "
+         "build_generic_options_file_name=\"tools.xml\" external_archive_command=\"ar $(Objects)\"/>"
+         "<file file_name=\"a.c\"/><file file_name=\"b.c\"/></project>"
+         "<project Name=\"plain\"><configuration Name=\"Common\" project_type=\"Object file\"/>"
+         "<file file_name=\"c.c\"/></project>");
+    const QStringList commands{u"compile a.c"_s,
+                               u"strip obj/own/a.obj"_s,
+                               u"compile b.c"_s,
+                               u"strip obj/own/b.obj"_s,
+                               u"ar obj/own/a.obj obj/own/b.obj"_s,
+                               u"compile c.c"_s};
+    EXPECT_EQ(build(1), BuildResult::Complete);
+    EXPECT_EQ(started(), commands);
+    EXPECT_TRUE(QFile::exists(folder.path("obj/plain/c.o")));
+    EXPECT_EQ(build(1), BuildResult::UpToDate);
+    EXPECT_EQ(build(1, BuildFlag::force), BuildResult::Complete);
+    EXPECT_EQ(started(), commands);
+}
+
 TEST_F(ElementBuild, AnObjectMustNotComeTwice)
 {
     write("a.c", 10);

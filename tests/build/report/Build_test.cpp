@@ -1,5 +1,6 @@
 #include "build/report/JsonReport.h"
 #include "build/report/TextReport.h"
+#include "support/RunningProgram.h"
 #include "support/SmallSolution.h"
 
 #include "base/JsonWriter.h"
@@ -127,6 +128,8 @@ TEST(VnBuild, BuildsOneFileOneProjectOneConfiguration)
     EXPECT_EQ(solution.run({u"--only"_s, u"src/util.c"_s, u"-c"_s, u"Release"_s}).status, 0);
     EXPECT_TRUE(QFile::exists(solution.path("Output/Release/Obj/app/util.o")));
     EXPECT_FALSE(QFile::exists(solution.path("Output/Release/Obj/app/main.o")));
+    EXPECT_EQ(solution.run({u"--only"_s, u"app/src/util.c"_s, u"-c"_s, u"Release"_s, u"--check"_s}).status, 0)
+        << "the project's name and the path from its directory, though the file is in a folder";
     EXPECT_EQ(solution.run({u"-p"_s, u"lib"_s}).status, 0);
     EXPECT_TRUE(QFile::exists(solution.path("lib.out")));
     EXPECT_FALSE(QFile::exists(solution.path("app.out")));
@@ -150,6 +153,16 @@ TEST(VnBuild, AnInterruptEndsWith130AndLeavesNoHalfMadeOutput)
     EXPECT_FALSE(QFile::exists(solution.path("Output/Debug/Obj/lib/lib.o")));
 }
 
+TEST(VnBuild, FollowsACommandThatRunsAloneAndLong)
+{
+    SmallSolution solution;
+    solution.write("compile.sh", "echo early\nwhile [ ! -e go ]; do sleep 0.02; done\ncp \"$1\" \"$2\"\n");
+    RunningProgram program(u"vnBuild"_s, {solution.file(), u"-j2"_s});
+    EXPECT_TRUE(program.waitFor("early"));
+    solution.write("go", "");
+    EXPECT_EQ(program.end(), 0);
+}
+
 TEST(VnBuild, ExportsWhatAShellAndMakeCanRun)
 {
     const SmallSolution solution;
@@ -165,17 +178,19 @@ TEST(VnBuild, ExportsWhatAShellAndMakeCanRun)
     EXPECT_EQ(database[0][u"directory"_s], QFileInfo(solution.file()).path());
 }
 
-TEST(VnBuild, ExportsNothingThatCannotBeBuilt)
+TEST(VnBuild, ExportsNoFileWithoutWhatCannotBeTold)
 {
-    SmallSolution solution;
-    QByteArray text = solution.read("small.vnProject");
-    solution.write("small.vnProject", text.replace("project_type=\"Externally Built Library\" project_dependencies",
-                                                   "project_dependencies")
-                                          .replace("src/util.c\" />", "src/main.c\" />"));
-    for (const QString &what : {u"make"_s, u"commands"_s})
-        EXPECT_EQ(solution.problem({u"--export"_s, what, u"-o"_s, solution.path("out")}),
-                  u"vnBuild: The object file Output/Debug/Obj/app/main.o has been supplied more than once"_s);
-    EXPECT_FALSE(QFile::exists(solution.path("out")));
+    const SmallSolution solution;
+    ASSERT_EQ(solution.run({u"--set"_s, u"c_additional_options_from_file=none.txt"_s}).status, 0);
+    const QString file = solution.path("export");
+    for (const QString &what : {u"commands"_s, u"make"_s, u"compile-commands"_s}) {
+        const ProgramResult result = solution.run({u"--export"_s, what, u"-o"_s, file});
+        EXPECT_EQ(result.status, 1) << what.toStdString();
+        EXPECT_EQ(result.error, "vnBuild: Cannot load options file: none.txt\n");
+        EXPECT_FALSE(QFile::exists(file));
+    }
+    EXPECT_THAT(solution.run({u"--export"_s, u"commands"_s}).out.toStdString(),
+                testing::HasSubstr("ERROR occurred Cannot load options file: none.txt\n"));
 }
 
 TEST(VnBuild, BuildsFirmwareWithTheRealToolsAndTellsItsSize)

@@ -22,13 +22,14 @@ protected:
         system.closeSolution();
         return system.loadSolution(QString(), writeSolution(name, text));
     }
-    // What loading it throws, with "FOLDER" for the test's.
+    // What loading it throws, with its line, and "FOLDER" for the test's.
     QString loadError(const QByteArray &text)
     {
         try {
             load(text);
         } catch (const SolutionLoadError &error) {
-            return QString(error.message).replace(folder.root(), QStringLiteral("FOLDER"));
+            const QString at = error.hasPosition ? QStringLiteral(" : %1").arg(error.line) : QString();
+            return QString(error.message + at).replace(folder.root(), QStringLiteral("FOLDER"));
         }
         return QStringLiteral("no error");
     }

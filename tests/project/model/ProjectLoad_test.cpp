@@ -85,10 +85,10 @@ TEST_F(ProjectLoad, RunsCommandsUntilOneFails)
     EXPECT_EQ(read("linux.txt"), folder.root() + "\n1 2\n"_L1);
     EXPECT_TRUE(QFile::exists(folder.path("'b.txt'"))) << "only double quotes hold words together";
     EXPECT_EQ(loadError("<solution load_command='sh -c \"exit 3\" &amp;&amp; touch never.txt'/>"),
-              u"solution load command failed (3) FOLDER/main.vnProject"_s);
+              u"solution load command failed (3) FOLDER/main.vnProject : 2"_s);
     EXPECT_FALSE(QFile::exists(folder.path("never.txt")));
     EXPECT_EQ(loadError("<solution load_command=' ./none -x '/>"),
-              u"solution load command \" ./none -x \" not found"_s);
+              u"solution load command \" ./none -x \" not found : 2"_s);
 }
 
 TEST_F(ProjectLoad, SetsTheEnvironment)
@@ -104,9 +104,14 @@ TEST_F(ProjectLoad, SetsTheEnvironment)
 
 TEST_F(ProjectLoad, ChecksTargetAndTemplates)
 {
-    EXPECT_EQ(loadError("<solution target='9'/>"), u"invalid solution target (9, expected 8)"_s);
+    const QString wrongTarget = u"invalid solution target (9, expected 8) : 2"_s;
+    EXPECT_EQ(loadError("<solution target='9' load_command='touch never.txt'/>"), wrongTarget);
+    EXPECT_FALSE(QFile::exists(folder.path("never.txt")));
+    writeSolution("nine.vnProject", "<solution target='9'/>");
+    EXPECT_EQ(loadError("<solution><import file_name='nine.vnProject'/></solution>"), wrongTarget);
     EXPECT_EQ(loadError("<solution target='8'/>"), u"no error"_s);
-    EXPECT_EQ(loadError("<solution><project Name='p' template_name='t'/></solution>"), u"no template for project p"_s);
+    EXPECT_EQ(loadError("<solution>\n<project Name='p' template_name='t'/></solution>"),
+              u"no template for project p : 3"_s);
     EXPECT_EQ(loadError("<solution templates_file='$(HostOS)/t.xml'/>"), u"no error"_s);
     EXPECT_EQ(system.templatesFile(), u"linux/t.xml"_s);
 
