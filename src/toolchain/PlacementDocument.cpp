@@ -27,6 +27,7 @@ std::unique_ptr<XMLElement> PlacementDocument::readRoot(const QString &path, con
     if (!QFileInfo(path).isFile())
         throw HException(SourcePlace{path}.error(QFileInfo(path).isDir() ? u"is a folder"_s : u"no such file"_s));
     m_reading = path;
+    m_files += path;
     if (!load(path, macros, true))
         throw HException(SourcePlace{path, errorLine() + 1}.error(QString::fromUtf8(errorText())));
     if (!root()) {
@@ -65,6 +66,7 @@ std::unique_ptr<XMLElement> PlacementDocument::createElement(const XMLText &name
 bool PlacementDocument::parseInclude(const QString &path)
 {
     const QString before = std::exchange(m_reading, path);
+    m_files += path;
     const bool ok = XMLPP2::parseInclude(path);
     m_reading = before;
     return ok;

@@ -46,6 +46,8 @@ public:
     std::unique_ptr<XMLElement> createElement(const XMLText &name) override;
     void reportError(const QString &message) override;
 
+    // What it was read from: the document, and what it imports and includes.
+    const QStringList &files() const { return m_files; }
     SourcePlace placeOf(const XMLElement &element) const;
     // An attribute's text; null when it is absent. Throws when a macro in it has no value.
     QString text(const XMLElement &element, const char *attribute) const;
@@ -64,4 +66,5 @@ private:
 
     QString m_path;
     QString m_reading; // the file that elements are made from
+    QStringList m_files;
 };

@@ -105,9 +105,12 @@ void collectSegments(const PlacementDocument &document, const XMLElement &top, s
 
 } // namespace
 
-std::vector<MemorySegment> SectionPlacement::readMemoryMap(const QString &path, const QString &macros)
+std::vector<MemorySegment> SectionPlacement::readMemoryMap(const QString &path, const QString &macros,
+                                                           QStringList *files)
 {
     const PlacementDocument document(path, macros);
+    if (files)
+        *files += document.files();
     std::vector<MemorySegment> segments;
     collectSegments(document, *document.root(), segments);
     if (segments.empty())
@@ -136,6 +139,7 @@ SectionPlacement::SectionPlacement(std::vector<MemorySegment> segments, const QS
     : m_segments(std::move(segments)), m_isUsed(m_segments.size())
 {
     const PlacementDocument document(path, macros);
+    m_files = document.files();
     for (const XMLElement *child = document.root()->firstChildElement(); child; child = child->nextSiblingElement())
         readElement(document, *child, std::nullopt);
     if (m_sections.empty())

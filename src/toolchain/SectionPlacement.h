@@ -37,9 +37,10 @@ struct PlacedSection
 class SectionPlacement
 {
 public:
-    // The segments of a memory map document: each `MemorySegment` with a size, in document order.
-    // Throws a one-line diagnostic, as all of these do.
-    static std::vector<MemorySegment> readMemoryMap(const QString &path, const QString &macros);
+    // The segments of a memory map document: each `MemorySegment` with a size, in document order. `files` gets what
+    // was read. Throws a one-line diagnostic, as all of these do.
+    static std::vector<MemorySegment> readMemoryMap(const QString &path, const QString &macros,
+                                                    QStringList *files = nullptr);
     // The same from "NAME RWX START SIZE;...", for targets without a memory map.
     static std::vector<MemorySegment> readSegmentList(const QString &text);
 
@@ -52,6 +53,8 @@ public:
     bool usesSegment(size_t index) const { return m_isUsed[index]; }
     // Of what the document holds and nobody knows; as one-line diagnostics.
     const QStringList &warnings() const { return m_warnings; }
+    // What the document was read from.
+    const QStringList &files() const { return m_files; }
 
 private:
     void readElement(const PlacementDocument &document, const XMLElement &element, std::optional<size_t> segment);
@@ -63,5 +66,5 @@ private:
     std::vector<MemorySegment> m_segments;
     std::vector<PlacedSection> m_sections;
     std::vector<bool> m_isUsed;
-    QStringList m_warnings;
+    QStringList m_warnings, m_files;
 };

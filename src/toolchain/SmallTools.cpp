@@ -121,11 +121,12 @@ void copyFolder(const QString &source, const QString &target)
     if (cleanPath(target).startsWith(cleanPath(source)))
         throw HException(u"cannot copy '%1' into itself"_s.arg(source));
     makeDirectory(target);
-    QDirIterator entry(source, QDir::AllEntries | QDir::Hidden | QDir::System | QDir::NoDotAndDotDot,
+    const QDir folder(QFileInfo(source).absoluteFilePath()); // seen from a relative one, a relative name stays as it is
+    QDirIterator entry(folder.path(), QDir::AllEntries | QDir::Hidden | QDir::System | QDir::NoDotAndDotDot,
                        QDirIterator::Subdirectories);
     while (entry.hasNext()) {
         const QFileInfo info(entry.next());
-        const QString place = target + u'/' + QDir(source).relativeFilePath(info.absoluteFilePath());
+        const QString place = target + u'/' + folder.relativeFilePath(info.filePath());
         if (info.isSymLink()) {
             QFile::remove(place);
             std::error_code failure;

@@ -43,6 +43,18 @@ bool chooses(const QStringList &options, std::initializer_list<QStringView> pref
     });
 }
 
+// In make's syntax, as compilers tell what they have read.
+QByteArray dependencyRule(const QString &target, const QStringList &files)
+{
+    const auto escaped = [](QString name) {
+        return QFile::encodeName(name.replace(u'$', u"$$"_s).replace(u' ', u"\\ "_s).replace(u'#', u"\\#"_s));
+    };
+    QByteArray text = escaped(target) + ':';
+    for (const QString &file : files)
+        text += " \\\n " + escaped(file);
+    return text + '\n';
+}
+
 const QStringList smallTools = {u"cp"_s, u"xmlcp"_s, u"mkhdr"_s, u"chmod"_s, u"rm"_s};
 
 // The triple that a bitcode module was compiled for; empty when the library can't read it.
@@ -159,6 +171,9 @@ QStringList ToolDriver::startOptions(const Link &link, bool hasScript)
 
 QStringList ToolDriver::linkScript(const Link &link)
 {
+    const QString script = intermediate(".ld"), documents = script + u".d"_s;
+    if (!m_runner.isDry())
+        QFile::remove(documents);
     if (!m_options.linkerScript.isEmpty())
         return {u"-T"_s, m_options.linkerScript};
     if (m_options.memoryMap.isEmpty() && m_options.placementSegments.isEmpty()) {
@@ -170,14 +185,16 @@ QStringList ToolDriver::linkScript(const Link &link)
     const QString placementPath = m_options.placement.isEmpty()
                                       ? installationDirectory() + u"/targets/section_placement.xml"_s
                                       : m_options.placement;
+    QStringList read;
     const SectionPlacement placement(
-        m_options.memoryMap.isEmpty() ? SectionPlacement::readSegmentList(m_options.placementSegments)
-                                      : SectionPlacement::readMemoryMap(m_options.memoryMap, m_options.memoryMapMacros),
+        m_options.memoryMap.isEmpty()
+            ? SectionPlacement::readSegmentList(m_options.placementSegments)
+            : SectionPlacement::readMemoryMap(m_options.memoryMap, m_options.memoryMapMacros, &read),
         placementPath, m_options.placementMacros);
     for (const QString &warning : placement.warnings())
         warn(warning);
-    const QString script = intermediate(".ld");
     writeOwnFile(script, LinkerScript(placement, link.entry).text());
+    writeOwnFile(documents, dependencyRule(m_options.output, read + placement.files()));
     QStringList words = {u"-T"_s, script, u"-Wl,--orphan-handling=warn"_s};
     // Code and data in one memory are what such a program means to have.
     const auto runsFromWritable = [&](const PlacedSection &section) {

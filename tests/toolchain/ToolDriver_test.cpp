@@ -358,6 +358,16 @@ TEST_F(Driver, WritesDependencies)
     EXPECT_LT(text.indexOf("a.c", text.indexOf(": ")), text.indexOf("a\\ b.h")) << "the source comes first";
 }
 
+TEST_F(Driver, WritesWhatALinkHasReadForItsScript)
+{
+    NEEDS_PROGRAM("arm-none-eabi-gcc");
+    folder.write("all sections.xml", smallPlacement);
+    folder.write("place.xml", "<root><Import filename=\"all sections.xml\"/></root>");
+    buildSmall({u"-Wc,-mcpu=cortex-m3"_s}, {});
+    EXPECT_EQ(folder.read("app.ld.d").replace(folder.root().toUtf8() + '/', "@").toStdString(),
+              "@app.elf: \\\n @map.xml \\\n @place.xml \\\n @all\\ sections.xml\n");
+}
+
 TEST_F(Driver, NamesSections)
 {
     NEEDS_PROGRAM("arm-none-eabi-gcc");

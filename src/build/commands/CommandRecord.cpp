@@ -64,7 +64,7 @@ quint64 CommandHash::value() const
 {
     const quint64 words[] = {m_sum, m_power}; // the power tells how many there were
     const quint64 hash = hashBytes(0, words, sizeof words);
-    return hash ? hash : 1;
+    return hash > CommandRecord::unfinished ? hash : CommandRecord::unfinished + 1;
 }
 
 quint64 commandHash(const QString &directory, const QStringList &arguments, const QStringList &inputs)
@@ -80,8 +80,9 @@ quint64 commandHash(const QString &directory, const QStringList &arguments, cons
 CommandRecord::CommandRecord(const QString &path) : m_path(path)
 {
     QFile file(path);
-    if (file.open(QFile::ReadOnly))
+    if (QFileInfo(path).isFile() && file.open(QFile::ReadOnly)) // a pipe would be waited for
         fromBytes(file.readAll());
+    readBegun();
 }
 
 std::optional<quint64> CommandRecord::command(const QString &output) const
@@ -97,6 +98,14 @@ void CommandRecord::setCommand(const QString &output, quint64 hash)
     Output &known = outputOf(output);
     if (std::exchange(known.command, hash) != hash)
         m_changed.push_back(known.path);
+    if (m_hasBegun)
+        noteBegun(output, hash);
+}
+
+void CommandRecord::begin(const QString &output)
+{
+    m_hasBegun = true;
+    setCommand(output, unfinished);
 }
 
 std::optional<std::span<const quint32>> CommandRecord::dependencies(const QString &output, const FileStamp &stamp) const
@@ -135,6 +144,8 @@ void CommandRecord::forget(const QString &output)
         return;
     m_changed.push_back(known->path);
     m_outputs.erase(known);
+    if (m_hasBegun)
+        noteBegun(output, 0);
 }
 
 CommandRecord::Output &CommandRecord::outputOf(const QString &path)
@@ -214,7 +225,7 @@ struct CommandRecord::Section
         QByteArray bytes;
         bytes.reserve(paths.size() + outputs.size() + 20);
         put(bytes, quint32(4 + paths.size() + 4 + outputs.size()));
-        put(bytes, pathCount);
+        put(bytes, quint32(paths.size()));
         bytes += paths;
         put(bytes, outputCount);
         bytes += outputs;
@@ -235,9 +246,43 @@ bool CommandRecord::save()
     } else {
         isSaved = append() || replace();
     }
-    if (isSaved)
+    if (isSaved) {
         m_changed.clear();
+        if (std::exchange(m_hasBegun, false))
+            QFile::remove(begunPath());
+    }
     return isSaved;
+}
+
+// One write that is whole or not there. Opened each time: a build may have more projects than files it can have open.
+void CommandRecord::noteBegun(const QString &output, quint64 hash)
+{
+    if (m_path.isEmpty())
+        return;
+    QFile file(begunPath());
+    const QFile::OpenMode mode = QFile::Append | QFile::Unbuffered;
+    if (!file.open(mode) && (!QDir().mkpath(QFileInfo(m_path).path()) || !file.open(mode)))
+        return;
+    file.write(QByteArray::number(hash, 16) + ' ' + output.toUtf8() + '\0');
+}
+
+void CommandRecord::readBegun()
+{
+    QFile file(begunPath());
+    if (!QFileInfo(file).isFile() || !file.open(QFile::ReadOnly))
+        return;
+    QList<QByteArray> notes = file.readAll().split('\0');
+    notes.removeLast(); // nothing, or what wasn't written to its end
+    for (const QByteArray &note : notes) {
+        const qsizetype blank = note.indexOf(' ');
+        const quint64 hash = note.first(qMax(blank, 0)).toULongLong(nullptr, 16);
+        const QString output = QString::fromUtf8(note.sliced(blank + 1));
+        if (hash)
+            setCommand(output, hash);
+        else
+            forget(output);
+    }
+    m_hasBegun = true;
 }
 
 bool CommandRecord::append()
@@ -256,8 +301,12 @@ bool CommandRecord::append()
     }
     const QByteArray bytes = section.bytes(m_checksum);
     QFile file(m_path);
-    if (m_fileSize + bytes.size() > 2 * m_firstSize || !file.open(QFile::Append | QFile::ExistingOnly) ||
-        file.size() != m_fileSize)
+    if (m_fileSize + bytes.size() > 2 * m_firstSize ||
+        !file.open(QFile::ReadWrite | QFile::Append | QFile::ExistingOnly) || file.size() != m_fileSize)
+        return false;
+    // Another build may have replaced it.
+    const QByteArray end = file.seek(m_fileSize - checksumBytes) ? file.read(checksumBytes) : QByteArray();
+    if (end.size() != checksumBytes || qFromLittleEndian<quint64>(end.constData()) != m_checksum)
         return false;
     if (file.write(bytes) != bytes.size() || !file.flush()) {
         file.resize(m_fileSize);
@@ -339,14 +388,16 @@ bool CommandRecord::fromBytes(QByteArrayView bytes)
         ByteCursor section = in.take(size);
         if (!in.failed())
             m_checksum = hashBytes(m_checksum, start, 4 + size_t(size));
-        isGood = in.readU64() == m_checksum && !in.failed() && readSection(section);
+        isGood = in.readU64() == m_checksum && !in.failed();
+        if (isGood && !readSection(section)) { // nobody has written that
+            clear();
+            return false;
+        }
         if (!m_firstSize)
             m_firstSize = in.offset();
     }
-    if (!isGood) {
-        clear();
+    if (!isGood)
         return false;
-    }
     m_fileSize = bytes.size();
     m_filePaths = m_paths.size();
     return true;
@@ -354,10 +405,14 @@ bool CommandRecord::fromBytes(QByteArrayView bytes)
 
 bool CommandRecord::readSection(ByteCursor in)
 {
-    const quint32 paths = in.readU32();
-    m_paths.reserve(m_paths.size() + qMin(paths, quint32(in.remaining())));
-    for (quint32 count = paths; count && !in.failed(); --count)
-        m_paths += QString::fromUtf8(in.readString());
+    const ByteCursor pathCursor = in.take(in.readU32());
+    const QString paths = QString::fromUtf8(QByteArrayView(pathCursor.position(), pathCursor.remaining()));
+    for (qsizetype start = 0, end; start < paths.size(); start = end + 1) {
+        end = paths.indexOf(QChar(0), start);
+        if (end < 0)
+            return false;
+        m_paths += paths.sliced(start, end - start);
+    }
     bool isGood = true;
     const auto readPath = [&] {
         const quint32 index = in.readU32();

@@ -17,7 +17,7 @@ public:
     void add(const QStringList &texts);
     void add(const CommandHash &part); // as if what that one was given came now
     void addMark();                    // which no text is
-    quint64 value() const;             // never 0
+    quint64 value() const;             // neither 0 nor CommandRecord::unfinished
 
 private:
     quint64 m_sum = 0;
@@ -45,13 +45,16 @@ struct FileStamp
 //     "VNCR"  u32 version
 //     sections:
 //         u32 size      of the section but for this and its checksum
-//         u32 paths     each UTF-8, ended by NUL
+//         u32 bytes     of the paths: each UTF-8, ended by NUL
 //         u32 outputs   each u32 path, u64 commandHash (0: none), i64 time, i64 size, u32 count, count times u32 path
 //         u64 checksum  of the section from its size on, beginning with that of the section before (at first 0)
 //
 // Paths are indices into the list of paths of all sections so far. What a later section says of an output holds; if
-// it has neither command nor time, nothing is known of it any more. A file that is damaged anywhere, of another
-// version or not there has no records.
+// it has neither command nor time, nothing is known of it any more. From the first damaged section on nothing counts,
+// and a file of another version has no records.
+//
+// Beside it, in a file whose name goes on with ".begun", stands meanwhile what the build under way has begun and made,
+// "HASH OUTPUT" each, ended by NUL: a build that is killed leaves that to the next one, and save() deletes it.
 class CommandRecord
 {
 public:
@@ -62,6 +65,10 @@ public:
     // None when it isn't known what made the output.
     std::optional<quint64> command(const QString &output) const;
     void setCommand(const QString &output, quint64 hash);
+    // A command begins that makes the output: its command is `unfinished` until setCommand() or forget(), also if
+    // nothing is saved any more.
+    void begin(const QString &output);
+    static constexpr quint64 unfinished = 1;
 
     // What the output was made from, if that was noted when the stamp was this; indices of paths().
     std::optional<std::span<const quint32>> dependencies(const QString &output, const FileStamp &stamp) const;
@@ -86,7 +93,7 @@ public:
     bool save();
 
     QByteArray toBytes() const;                        // in one section
-    bool fromBytes(QByteArrayView bytes);              // false, without records, for what can't have been written
+    bool fromBytes(QByteArrayView bytes);              // false when damaged: then with what stands ahead of the damage
     static QByteArray withChecksums(QByteArray bytes); // put right
 
 private:
@@ -106,6 +113,9 @@ private:
     bool readSection(ByteCursor section);
     bool append();
     bool replace();
+    QString begunPath() const { return m_path + QLatin1StringView(".begun"); }
+    void noteBegun(const QString &output, quint64 hash);
+    void readBegun();
     void clear();
 
     QString m_path;
@@ -117,5 +127,6 @@ private:
     // What is in the file, to which more can be added; size 0: nothing.
     qint64 m_fileSize = 0, m_firstSize = 0; // bytes; those with the first section only
     qsizetype m_filePaths = 0;
-    quint64 m_checksum = 0; // of the last section
+    quint64 m_checksum = 0;  // of the last section
+    bool m_hasBegun = false; // there is a file of what was begun
 };

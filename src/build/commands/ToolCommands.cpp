@@ -81,7 +81,8 @@ static QStringView completeBaseName(QStringView path)
 QString ToolCommands::dependencyPath(const ProjectElement *element, const QString &configuration, const QString &object,
                                      bool absolute)
 {
-    if (!m_system.value(element, ProjectProperty::build_dependency_file_name, configuration).isEmpty()) {
+    const bool isProject = element->type() == ProjectElement::Type::Project;
+    if (!isProject && !m_system.value(element, ProjectProperty::build_dependency_file_name, configuration).isEmpty()) {
         const QString own = expandedValue(element, ProjectProperty::build_dependency_file_name, configuration);
         if (!own.isEmpty())
             return absolute ? m_system.absolutePath(element, own) : own;
@@ -91,10 +92,10 @@ QString ToolCommands::dependencyPath(const ProjectElement *element, const QStrin
                  : expandedValue(element, ProjectProperty::build_intermediate_directory, configuration);
     const QStringView whole = completeBaseName(object);
     QStringView name = baseName(object);
-    if (name != whole && objectCount(element, configuration, name) > 1)
+    if (isProject || (name != whole && objectCount(element, configuration, name) > 1))
         name = whole;
     QString path = directory.isEmpty() ? QString() : directory + u'/';
-    return path.append(name).append(".d"_L1);
+    return path.append(name).append(isProject ? ".ld.d"_L1 : ".d"_L1);
 }
 
 // Those of the element's project whose names are alike up to their first dot: foo.o and foo.pb.o.

@@ -37,7 +37,7 @@ void BuildEngine::Record::read(FileTimes &times)
 {
     commands = CommandRecord(path);
     isRead = true;
-    times.reserve(2 * commands.paths().size()); // and for what isn't in the record
+    times.reserve(commands.paths().size());
     ids.reserve(size_t(commands.paths().size()));
     noteIds(times);
 }
@@ -80,7 +80,10 @@ BuildResult BuildEngine::buildProject(const ProjectElement *element, const QStri
     for (Builder *builder : builders)
         builder->reset();
     const bool didSomething = buildJobs(element, configuration, builders, idler, flags, followDependencies, batch);
-    saveRecords();
+    if (writes(flags))
+        saveRecords();
+    m_records.clear();
+    m_lastRecord = nullptr;
     m_facts.clear();
     m_times.clear();
     m_lock.reset();
@@ -94,9 +97,9 @@ BuildResult BuildEngine::buildProject(const ProjectElement *element, const QStri
 
 bool BuildEngine::begin(const ProjectElement *element, const QString &configuration, BuildFlags flags)
 {
+    m_lock.reset();
     auto lock = std::make_unique<SolutionLock>(m_system.solution()->filePath());
-    const bool writes = m_runsTools && (flags & BuildFlag::remove || !(flags & BuildFlag::noRun));
-    if (writes && !lock->take())
+    if (writes(flags) && !lock->take())
         return false;
     m_lock = std::move(lock);
     m_times.clear();
@@ -367,12 +370,25 @@ void BuildEngine::gatherRecords(const ProjectElement *element, const QString &co
             gatherRecords(child, configuration, records);
 }
 
+bool BuildEngine::writes(BuildFlags flags) const
+{
+    return m_runsTools && (flags & BuildFlag::remove || !(flags & BuildFlag::noRun));
+}
+
 void BuildEngine::saveRecords()
 {
     for (const auto &[key, record] : m_records)
         record->commands.save();
-    m_records.clear();
-    m_lastRecord = nullptr;
+}
+
+void BuildEngine::outputBegun(const ProjectElement *element, const QString &configuration, const QString &output)
+{
+    if (!m_runsTools || output.isEmpty())
+        return;
+    record(element, configuration).begin(output);
+    const ProjectElement *project = projectOf(element);
+    if (project && !isOwed(project, configuration, postBuild))
+        owePostBuild(project, configuration);
 }
 
 void BuildEngine::outputMade(const ProjectElement *element, const QString &configuration, const QString &output,
@@ -390,9 +406,10 @@ void BuildEngine::outputMade(const ProjectElement *element, const QString &confi
         commands.setCommand(output, hash);
     else
         commands.forget(output);
-    if (!isCompile(toolKind(m_system, element, configuration)) && !isUnityFolder(m_system, element, configuration))
+    const ToolKind kind = toolKind(m_system, element, configuration);
+    if (!hash || (!isCompile(kind) && kind != ToolKind::Link && !isUnityFolder(m_system, element, configuration)))
         return;
-    // Read while the compiler's file is still at hand, so that the next build needn't open it.
+    // Read while the tool's file is still at hand, so that the next build needn't open it.
     const FileStamp stamp = m_times.stamp(output);
     if (stamp.time)
         noteDependencies(element, configuration, output, stamp);
@@ -415,7 +432,7 @@ void BuildEngine::setOwed(const ProjectElement *project, const QString &configur
     if (!m_runsTools)
         return;
     if (isOwed)
-        record(project, configuration).setCommand(what, 1);
+        record(project, configuration).setCommand(what, CommandRecord::unfinished);
     else
         record(project, configuration).forget(what);
 }

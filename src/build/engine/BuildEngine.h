@@ -46,9 +46,9 @@ public:
     BuildEngine &operator=(const BuildEngine &) = delete;
     virtual ~BuildEngine();
 
-    // Begins a build ahead of buildProject(), for a caller that has to prepare something: reads what earlier builds
-    // noted, and asks for the times of those files meanwhile; until then records and times are to be left alone. False
-    // while another program builds the solution.
+    // Begins a build ahead of buildProject(), which is given the same, for a caller that has to prepare something:
+    // reads what earlier builds noted, and asks for the times of those files meanwhile; until then records and times
+    // are to be left alone. False while another program builds the solution.
     bool begin(const ProjectElement *element, const QString &configuration, BuildFlags flags);
     // Builds a solution, project, folder or file. With batch a project's own list of configurations takes the place
     // of the one given.
@@ -116,6 +116,8 @@ public:
     FileTimes::Id outputId(const ProjectElement *element, const QString &configuration, BuildFlags flags);
     CompileTemplates &compileTemplates() { return *m_compileTemplates; }
 
+    // A command begins that makes the output. If nothing more is heard of it, the next build makes it again.
+    void outputBegun(const ProjectElement *element, const QString &configuration, const QString &output);
     // The commands with that hash have made the output. An empty one: they may have written any file.
     void outputMade(const ProjectElement *element, const QString &configuration, const QString &output, quint64 hash);
     // Reads what the output of a compiler was made from and puts it on record.
@@ -154,6 +156,7 @@ private:
     Record &recordOf(const ProjectElement *element, const QString &configuration);
     Record &unreadRecord(const ProjectElement *project, const QString &configuration);
     void gatherRecords(const ProjectElement *element, const QString &configuration, std::vector<Record *> &records);
+    bool writes(BuildFlags flags) const; // else it only decides, and may do so beside another build
     void saveRecords();
     void anythingWritten(); // by a command
     bool addDependencyJobs(const ProjectElement *project, const QString &configuration, BuildFlags flags,

@@ -44,6 +44,7 @@ bool BuildThread::poll()
         if (command.kind == BuildCommand::StartCommand) {
             if (!m_engine.state().goesOn())
                 return drop();
+            m_engine.outputBegun(command.element, command.configuration, command.output);
             watchFailure([&] { m_builder.startCommand(command.directory, command.arguments, command.output); });
             if (m_hasFailed)
                 return drop(); // it couldn't be started

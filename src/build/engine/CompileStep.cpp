@@ -210,9 +210,10 @@ QStringList ElementBuild::externalCompileWords(ToolKind kind, const CompilePlan 
         return m_system.propertyList(m_element, property, m_configuration, options, isOwn);
     };
     MacroMap macros = m_macros;
+    const bool isInvolved = hasNestedReference(text);
     const auto add = [&](const char *name, const auto &makeValue) {
         const QString macro = QString::fromLatin1(name);
-        if (text.contains(macro)) // the others would cost more than the command
+        if (isInvolved || text.contains(macro)) // the others would cost more than the command
             macros.insert(macro, makeValue());
     };
     add("TargetPath", [&] { return plan.absoluteTarget; });
@@ -261,19 +262,27 @@ bool ElementBuild::isCompileUpToDate(ToolKind kind, const CompilePlan &plan)
         if (!test.inputOlder(times.id(member), member))
             return false;
     }
+    quint64 command = 0;
+    return dependenciesOlder(test, plan.absoluteTarget, &command) &&
+           test.optionsUpToDate(m_element, m_configuration, kind, plan.hasOptionFiles) &&
+           test.commandUpToDate(m_engine.record(m_element, m_configuration), command, plan.hash);
+}
+
+// Of what the tool has said that it read. `command` gets the hash on record, which is found in the same place.
+bool ElementBuild::dependenciesOlder(UpToDate &test, const QString &target, quint64 *command)
+{
     CommandRecord &record = m_engine.record(m_element, m_configuration);
-    CommandRecord::Entry known = record.entry(plan.absoluteTarget);
+    CommandRecord::Entry known = record.entry(target);
     if (known.stamp != test.stamp()) { // made by somebody else
-        m_engine.noteDependencies(m_element, m_configuration, plan.absoluteTarget, test.stamp());
-        known = record.entry(plan.absoluteTarget);
+        m_engine.noteDependencies(m_element, m_configuration, target, test.stamp());
+        known = record.entry(target);
     }
+    if (command)
+        *command = known.command;
     const std::span<const FileTimes::Id> ids = m_engine.recordedIds(m_element, m_configuration);
-    for (const quint32 dependency : known.dependencies) {
-        if (!test.inputOlder(ids[dependency], times.path(ids[dependency])))
-            return false;
-    }
-    return test.optionsUpToDate(m_element, m_configuration, kind, plan.hasOptionFiles) &&
-           test.commandUpToDate(record, known.command, plan.hash);
+    return std::all_of(known.dependencies.begin(), known.dependencies.end(), [&](quint32 dependency) {
+        return test.inputOlder(ids[dependency], m_engine.times().path(ids[dependency]));
+    });
 }
 
 void ElementBuild::runCompile(ToolKind kind, const CompilePlan &plan)

@@ -194,8 +194,11 @@ QStringList ElementBuild::inputs()
             result += m_system.path(member, m_configuration);
     } else if (kind == ToolKind::Link || kind == ToolKind::Archive) {
         gatherObjects(m_element, true, result);
-        if (kind == ToolKind::Link)
+        if (kind == ToolKind::Link) {
             result += dependentOutputs();
+            for (const QString &file : linkDocuments())
+                result += absolute(file);
+        }
     } else if (kind == ToolKind::Combine) {
         gatherFiles(m_element, result);
     } else if (m_element->type() == ProjectElement::Type::File) {

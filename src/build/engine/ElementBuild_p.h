@@ -66,6 +66,8 @@ private:
     void gatherObjects(const ProjectElement *parent, bool isAbsolute, QStringList &objects,
                        std::vector<FileTimes::Id> *ids = nullptr);
     QStringList dependentOutputs();
+    QStringList linkDocuments();
+    bool dependenciesOlder(UpToDate &test, const QString &target, quint64 *command = nullptr);
     bool isLinkUpToDate(const LinkPlan &plan);
     bool runLinkCommand(const LinkPlan &plan);
     bool writeObjectsFile(const LinkPlan &plan);

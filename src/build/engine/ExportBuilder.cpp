@@ -172,7 +172,7 @@ ExportBuilder::Rule &ExportBuilder::beginRule(Project &project, const ProjectEle
 {
     if (isPreBuild) {
         project.preBuild = "pre-build-"_L1 + project.name;
-        project.rules.push_back({element, project.preBuild, {}, {}, {}, false});
+        project.rules.push_back({.element = element, .target = project.preBuild, .isFile = false});
         return project.rules.back();
     }
     if (!project.rules.empty() && project.rules.back().element == element &&
@@ -180,10 +180,12 @@ ExportBuilder::Rule &ExportBuilder::beginRule(Project &project, const ProjectEle
         return project.rules.back();
     ToolCommands &tools = m_engine.tools();
     const ToolKind kind = toolKind(m_engine.system(), element, configuration);
-    Rule rule{element, tools.outputName(kind, element, configuration, true), {}, {}, {}, true};
-    if (isCompile(kind))
+    Rule rule{.element = element, .target = tools.outputName(kind, element, configuration, true)};
+    if (isCompile(kind) || kind == ToolKind::Link)
         rule.dependencyFile = tools.dependencyFileName(element, configuration, rule.target, true);
-    rule.inputs = m_engine.inputs(element, configuration);
+    rule.inputs = m_engine.inputs(element, configuration) + tools.optionFiles(kind, element, configuration);
+    for (const QString &other : tools.extraOutputs(kind, element, configuration, rule.target))
+        rule.others += m_engine.system().absolutePath(element, other);
     if (element->type() == ProjectElement::Type::Project && (rule.target.isEmpty() || kind == ToolKind::External)) {
         rule.isFile = false; // nobody knows when it is out of date
         rule.target = project.name;
@@ -238,7 +240,7 @@ QStringList ExportBuilder::makeLines() const
             addRuleLines(project, rule, directories, lines);
         if (projectTarget(project) == project.name &&
             (project.rules.empty() || project.rules.back().target != project.name)) {
-            Rule whole{nullptr, project.name, {}, {}, {}, false};
+            Rule whole{.element = nullptr, .target = project.name, .isFile = false};
             for (const Rule &rule : project.rules)
                 whole.inputs += rule.target;
             addRuleLines(project, whole, directories, lines);
@@ -261,7 +263,10 @@ void ExportBuilder::addRuleLines(const Project &project, const Rule &rule, std::
         lines += "-include "_L1 + ruleName(isElsewhere ? renamed : rule.dependencyFile);
     if (!rule.isFile)
         lines += ".PHONY: "_L1 + ruleName(rule.target);
-    QString line = ruleName(rule.target, true) + u':';
+    QString line = ruleName(rule.target, true);
+    for (const QString &other : rule.others)
+        line += u' ' + ruleName(other, true);
+    line += rule.others.isEmpty() ? u":"_s : u" &:"_s; // all by one run of the recipe
     for (const QString &input : rule.inputs)
         line += u' ' + ruleName(input);
     QStringList before;

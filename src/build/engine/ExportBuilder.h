@@ -42,10 +42,11 @@ private:
     {
         const ProjectElement *element;
         QString target;
-        QStringList inputs;
-        QString dependencyFile;
-        QStringList recipe;
+        QStringList inputs = {};
+        QString dependencyFile = {};
+        QStringList recipe = {};
         bool isFile = true;
+        QStringList others = {}; // what the recipe makes beside the target
     };
     struct Project
     {

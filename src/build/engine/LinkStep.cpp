@@ -138,9 +138,10 @@ void ElementBuild::planExternalLink(LinkPlan &plan)
     plan.objectsFile = absolute(expanded(external_objects_file_name));
     MacroMap macros{{u"ObjectsFilePath"_s, plan.objectsFile},
                     {u"RelObjectsFilePath"_s, plan.objectsFile.isEmpty() ? QString() : relative(plan.objectsFile)},
-                    {u"Objects"_s, quotedWords(plan.inputs)},
                     {u"TargetPath"_s, plan.absoluteTarget},
                     {u"RelTargetPath"_s, relative(plan.absoluteTarget)}};
+    if (text.contains("$(Objects"_L1) || hasNestedReference(text)) // thousands of them
+        macros.insert(u"Objects"_s, quotedWords(plan.inputs));
     if (!isLink) {
         plan.external = commands(expand(text, macros), "&&"_L1, m_directory, plan.absoluteTarget);
         return;
@@ -207,6 +208,19 @@ QStringList ElementBuild::dependentOutputs()
     return result;
 }
 
+// What says where the linker places things.
+QStringList ElementBuild::linkDocuments()
+{
+    QStringList result;
+    for (const auto &file :
+         {m_tools.linkerScript(m_element, m_configuration), m_tools.memoryMapFile(m_element, m_configuration),
+          m_tools.sectionPlacementFile(m_element, m_configuration)}) {
+        if (file)
+            result += *file;
+    }
+    return result;
+}
+
 bool ElementBuild::isLinkUpToDate(const LinkPlan &plan)
 {
     UpToDate test(m_engine, m_builder, isQuiet());
@@ -222,13 +236,9 @@ bool ElementBuild::isLinkUpToDate(const LinkPlan &plan)
             if (test.exists(m_directory, file))
                 inputs += file;
         }
-        for (const auto &file :
-             {m_tools.linkerScript(m_element, m_configuration), m_tools.memoryMapFile(m_element, m_configuration),
-              m_tools.sectionPlacementFile(m_element, m_configuration)}) {
-            if (file)
-                inputs += *file;
-        }
-        if (!test.inputsOlder(m_directory, inputs))
+        if (!test.inputsOlder(m_directory, inputs + linkDocuments()))
+            return false;
+        if (plan.external.empty() && !dependenciesOlder(test, plan.absoluteTarget))
             return false;
     }
     if (!test.optionsUpToDate(m_element, m_configuration, plan.kind))
@@ -290,8 +300,10 @@ void ElementBuild::removeLinkOutputs(const LinkPlan &plan, bool isSilent)
     if (plan.external.empty()) { // what goes between us and the driver, in silence
         const QString inputs = m_tools.inputsFileName(plan.request);
         QFile::remove(inputs);
-        if (plan.kind == ToolKind::Link && !m_tools.linkerScript(m_element, m_configuration))
+        if (plan.kind == ToolKind::Link && !m_tools.linkerScript(m_element, m_configuration)) {
             QFile::remove(inputs.chopped(3) + "ld"_L1);
+            QFile::remove(inputs.chopped(3) + "ld.d"_L1);
+        }
     } else if (!plan.objectsFile.isEmpty()) {
         QFile::remove(plan.objectsFile);
     }

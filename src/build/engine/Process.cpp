@@ -19,8 +19,7 @@ using namespace Qt::StringLiterals;
 
 namespace {
 
-constexpr int readSize = 1 << 16;
-constexpr int readsAtOnce = 16; // then others have their turn
+constexpr int readSize = 1 << 16; // what a pipe holds; then others, and the user, have their turn
 
 struct Redirection
 {
@@ -246,21 +245,14 @@ bool Process::takeIn()
 // Takes in what is there, so that a child that writes without end doesn't keep others waiting.
 void Process::read(int stream)
 {
+    if (!m_streams[stream].descriptor.isOpen())
+        return;
     char buffer[readSize];
-    for (int count = 0; count < readsAtOnce && m_streams[stream].descriptor.isOpen(); ++count) {
-        const ssize_t size = ::read(m_streams[stream].descriptor.number(), buffer, sizeof buffer);
-        if (size > 0) {
-            take(stream, QByteArrayView(buffer, size));
-        } else if (size < 0 && errno == EINTR) {
-            continue;
-        } else {
-            if (size == 0 || errno != EAGAIN)
-                closeStream(stream);
-            return;
-        }
-        if (size < readSize)
-            return;
-    }
+    const ssize_t size = ::read(m_streams[stream].descriptor.number(), buffer, sizeof buffer);
+    if (size > 0)
+        take(stream, QByteArrayView(buffer, size));
+    else if (size == 0 || (errno != EAGAIN && errno != EINTR))
+        closeStream(stream);
 }
 
 void Process::take(int stream, QByteArrayView bytes)

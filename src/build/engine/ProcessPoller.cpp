@@ -2,6 +2,7 @@
 
 #include "build/engine/Process.h"
 
+#include <algorithm>
 #include <array>
 #include <cerrno>
 #include <csignal>
@@ -80,6 +81,12 @@ void ProcessPoller::stopAll(int signal)
 {
     for (Process *process : m_processes)
         process->stop(signal);
+}
+
+int ProcessPoller::runningCount() const
+{
+    return int(
+        std::count_if(m_processes.begin(), m_processes.end(), [](auto *process) { return process->isRunning(); }));
 }
 
 InterruptCatcher::InterruptCatcher()

@@ -20,6 +20,7 @@ public:
     void wait(int timeoutMs = 100);
     // Marks all processes as stopped and sends the signal to those that have a child (and to its children).
     void stopAll(int signal);
+    int runningCount() const; // processes with a child
 
 private:
     friend class Process;

@@ -27,15 +27,16 @@ StampsAhead::StampsAhead(std::function<std::vector<QStringView>()> gather)
         for (size_t i = 0; i < paths.size(); ++i)
             m_files[i].path = paths[i];
         m_hasPaths = true;
-        m_hasPaths.notify_one();
         ask();
     });
     moveToOtherProcessor(m_thread);
 }
 
-void StampsAhead::waitForPaths()
+// They come soon; whoever sleeps meanwhile is woken late.
+void StampsAhead::waitForPaths() const
 {
-    m_hasPaths.wait(false);
+    while (!m_hasPaths)
+        std::this_thread::yield();
 }
 
 StampsAhead::~StampsAhead()

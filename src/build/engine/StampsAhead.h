@@ -20,9 +20,8 @@ public:
     StampsAhead(const StampsAhead &) = delete;
     StampsAhead &operator=(const StampsAhead &) = delete;
 
-    void waitForPaths();
-    // To be called behind waitForPaths() only.
-    // None when the thread hasn't got it; then, and the next time, the file is left to the caller.
+    void waitForPaths() const;
+    // Behind waitForPaths(). None when the thread hasn't got it; then, and the next time, the file is the caller's.
     std::optional<FileStamp> take(size_t index);
 
 private:

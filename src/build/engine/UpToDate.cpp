@@ -105,6 +105,6 @@ bool UpToDate::commandUpToDate(CommandRecord &record, quint64 known, quint64 has
         record.setCommand(m_engine.times().path(m_id), hash);
     if (!known || known == hash)
         return true;
-    tell(m_name + " command line has changed."_L1);
+    tell(m_name + (known == CommandRecord::unfinished ? " wasn't finished."_L1 : " command line has changed."_L1));
     return false;
 }

@@ -286,6 +286,8 @@ bool CompilerDiagnosticParser::parseReference(QStringView line, Bookmark &out) c
         QStringView where = text.sliced(verb.size());
         if (const qsizetype open = where.indexOf(" ("_L1); open >= 0 && where.endsWith(u')'))
             where = where.sliced(open + 2).chopped(1);
+        if (where.endsWith(":0"_L1)) // a line that link-time optimisation has lost
+            where.chop(2);
         const Place place = findPlace(where, isEndOrComma);
         out.text = text.toString();
         out.severity = Severity::Note;
@@ -354,16 +356,20 @@ bool CompilerDiagnosticParser::parseMessage(QStringView line, Bookmark &out)
     return parsePlaced(line, out) || parseSectionOffset(line, out) || parseUnplaced(line, out);
 }
 
-// Linkers say the same for each use of a name in a line, and for each attempt at a layout.
+// Linkers say the same for each use of a name in a line, and for each attempt at a layout. LLD says of a region that is
+// full how much is too much with each section that still was to come, part by part.
 bool CompilerDiagnosticParser::isNew(const Bookmark &record)
 {
     if (record.severity < Severity::Warning)
         return true;
+    QStringView text = record.text;
+    if (const qsizetype region = text.indexOf(" will not fit in region "_L1),
+        amount = text.indexOf(": overflowed by "_L1);
+        region >= 0 && amount > region)
+        text = text.sliced(region, amount - region);
     const auto before = m_told.size();
-    m_told.insert(u"%1:%2:%3:%4:%5"_s.arg(int(record.severity))
-                      .arg(record.line)
-                      .arg(record.column)
-                      .arg(record.file, record.text));
+    m_told.insert(
+        u"%1:%2:%3:%4:%5"_s.arg(int(record.severity)).arg(record.line).arg(record.column).arg(record.file, text));
     return m_told.size() > before;
 }
 

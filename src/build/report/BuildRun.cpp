@@ -4,6 +4,7 @@
 #include "build/engine/ProcessPoller.h"
 #include "build/log/BuildLog.h"
 #include "build/report/ReportingBuilder.h"
+#include "build/report/SolutionWarnings.h"
 
 #include <QElapsedTimer>
 #include <QThread>
@@ -77,6 +78,10 @@ BuildOutcome runBuild(LoadedSolution &loaded, const BuildRequest &request, Build
     if (request.isBatch && plan.steps == 0)
         report.note({request.element, {}}, BuildReport::NoteKind::Information,
                     QStringLiteral("no project names configurations in batch_build_configurations"));
+
+    for (const SolutionWarning &warning : solutionWarnings(loaded))
+        report.diagnostic({warning.element, request.configuration},
+                          *log.addResult(warning.bookmark, quint32(Severity::Warning)), false);
 
     BuildOutcome outcome;
     {

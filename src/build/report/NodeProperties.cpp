@@ -6,6 +6,30 @@
 
 using namespace Qt::StringLiterals;
 
+QString valueProblem(const PropertyClass &property, const QString &value)
+{
+    if (property.isListed() && !property.enumerates().contains(value))
+        return u"%1 is one of: %2; not '%3'"_s.arg(property.name, property.enumerates().join(", "_L1), value);
+    bool isNumber = true;
+    bool isInRange = true;
+    switch (property.type) {
+    case PropertyType::Integer: value.toInt(&isNumber); break;
+    case PropertyType::IntegerHex: value.toUInt(&isNumber, 16); break;
+    case PropertyType::IntegerRange: {
+        const int number = value.toInt(&isNumber);
+        isInRange = number >= property.minimum && number <= property.maximum;
+        break;
+    }
+    default: break;
+    }
+    if (!isNumber)
+        return u"%1 is a number; not '%2'"_s.arg(property.name, value);
+    if (!isInRange)
+        return u"%1 is from %2 to %3; not %4"_s.arg(property.name, QString::number(property.minimum),
+                                                    QString::number(property.maximum), value);
+    return {};
+}
+
 NodeProperties::NodeProperties(StandardProjectSystem &system, const ProjectElement &node, const QString &configuration)
     : m_schema(system.schema()),
       m_node(node),

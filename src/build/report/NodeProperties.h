@@ -4,6 +4,9 @@
 #include "project/model/ProjectSystem.h"
 #include "project/properties/GenericOptions.h"
 
+// Why a property can't have this value, in one line; null if it can.
+QString valueProblem(const PropertyClass &property, const QString &value);
+
 // The properties that a node may have: the schema's, those that the tool chain of its project adds, which are in
 // the schema as long as this lives, and its property groups.
 class NodeProperties

@@ -186,31 +186,6 @@ void writeContributions(JsonWriter &json, const LoadedSolution &loaded, const Pr
     json.end();
 }
 
-// Throws HException for a value that the property can't have.
-void checkValue(const PropertyClass &property, const QString &value)
-{
-    if (property.isListed() && !property.enumerates().contains(value))
-        throw HException(
-            u"%1 is one of: %2; not '%3'"_s.arg(property.name, property.enumerates().join(", "_L1), value));
-    bool isNumber = true;
-    bool isInRange = true;
-    switch (property.type) {
-    case PropertyType::Integer: value.toInt(&isNumber); break;
-    case PropertyType::IntegerHex: value.toUInt(&isNumber, 16); break;
-    case PropertyType::IntegerRange: {
-        const int number = value.toInt(&isNumber);
-        isInRange = number >= property.minimum && number <= property.maximum;
-        break;
-    }
-    default: break;
-    }
-    if (!isNumber)
-        throw HException(u"%1 is a number; not '%2'"_s.arg(property.name, value));
-    if (!isInRange)
-        throw HException(u"%1 is from %2 to %3; not %4"_s.arg(property.name, QString::number(property.minimum),
-                                                              QString::number(property.maximum), value));
-}
-
 // Notes what it is told to run, and says why nothing can be.
 class CommandCollector : public NullBuilder
 {
@@ -304,7 +279,8 @@ void setProperties(LoadedSolution &loaded, const QStringList &assignments, Proje
                             assignment.sliced(equals + 1));
         if (values.back().first->configuration() == "Common"_L1 && configuration != "Common"_L1)
             throw HException(u"%1 belongs to all configurations; it is set without --config"_s.arg(key));
-        checkValue(*property, values.back().second);
+        if (const QString problem = valueProblem(*property, values.back().second); !problem.isEmpty())
+            throw HException(problem);
     }
     for (const auto &[property, value] : values)
         property->setValue(value);

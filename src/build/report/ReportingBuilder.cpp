@@ -1,6 +1,7 @@
 #include "build/report/ReportingBuilder.h"
 
 #include "base/Directories.h"
+#include "build/engine/ProcessPoller.h"
 #include "build/log/BuildLog.h"
 
 namespace {
@@ -21,6 +22,7 @@ LastItem::LastItem(BuildLog &log)
 ReportingBuilder::ReportingBuilder(const Surroundings &surroundings, int slot, bool isAlone)
     : StudioBuilder(surroundings.state, surroundings.poller, surroundings.log, surroundings.idler, slot),
       m_report(surroundings.report),
+      m_poller(surroundings.poller),
       m_lastItem(surroundings.lastItem),
       m_isAlone(isAlone)
 {}
@@ -49,6 +51,7 @@ void ReportingBuilder::commandStarted(const QString &directory, const QStringLis
 {
     ++m_commandCount;
     m_isRunning = true;
+    m_runTime.start();
     m_hasError = false;
     m_isEchoing = arguments.first() == driverPath() && arguments.contains(u"-v");
     m_report.commandStarted(place(), directory, arguments, m_output);
@@ -57,8 +60,11 @@ void ReportingBuilder::commandStarted(const QString &directory, const QStringLis
 
 bool ReportingBuilder::pollCommand(const ProjectElement *element, const QString &configuration)
 {
-    if (!StudioBuilder::pollCommand(element, configuration))
+    if (!StudioBuilder::pollCommand(element, configuration)) {
+        if (!m_pending.empty() && isFollowed())
+            tellPending();
         return false;
+    }
     if (std::exchange(m_isRunning, false)) {
         const bool hasFailed = exitStatus() != 0 && !isStopped();
         if (hasFailed)
@@ -83,10 +89,16 @@ void ReportingBuilder::lineReceived(const QString &line, bool isError)
                                       : BuildReport::Stream::Output;
     m_hasError |= item && item->severity() >= Severity::Error;
     const Line received{line, stream, item && item->severity() >= Severity::Note ? item : nullptr};
-    if (m_isAlone)
-        tell(received);
-    else
-        m_pending.push_back(received);
+    m_pending.push_back(received);
+    if (m_isAlone || isFollowed())
+        tellPending();
+}
+
+bool ReportingBuilder::isFollowed() const
+{
+    constexpr size_t mostPending = 1000;
+    constexpr qint64 longTimeMs = 1000;
+    return m_pending.size() >= mostPending || (m_runTime.elapsed() > longTimeMs && m_poller.runningCount() == 1);
 }
 
 void ReportingBuilder::tell(const Line &line)

@@ -4,6 +4,8 @@
 #include "build/engine/StudioIdler.h"
 #include "build/report/BuildReport.h"
 
+#include <QElapsedTimer>
+
 // The last row that was added to a log.
 class LastItem
 {
@@ -23,7 +25,8 @@ private:
 };
 
 // Runs the tools of a slot, keeps the log and tells a report. Where several slots run at a time, what a command
-// prints is told when it has ended, so that commands don't mix their lines.
+// prints is told when it has ended, so that commands don't mix their lines; but one that runs alone and long is
+// followed, and one that prints very much is told by and by.
 class ReportingBuilder : public StudioBuilder
 {
 public:
@@ -65,13 +68,16 @@ private:
     BuildPlace place() const { return {stepElement(), stepConfiguration()}; }
     void tell(const Line &line);
     void tellPending();
+    bool isFollowed() const;
 
     BuildReport &m_report;
+    const ProcessPoller &m_poller;
     LastItem &m_lastItem;
     const bool m_isAlone;
     QString m_title;  // of the step that began last
     QString m_output; // of the command that began last
     std::vector<Line> m_pending;
+    QElapsedTimer m_runTime;  // of the command
     bool m_isRunning = false; // a command, whose end wasn't told yet
     bool m_hasError = false;  // it has told one
     bool m_isEchoing = false; // that command shows what it runs

@@ -38,6 +38,14 @@ QString lineOfFile(const QString &path, int number)
     return QString::fromUtf8(bytes);
 }
 
+// Whether a step's title names the project: "Linking app.elf" and "Combining app", not "Compiling mapping.c".
+bool tells(const QString &title, const QString &project)
+{
+    const qsizetype at = title.indexOf(u' ' + project), end = at + 1 + project.size();
+    return at >= 0 && !title.startsWith("Compiling "_L1) && !title.startsWith("Assembling "_L1) &&
+           (end == title.size() || title[end] == u'.');
+}
+
 } // namespace
 
 QString shownPath(const QString &path)
@@ -82,7 +90,7 @@ void TextReport::stepBegan(const BuildPlace &place, const QString &title)
 {
     const int steps = qMax(m_steps, m_stepsDone); // an external build has none that are known
     QString line = steps ? u"[%1/%2] "_s.arg(m_stepsDone).arg(steps) + title : title;
-    if (const QString project = place.project(); !project.isEmpty() && !title.contains(project))
+    if (const QString project = place.project(); !project.isEmpty() && !tells(title, project))
         line += u" ("_s + project + u')';
     if (m_error.isTerminal() && m_options.detail != Detail::All)
         m_error.setStatus(line);

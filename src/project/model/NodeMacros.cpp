@@ -9,7 +9,6 @@ using namespace Qt::StringLiterals;
 namespace {
 
 constexpr QChar patternMark(0xE000); // of private use
-constexpr qsizetype usualLength = 100;
 
 // A node as its own macros see it.
 struct OwnNode
@@ -20,6 +19,11 @@ struct OwnNode
 
     QString relative() const { return path.wasRelative ? system.relativePath(&element, path.path) : path.path; }
 };
+
+void append(NodeMacros::Text &text, QStringView part)
+{
+    text.append(part.data(), part.size());
+}
 
 QStringView fileNameOf(QStringView path)
 {
@@ -50,19 +54,25 @@ struct OwnMacro
 {
     QLatin1StringView name;
     Nodes nodes;
-    void (*append)(const OwnNode &, QString &);
+    void (*append)(const OwnNode &, NodeMacros::Text &);
 };
 const OwnMacro ownMacros[] = {
-    {"ProjectNodeName"_L1, AllNodes, [](const OwnNode &node, QString &text) { text += node.element.displayName(); }},
-    {"InputDir"_L1, Files, [](const OwnNode &node, QString &text) { text += directoryOf(node.path.path); }},
-    {"InputName"_L1, Files, [](const OwnNode &node, QString &text) { text += baseNameOf(fileNameOf(node.path.path)); }},
-    {"InputFileName"_L1, Files, [](const OwnNode &node, QString &text) { text += fileNameOf(node.path.path); }},
-    {"InputExt"_L1, Files, [](const OwnNode &node, QString &text) { text += endingOf(fileNameOf(node.path.path)); }},
-    {"InputPath"_L1, Files, [](const OwnNode &node, QString &text) { text += node.path.path; }},
-    {"RelInputPath"_L1, FilesAndProjects, [](const OwnNode &node, QString &text) { text += node.relative(); }},
+    {"ProjectNodeName"_L1, AllNodes,
+     [](const OwnNode &node, NodeMacros::Text &text) { append(text, node.element.displayName()); }},
+    {"InputDir"_L1, Files,
+     [](const OwnNode &node, NodeMacros::Text &text) { append(text, directoryOf(node.path.path)); }},
+    {"InputName"_L1, Files,
+     [](const OwnNode &node, NodeMacros::Text &text) { append(text, baseNameOf(fileNameOf(node.path.path))); }},
+    {"InputFileName"_L1, Files,
+     [](const OwnNode &node, NodeMacros::Text &text) { append(text, fileNameOf(node.path.path)); }},
+    {"InputExt"_L1, Files,
+     [](const OwnNode &node, NodeMacros::Text &text) { append(text, endingOf(fileNameOf(node.path.path))); }},
+    {"InputPath"_L1, Files, [](const OwnNode &node, NodeMacros::Text &text) { append(text, node.path.path); }},
+    {"RelInputPath"_L1, FilesAndProjects,
+     [](const OwnNode &node, NodeMacros::Text &text) { append(text, node.relative()); }},
     {"RelInputDir"_L1, FilesAndProjects,
-     [](const OwnNode &node, QString &text) {
-         text += node.path.wasRelative ? directoryOf(node.relative()).toString() : u"."_s;
+     [](const OwnNode &node, NodeMacros::Text &text) {
+         append(text, node.path.wasRelative ? directoryOf(node.relative()).toString() : u"."_s);
      }},
 };
 
@@ -90,18 +100,6 @@ const QString *find(const MacroMap &macros, const QString &name)
 {
     const auto found = macros.constFind(name);
     return found == macros.constEnd() ? nullptr : &*found;
-}
-
-// Whether a reference has another one, or brackets, within its own.
-bool hasNestedReference(const QString &text)
-{
-    for (qsizetype at = text.indexOf("$("_L1); at >= 0; at = text.indexOf("$("_L1, at + 2)) {
-        const qsizetype end = text.indexOf(u')', at);
-        const QStringView inside = QStringView(text).sliced(at + 2, qMax<qsizetype>(end - at - 2, 0));
-        if (end < 0 || inside.contains(u'$') || inside.contains(u'('))
-            return true;
-    }
-    return false;
 }
 
 // The display names of the folders from `folder` outwards, the outermost first.
@@ -158,12 +156,12 @@ std::optional<QString> NodeMacros::ownValue(const QString &name)
         m_pattern->parts.push_back({QString(), size_t(known - std::begin(ownMacros))});
         return QString(patternMark);
     }
-    QString made = u""_s;
+    Text made;
     appendOwn(size_t(known - std::begin(ownMacros)), made);
-    return made;
+    return QString(made.constData(), made.size());
 }
 
-void NodeMacros::appendOwn(size_t macro, QString &text) const
+void NodeMacros::appendOwn(size_t macro, Text &text) const
 {
     static const ElementPath none;
     const OwnMacro &own = ownMacros[macro];
@@ -194,14 +192,13 @@ MacroPattern NodeMacros::patternOf(const QString &text)
 
 QString NodeMacros::expand(const MacroPattern &pattern) const
 {
-    QString text;
-    text.reserve(usualLength);
+    Text text;
     for (const MacroPattern::Part &part : pattern.parts) {
-        text += part.before;
+        append(text, part.before);
         appendOwn(part.macro, text);
     }
-    text += pattern.end;
-    return QString(text.constData(), text.size()); // thousands are kept, and none needs its reserve
+    append(text, pattern.end);
+    return QString(text.constData(), text.size());
 }
 
 // None where the directory isn't a macro.

@@ -3,6 +3,8 @@
 #include "project/model/ElementCache_p.h"
 #include "project/model/ProjectSystem.h"
 
+#include <QVarLengthArray>
+
 // The macros of one node in one configuration, worked out as they are asked for. Of two of a name the later in
 // this order counts: what the property "macros" has; the node's own; Configuration and the file extensions; the
 // property groups'; the target's; the directories, each of which may use those before it. What is found nowhere
@@ -23,13 +25,15 @@ public:
     static void fill(const ProjectSystem &system, const ProjectElement *element, NodeContext &context);
     MacroMap all();
 
+    using Text = QVarLengthArray<QChar, 200>; // being put together
+
     // The text with all but the node's own macros expanded, and such a text with those of this node.
     MacroPattern patternOf(const QString &text);
     QString expand(const MacroPattern &pattern) const;
 
 private:
     std::optional<QString> ownValue(const QString &name);
-    void appendOwn(size_t macro, QString &text) const;
+    void appendOwn(size_t macro, Text &text) const;
     std::optional<QString> directoryValue(int directory);
     QString directoryText(ProjectProperty property, int directory, bool &isOwn);
 

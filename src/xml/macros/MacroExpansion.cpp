@@ -4,6 +4,8 @@
 
 #include <QStringList>
 
+using namespace Qt::StringLiterals;
+
 namespace {
 
 constexpr QChar lead = u'$';
@@ -159,4 +161,15 @@ MacroMap readMacroString(const QString &text)
     for (const QString &entry : splitAtSemicolons(text))
         macros.insert(entry.section(u'=', 0, 0), entry.section(u'=', 1));
     return macros;
+}
+
+bool hasNestedReference(const QString &text)
+{
+    for (qsizetype at = text.indexOf("$("_L1); at >= 0; at = text.indexOf("$("_L1, at + 2)) {
+        const qsizetype end = text.indexOf(u')', at);
+        const QStringView inside = QStringView(text).sliced(at + 2, qMax<qsizetype>(end - at - 2, 0));
+        if (end < 0 || inside.contains(u'$') || inside.contains(u'('))
+            return true;
+    }
+    return false;
 }

@@ -42,3 +42,7 @@ QString expandGlobal(const QString &text);
 MacroMap readMacroString(const QString &text);
 // The same entries not yet cut into name and value.
 QStringList splitAtSemicolons(const QString &text);
+
+// Whether a reference in the text has another one, or brackets, within its own: only then the values of macros are
+// expanded, too.
+bool hasNestedReference(const QString &text);

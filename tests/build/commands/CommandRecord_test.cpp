@@ -4,6 +4,7 @@
 
 #include <QDir>
 #include <gtest/gtest.h>
+#include <sys/stat.h>
 
 using namespace Qt::StringLiterals;
 
@@ -129,6 +130,67 @@ TEST(CommandRecord, HasNothingWhenDamaged)
     EXPECT_FALSE(record.fromBytes(CommandRecord::withChecksums(good + '\0')));
 }
 
+// What a build has added can be torn, as by a kill or a full disk: what stood there before it still counts.
+TEST(CommandRecord, KeepsWhatStandsAheadOfTheDamage)
+{
+    const TemporaryFolder folder;
+    const QByteArray first = someRecord().toBytes();
+    const QString path = folder.write("commands", first);
+    CommandRecord more(path);
+    more.setCommand(u"app.elf"_s, 44);
+    ASSERT_TRUE(more.save());
+    const QByteArray whole = folder.read("commands");
+    ASSERT_TRUE(whole.startsWith(first));
+    for (qsizetype size = first.size() + 1; size < whole.size(); ++size) {
+        QByteArray bad = whole;
+        bad[size] = char(bad[size] ^ 0x10);
+        for (const QByteArray &bytes : {whole.first(size), bad}) {
+            CommandRecord record;
+            ASSERT_FALSE(record.fromBytes(bytes)) << size;
+            EXPECT_EQ(record.command(u"app.elf"_s), 43u) << size;
+            EXPECT_EQ(dependenciesOf(record, u"Obj/other.o"_s), QStringList(u"main.h"_s));
+        }
+    }
+    folder.write("commands", whole.chopped(1));
+    CommandRecord record(path);
+    record.setCommand(u"app.elf"_s, 45);
+    EXPECT_TRUE(record.save());
+    EXPECT_EQ(CommandRecord(path).command(u"app.elf"_s), 45u);
+}
+
+TEST(CommandRecord, KnowsWhatAKilledBuildHasBegunAndMade)
+{
+    const TemporaryFolder folder;
+    const QString path = folder.path("new folder/commands");
+    const auto expectKnown = [&](const char *when) {
+        const CommandRecord record(path);
+        EXPECT_EQ(record.command(u"made.o"_s), 10u) << when;
+        EXPECT_EQ(record.command(u"begun \u00fc.o"_s), CommandRecord::unfinished) << when;
+        EXPECT_FALSE(record.command(u"gone.o"_s)) << when;
+        EXPECT_FALSE(record.command(u"torn.o"_s)) << when;
+    };
+    {
+        CommandRecord killed(path);
+        for (const QString &output : {u"made.o"_s, u"begun \u00fc.o"_s, u"gone.o"_s})
+            killed.begin(output);
+        killed.setCommand(u"made.o"_s, 10);
+        killed.forget(u"gone.o"_s);
+        killed.begin(u"torn.o"_s);
+    }
+    folder.write("new folder/commands.begun", folder.read("new folder/commands.begun").chopped(1));
+    expectKnown("not saved");
+    EXPECT_TRUE(CommandRecord(path).save());
+    EXPECT_EQ(QDir(folder.path("new folder")).entryList(QDir::Files), QStringList(u"commands"_s));
+    expectKnown("saved by the next build");
+}
+
+TEST(CommandRecord, WaitsForNoPipe)
+{
+    const TemporaryFolder folder;
+    ASSERT_EQ(::mkfifo(QFile::encodeName(folder.path("commands")).constData(), 0600), 0);
+    EXPECT_TRUE(CommandRecord(folder.path("commands")).paths().isEmpty());
+}
+
 // A build adds what is new, so that it costs what was built and not what there is.
 TEST(CommandRecord, GrowsByWhatIsNewAndNotForEver)
 {
@@ -173,4 +235,15 @@ TEST(CommandRecord, GrowsByWhatIsNewAndNotForEver)
     EXPECT_FALSE(CommandRecord(path).command(output(1)));
     EXPECT_TRUE(two.save());
     EXPECT_TRUE(isWhole(CommandRecord(path), 1000));
+
+    // Nor when what another build has put in its place is as long.
+    CommandRecord late(path), other(path);
+    other.setCommand(output(0), 1001);
+    late.setCommand(output(0), 1002);
+    QFile file(path);
+    ASSERT_TRUE(file.open(QFile::WriteOnly));
+    file.write(other.toBytes());
+    file.close();
+    EXPECT_TRUE(late.save());
+    EXPECT_TRUE(isWhole(CommandRecord(path), 1002));
 }

@@ -214,6 +214,36 @@ TEST_F(JobScheduler, WhatFailsBehindAStepIsTriedAgain)
     EXPECT_EQ(started(), QStringList());
 }
 
+TEST_F(JobScheduler, WhatAKilledBuildHasBegunIsMadeAgain)
+{
+    loadTwoFiles("post_build_command=\"after\"");
+    const QString record = folder.path("obj/app/app-Debug.commands"), begun = record + u".begun"_s;
+    EXPECT_EQ(build(1), BuildResult::Complete);
+    EXPECT_FALSE(QFile::exists(begun));
+    // All it leaves when it is killed while b.c is compiled, or behind the link, are these two files.
+    for (const QString &killedAt : {u"compile b.c"_s, u"after"_s}) {
+        const QString kept = folder.path("kept"), keptBegun = folder.path("kept.begun");
+        events.onStart = [&](const QString &command) {
+            if (command == killedAt) {
+                QFile::copy(record, kept);
+                QFile::copy(begun, keptBegun);
+            }
+        };
+        EXPECT_EQ(build(1, BuildFlag::force), BuildResult::Complete);
+        events.onStart = [](const QString &) {};
+        for (const QString &file : {record, begun})
+            QFile::remove(file);
+        ASSERT_TRUE(QFile::rename(kept, record) && QFile::rename(keptBegun, begun));
+        build(1);
+        EXPECT_EQ(started(), killedAt == "after"_L1
+                                 ? QStringList{u"after"_s}
+                                 : QStringList({u"compile b.c"_s, u"link out/app.elf"_s, u"after"_s}));
+        EXPECT_EQ(told("detail").value(0), killedAt == "after"_L1 ? QString() : u"obj/app/b.o wasn't finished."_s);
+        EXPECT_FALSE(QFile::exists(begun));
+        EXPECT_EQ(build(1), BuildResult::UpToDate);
+    }
+}
+
 TEST_F(JobScheduler, ProjectCommandsMayRunAlways)
 {
     loadTwoFiles("pre_build_command=\"before\" pre_build_command_control=\"Always Run\" "

@@ -179,6 +179,38 @@ TEST_F(RealBuild, TheMakeFileRunsInMake)
     EXPECT_EQ(runProgram(u"/usr/bin/make"_s, make).out.count("./tool.sh"), 2);
 }
 
+TEST_F(RealBuild, TheMakeFileKnowsWhatALinkReadsAndMakesBesidesObjects)
+{
+    write("map.xml", 10);
+    write("options.txt", 10, "# none\n");
+    load("<project Name=\"p\"><configuration Name=\"Common\" linker_output_format=\"hex\" "
+         "linker_memory_map_file=\"map.xml\" c_additional_options_from_file=\"options.txt\"/>"
+         "<file file_name=\"a.c\"/></project>"
+         "<project Name=\"image\"><configuration Name=\"Common\" project_type=\"Combining\" "
+         "project_dependencies=\"p\" combine_output_filepath=\"out/all.hex\" "
+         "combine_command=\"/bin/cp $(CombiningRelInputPaths) out/all.hex\"/><file file_name=\"out/p.hex\"/></project>",
+         "external_c_compile_command=\"/bin/cp a.c $(RelTargetPath)\" "
+         "external_link_command=\"/usr/bin/tee out/p.elf out/p.hex\"");
+    folder.write("p.mak", exportMakefile(real, solution, u"Debug"_s).join(u'\n').toUtf8() + '\n');
+    const auto commandsOf = [this](const QStringList &more = {}) {
+        const QStringList make{u"-C"_s, folder.root(), u"-f"_s, u"p.mak"_s};
+        const ProgramResult made = runProgram(u"/usr/bin/make"_s, make + more);
+        EXPECT_EQ(made.status, 0) << made.error.constData();
+        QStringList names;
+        for (const char *name : {"/bin/cp a.c", "tee", "all.hex"})
+            if (made.out.contains(name))
+                names += QLatin1StringView(name);
+        return names;
+    };
+    const QStringList all{u"/bin/cp a.c"_s, u"tee"_s, u"all.hex"_s};
+    EXPECT_EQ(commandsOf(), all);
+    EXPECT_EQ(commandsOf(), QStringList());
+    EXPECT_EQ(commandsOf({u"-Wmap.xml"_s}), all.mid(1)) << "placed anew";
+    EXPECT_EQ(commandsOf({u"-Woptions.txt"_s}), all);
+    QFile::remove(folder.path("out/p.hex"));
+    EXPECT_EQ(commandsOf(), all.mid(1));
+}
+
 TEST_F(RealBuild, MakeFilesHaveNamesWithBlanksAndProjectsElsewhere)
 {
     QDir(folder.root()).mkpath(u"sub dir"_s);

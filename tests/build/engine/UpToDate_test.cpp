@@ -66,6 +66,25 @@ TEST_F(UpToDate, TellsWhyAnObjectIsMadeAgain)
     EXPECT_TRUE(told("detail").contains(header + " does not exist."_L1));
 }
 
+TEST_F(UpToDate, AProgramDependsOnWhatItsMemoryMapImports)
+{
+    write("map.xml", 100);
+    write("part.xml", 100);
+    load("<project Name=\"app\"><configuration Name=\"Common\" external_link_command=\"\" "
+         "linker_memory_map_file=\"map.xml\"/><file file_name=\"a.c\"/></project>");
+    events.onStart = [this](const QString &command) {
+        if (command.contains(" -memorymap "_L1)) // as the driver does
+            folder.write("obj/app/app.ld.d", "out/app.elf: \\\n map.xml \\\n part.xml\n");
+    };
+    EXPECT_EQ(build(1), BuildResult::Complete);
+    age();
+    EXPECT_EQ(build(1), BuildResult::UpToDate);
+    setAge("part.xml", 49);
+    EXPECT_EQ(build(1), BuildResult::Complete);
+    EXPECT_EQ(started().size(), 1);
+    EXPECT_TRUE(told("detail").value(0).startsWith(folder.path("part.xml") + " ("_L1)) << qPrintable(told("detail")[0]);
+}
+
 TEST_F(UpToDate, EqualSecondsAreGood)
 {
     setAge("a.c", 50);
@@ -181,7 +200,10 @@ TEST_F(UpToDate, AnObjectOfThisBuildIsNewerThanAnExecutableOfTheSameSecond)
 
 TEST_F(UpToDate, AlwaysRebuildAndCheck)
 {
+    const QString record = folder.path("obj/app/app-Debug.commands");
+    EXPECT_TRUE(QFile::remove(record));
     EXPECT_EQ(build(1, BuildFlag::dryRun), BuildResult::UpToDate);
+    EXPECT_FALSE(QFile::exists(record)) << "another build may be writing it: only that one has the lock";
     setAge("a.c", 10);
     EXPECT_EQ(build(1, BuildFlag::dryRun), BuildResult::Complete);
     EXPECT_EQ(started(), QStringList());

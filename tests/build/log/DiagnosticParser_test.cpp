@@ -91,7 +91,11 @@ TEST(CompilerDiagnosticParser, TellsTheSameOnce)
     CompilerDiagnosticParser parser(folder.root(), u"gcc"_s);
     const auto output = u"a.c:3: undefined reference to `g'\na.c:4: undefined reference to `g'\n"_s;
     EXPECT_EQ(parseAll(parser, output).size(), 2);
-    EXPECT_EQ(parseAll(parser, output + u"ld.lld: error: section '.bss' will not fit\n"_s).size(), 1);
+    const QString full = u"ld.lld: error: section '%1' will not fit in region '%2': overflowed by %3 bytes\n"_s;
+    EXPECT_EQ(parseAll(parser, output + full.arg(u".rodata"_s, u"FLASH"_s).arg(737) +
+                                   full.arg(u".data"_s, u"FLASH"_s).arg(904) + full.arg(u".bss"_s, u"RAM"_s).arg(52)),
+              (QStringList{u"4 :-1:-1 section '.rodata' will not fit in region 'FLASH': overflowed by 737 bytes"_s,
+                           u"4 :-1:-1 section '.bss' will not fit in region 'RAM': overflowed by 52 bytes"_s}));
     Bookmark bookmark;
     EXPECT_FALSE(parser.parse(u"a.c:3: undefined reference to `g'"_s, bookmark, true));
     EXPECT_FALSE(parser.parse(u"    3 | g();"_s, bookmark, true));
@@ -152,6 +156,8 @@ TEST(CompilerDiagnosticParser, ReadsRecordedOutput)
         {"ld.lld-14: error: undefined symbol: gg", nullptr},     // its place comes
         {">>> referenced by a.c:3 ($/a.c:3)", "4 a.c:3:-1 undefined symbol: gg"},
         {">>>               a.o:(main)", nullptr},
+        {"ld.lld: error: undefined symbol: g0", nullptr}, // of a line that link-time optimisation has lost
+        {">>> referenced by a.c:0 ($/a.c:0)", "4 a.c:-1:-1 undefined symbol: g0"},
         {">>> referenced by b.c", "2 b.c:-1:-1 referenced by b.c"},
         {"ld.lld: error: duplicate symbol: v", nullptr},
         {">>> defined at a.c:3", "4 a.c:3:-1 duplicate symbol: v"},

@@ -1,5 +1,6 @@
 #include "build/report/JsonReport.h"
 #include "build/report/TextReport.h"
+#include "support/RunningProgram.h"
 #include "support/SmallSolution.h"
 
 #include "base/JsonWriter.h"
@@ -31,7 +32,7 @@ TEST(VnBuild, BuildsThenHasNothingToDoThenRebuildsWhatWasTouched)
 
     ProgramResult result = solution.run({u"-j1"_s});
     EXPECT_EQ(result.status, 0) << result.error.toStdString();
-    EXPECT_THAT(result.error.toStdString(), testing::HasSubstr("[1/5] Compiling lib.c"));
+    EXPECT_THAT(result.error.toStdString(), testing::HasSubstr("[1/5] Compiling lib.c (lib)\n"));
     EXPECT_THAT(result.error.toStdString(), testing::HasSubstr("/main.o does not exist."));
     EXPECT_THAT(result.out.toStdString(), testing::StartsWith("Build complete: 5 commands, "));
     EXPECT_FALSE(result.out.contains('\x1b'));
@@ -72,6 +73,21 @@ TEST(VnBuild, GroupsErrorsAtTheEndWithTheirSourceLine)
     EXPECT_THAT(result.out.toStdString(), testing::HasSubstr("1 error, 1 warning, 1 failed job"));
     EXPECT_TRUE(QFile::exists(solution.path("Output/Debug/Obj/app/util.o"))); // went on
     EXPECT_FALSE(QFile::exists(solution.path("Output/Debug/Obj/app/main.o")));
+}
+
+TEST(VnBuild, WarnsOfAValueThatAPropertyCannotHave)
+{
+    SmallSolution solution;
+    QByteArray text = solution.read("small.vnProject");
+    solution.write("small.vnProject", text.replace("<configuration Name=\"Release\" />",
+                                                   "<configuration Name=\"Release\"\n build_debug_information=\"no\" "
+                                                   "link_dependent_projects=\"$(Linked)\" my_own=\"no\" />"));
+    const ProgramResult result = solution.run({u"-cRelease"_s});
+    EXPECT_EQ(result.status, 0) << "it is built all the same";
+    EXPECT_THAT(
+        result.error.toStdString(),
+        testing::HasSubstr("/small.vnProject:22: warning: build_debug_information is one of: No, Yes; not 'no'\n"));
+    EXPECT_THAT(result.out.toStdString(), testing::HasSubstr(", 1 warning, "));
 }
 
 TEST(VnBuild, StreamsEventsAsJson)
@@ -133,6 +149,16 @@ TEST(VnBuild, AnInterruptEndsWith130AndLeavesNoHalfMadeOutput)
     EXPECT_EQ(process.exitCode(), 130);
     EXPECT_THAT(process.readAllStandardOutput().toStdString(), testing::StartsWith("Build terminated: "));
     EXPECT_FALSE(QFile::exists(solution.path("Output/Debug/Obj/lib/lib.o")));
+}
+
+TEST(VnBuild, FollowsACommandThatRunsAloneAndLong)
+{
+    SmallSolution solution;
+    solution.write("compile.sh", "echo early\nwhile [ ! -e go ]; do sleep 0.02; done\ncp \"$1\" \"$2\"\n");
+    RunningProgram program(u"vnBuild"_s, {solution.file(), u"-j2"_s});
+    EXPECT_TRUE(program.waitFor("early"));
+    solution.write("go", "");
+    EXPECT_EQ(program.end(), 0);
 }
 
 TEST(VnBuild, ExportsWhatAShellAndMakeCanRun)
