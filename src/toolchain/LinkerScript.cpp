@@ -157,13 +157,17 @@ bool LinkerScript::isRunPlace(const PlacedSection &section) const
 }
 
 // The linker fills a segment in the order of the script, so a section must come behind all those that stand
-// before it where it is loaded and where it runs.
+// before it where it is loaded and where it runs. Else the document's order counts: of two sections whose patterns fit
+// the same input the linker gives it to the first.
 std::vector<const PlacedSection *> LinkerScript::orderedSections() const
 {
     const std::vector<PlacedSection> &all = m_placement.sections();
     // Per segment its places in order, each standing for the section that is put there.
     std::vector<std::vector<const PlacedSection *>> queues(m_placement.segments().size());
+    std::vector<size_t> segments; // as the document speaks of them
     for (const PlacedSection &place : all) {
+        if (queues[place.segment].empty())
+            segments.push_back(place.segment);
         const auto runsHere = [&](const PlacedSection &other) { return other.runIn == place.name; };
         const auto load = std::ranges::find_if(all, runsHere);
         queues[place.segment].push_back(load == all.end() ? &place : &*load);
@@ -175,7 +179,7 @@ std::vector<const PlacedSection *> LinkerScript::orderedSections() const
     std::vector<const PlacedSection *> ordered;
     for (size_t remaining = all.size(); remaining;) {
         const size_t before = remaining;
-        for (size_t i = 0; i < queues.size(); ++i) {
+        for (const size_t i : segments) {
             while (position[i] < queues[i].size()) {
                 const PlacedSection *section = queues[i][position[i]];
                 const size_t runSegment = runSectionOf(*section)->segment;
@@ -234,7 +238,7 @@ QString LinkerScript::section(const PlacedSection &load) const
         text += u" (NOLOAD)"_s;
     text += u" : "_s;
     QString loadAddress;
-    if (&run != &load && load.start)
+    if (load.start) // by AT> the bytes would go to the next free place instead
         loadAddress = hex(*load.start);
     else if (isThreadZero) // it has no bytes, and the block's segment goes on behind the bytes of .tdata
         loadAddress = u"LOADADDR(.tdata) + SIZEOF(.tdata)"_s;

@@ -252,6 +252,17 @@ TEST_F(Placement, OrdersSectionsByBothPlaces)
     }
 }
 
+// What a pattern names comes ahead of all the rest that another takes, though its segment is the map's last.
+TEST_F(Placement, GivesAnInputToTheFirstSectionOfTheDocument)
+{
+    const QStringList order =
+        outputSections(script("<root><MemorySegment name=\"RAM\"><ProgramSection name=\".fast\" load=\"No\" "
+                              "inputsections=\"*timer.o(.bss)\"/></MemorySegment><MemorySegment name=\"FLASH\">"
+                              "<ProgramSection name=\".bss\" load=\"No\"/></MemorySegment></root>"));
+    EXPECT_LT(order.indexOf(u".fast"_s), order.indexOf(u".bss"_s));
+    EXPECT_GE(order.indexOf(u".fast"_s), 0);
+}
+
 TEST_F(Placement, FillsTheTablesOfStartUpCode)
 {
     const QString text =

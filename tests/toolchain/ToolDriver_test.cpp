@@ -263,6 +263,25 @@ TEST_F(Driver, LoadsNothingWhereVariablesRun)
     EXPECT_LT(QFileInfo(path("app.bin")).size(), 0x1000);
 }
 
+TEST_F(Driver, LoadsASectionWhereItsStartIs)
+{
+    NEEDS_PROGRAM("arm-none-eabi-gcc");
+    NEEDS_PROGRAM("ld.lld");
+    folder.write("place.xml", QByteArray(smallPlacement)
+                                  .replace("\".vectors\"", "\".vectors\" start=\"0x08000080\"")
+                                  .replace("\".text\"", "\".text\" start=\"+0x200\""));
+    for (const QString &family : {u"gcc"_s, u"clang"_s}) {
+        buildSmall({u"-Wc,-toolchain="_s + family, u"-Wc,-mcpu=cortex-m3"_s},
+                   {u"-Wl,-toolchain="_s + family, u"-Fbin"_s});
+        const QByteArray bytes = folder.read("app.bin"); // from the first byte that is loaded
+        EXPECT_EQ(bytes.mid(8, 0x178), QByteArray(0x178, '\xFF')) << qPrintable(family);
+        EXPECT_NE(bytes.mid(0x180, 4), QByteArray(4, '\xFF')) << qPrintable(family);
+        EXPECT_EQ(symbol("__vectors_load_start__"), 0x08000080u);
+        EXPECT_EQ(symbol("__text_load_start__"), 0x08000200u);
+        EXPECT_EQ(symbol("__rodata_load_start__"), symbol("__rodata_start__"));
+    }
+}
+
 // Messages of the linker pass as they are; nothing half-made stays.
 TEST_F(Driver, FailsWhenASegmentOverflows)
 {

@@ -1,9 +1,12 @@
 #include "build/commands/CommandRecord.h"
 
+#include "base/FileDescriptor.h"
+
 #include <QDir>
 #include <QFileInfo>
 #include <algorithm>
 #include <cstdio>
+#include <fcntl.h>
 #include <functional>
 
 using namespace Qt::StringLiterals;
@@ -259,11 +262,15 @@ void CommandRecord::noteBegun(const QString &output, quint64 hash)
 {
     if (m_path.isEmpty())
         return;
-    QFile file(begunPath());
-    const QFile::OpenMode mode = QFile::Append | QFile::Unbuffered;
-    if (!file.open(mode) && (!QDir().mkpath(QFileInfo(m_path).path()) || !file.open(mode)))
-        return;
-    file.write(QByteArray::number(hash, 16) + ' ' + output.toUtf8() + '\0');
+    const auto open = [path = QFile::encodeName(begunPath())] {
+        return FileDescriptor(::open(path.constData(), O_WRONLY | O_APPEND | O_CREAT | O_NONBLOCK | O_CLOEXEC, 0666));
+    };
+    FileDescriptor file = open();
+    if (!file.isOpen() && QDir().mkpath(QFileInfo(m_path).path()))
+        file = open();
+    const QByteArray note = QByteArray::number(hash, 16) + ' ' + output.toUtf8() + '\0';
+    if (file.isOpen()) [[maybe_unused]]
+        const ssize_t written = ::write(file.number(), note.constData(), size_t(note.size()));
 }
 
 void CommandRecord::readBegun()

@@ -129,19 +129,27 @@ ProjectElement *LoadedSolution::onlyFile(ProjectElement &below, const QString &n
     throw HException(u"'%1' names several files: %2"_s.arg(name, paths.join(", "_L1)));
 }
 
+// By the project's name and, behind that, one of the file's own, whatever folders it is in.
+ProjectElement *LoadedSolution::fileOfProject(const QString &path, const QString &configuration) const
+{
+    for (ProjectElement *project : m_system.projects()) {
+        const QString start = project->displayName() + u'/';
+        if (!path.startsWith(start))
+            continue;
+        if (ProjectElement *file = onlyFile(*project, path.sliced(start.size()), configuration))
+            return file;
+    }
+    return nullptr;
+}
+
 ProjectElement &LoadedSolution::node(const QString &path, const QString &configuration) const
 {
     if (path.isEmpty())
         return solution();
     if (ProjectElement *found = findNode(solution(), path, configuration))
         return *found;
-    for (ProjectElement *project : m_system.projects()) {
-        const QString start = project->displayName() + u'/';
-        if (!path.startsWith(start))
-            continue;
-        if (ProjectElement *file = onlyFile(*project, path.sliced(start.size()), configuration))
-            return *file;
-    }
+    if (ProjectElement *file = fileOfProject(path, configuration))
+        return *file;
     // What exists at the deepest level that does.
     ProjectElement *deepest = &solution();
     QString rest = path;
@@ -165,6 +173,8 @@ ProjectElement *LoadedSolution::findNodeOrFile(const QString &name, const QStrin
     ProjectElement *found = name.isEmpty() ? nullptr : findNode(solution(), name, configuration);
     if (!found)
         found = onlyFile(solution(), name, configuration);
+    if (!found)
+        found = fileOfProject(name, configuration);
     if (!found)
         found = onlyFile(solution(), QFileInfo(name).absoluteFilePath(), configuration);
     return found;

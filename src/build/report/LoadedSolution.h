@@ -41,6 +41,7 @@ private:
     std::vector<ProjectElement *> filesNamed(ProjectElement &below, const QString &name,
                                              const QString &configuration) const;
     ProjectElement *onlyFile(ProjectElement &below, const QString &name, const QString &configuration) const;
+    ProjectElement *fileOfProject(const QString &path, const QString &configuration) const;
 
     mutable StandardProjectSystem m_system;
 };

@@ -187,8 +187,12 @@ TEST(CommandRecord, KnowsWhatAKilledBuildHasBegunAndMade)
 TEST(CommandRecord, WaitsForNoPipe)
 {
     const TemporaryFolder folder;
-    ASSERT_EQ(::mkfifo(QFile::encodeName(folder.path("commands")).constData(), 0600), 0);
-    EXPECT_TRUE(CommandRecord(folder.path("commands")).paths().isEmpty());
+    for (const char *name : {"commands", "commands.begun"})
+        ASSERT_EQ(::mkfifo(QFile::encodeName(folder.path(name)).constData(), 0600), 0);
+    CommandRecord record(folder.path("commands"));
+    EXPECT_TRUE(record.paths().isEmpty());
+    record.begin(u"a.o"_s);
+    EXPECT_TRUE(record.save());
 }
 
 // A build adds what is new, so that it costs what was built and not what there is.

@@ -128,6 +128,8 @@ TEST(VnBuild, BuildsOneFileOneProjectOneConfiguration)
     EXPECT_EQ(solution.run({u"--only"_s, u"src/util.c"_s, u"-c"_s, u"Release"_s}).status, 0);
     EXPECT_TRUE(QFile::exists(solution.path("Output/Release/Obj/app/util.o")));
     EXPECT_FALSE(QFile::exists(solution.path("Output/Release/Obj/app/main.o")));
+    EXPECT_EQ(solution.run({u"--only"_s, u"app/src/util.c"_s, u"-c"_s, u"Release"_s, u"--check"_s}).status, 0)
+        << "the project's name and the path from its directory, though the file is in a folder";
     EXPECT_EQ(solution.run({u"-p"_s, u"lib"_s}).status, 0);
     EXPECT_TRUE(QFile::exists(solution.path("lib.out")));
     EXPECT_FALSE(QFile::exists(solution.path("app.out")));
