@@ -54,8 +54,9 @@ public:
 
     // Absolute, below the intermediate directory, which is made if it isn't there.
     virtual QString intermediatePath(const ProjectElement *element, const QString &configuration, const QString &name);
-    // Where the compiler says which files the object was made from: its name up to the first dot with ".d", or up to
-    // the last one where objects of the project would share the file. The directory of the absolute form is made.
+    // Where the driver says which files the object was made from: its name up to the first dot with ".d", or up to the
+    // last one where objects of the project would share the file; of a project's link up to the last one with ".ld.d".
+    // The directory of the absolute form is made.
     virtual QString dependencyFileName(const ProjectElement *element, const QString &configuration,
                                        const QString &object, bool absolute);
     // Runs the driver on the builder, in a step of its own. What can't be run sets the state's `failed`.
