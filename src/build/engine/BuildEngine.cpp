@@ -23,8 +23,7 @@ static const QString postBuild = u"post-build"_s; // on record when it is owed
 // A project's record of commands and, for each path in it, where that is in the file times.
 struct BuildEngine::Record
 {
-    const ProjectElement *project;
-    QString configuration, path;
+    QString path;
     bool isRead = false;
     CommandRecord commands = {};
     std::vector<FileTimes::Id> ids = {}; // of commands.paths(), as far as it goes
@@ -82,8 +81,7 @@ BuildResult BuildEngine::buildProject(const ProjectElement *element, const QStri
     const bool didSomething = buildJobs(element, configuration, builders, idler, flags, followDependencies, batch);
     if (writes(flags))
         saveRecords();
-    m_records.clear();
-    m_lastRecord = nullptr;
+    clearRecords();
     m_facts.clear();
     m_times.clear();
     m_lock.reset();
@@ -103,8 +101,7 @@ bool BuildEngine::begin(const ProjectElement *element, const QString &configurat
         return false;
     m_lock = std::move(lock);
     m_times.clear();
-    m_records.clear();
-    m_lastRecord = nullptr;
+    clearRecords();
     m_tools.refresh();
     m_compileTemplates->clear();
     if (flags & (BuildFlag::force | BuildFlag::remove) || element->type() == ProjectElement::Type::File)
@@ -119,7 +116,8 @@ bool BuildEngine::begin(const ProjectElement *element, const QString &configurat
     m_times.askAhead(
         [this, records] {
             for (Record *record : records)
-                record->read(m_times);
+                if (!record->isRead)
+                    record->read(m_times);
         },
         size >= worthAThread);
     return true;
@@ -324,24 +322,30 @@ FileTimes::Id BuildEngine::outputId(const ProjectElement *element, const QString
 BuildEngine::Record &BuildEngine::recordOf(const ProjectElement *element, const QString &configuration)
 {
     const ProjectElement *project = projectOf(element);
-    if (!m_lastRecord || m_lastRecord->project != project || m_lastRecord->configuration != configuration)
+    if (!m_lastRecord || m_lastRecordKey.first != project || m_lastRecordKey.second != configuration) {
         m_lastRecord = &unreadRecord(project, configuration);
+        m_lastRecordKey = {project, configuration};
+    }
     if (!m_lastRecord->isRead)
         m_lastRecord->read(m_times);
     return *m_lastRecord;
 }
 
+// Configurations that put their objects into one directory make the same files, and so have one record.
 BuildEngine::Record &BuildEngine::unreadRecord(const ProjectElement *project, const QString &configuration)
 {
-    std::unique_ptr<Record> &record = m_records[{project, configuration}];
+    Record *&record = m_records[{project, configuration}];
     if (!record) {
         m_tools.loadGenericOptions(project, configuration); // they may say where intermediate files go
-        QString name = (project ? project->displayName() : u"solution"_s) + u'-' + configuration;
+        QString name = project ? project->displayName() : u"solution"_s;
         name.replace(u'/', u'_');
         const QString directory =
             m_system.expandedValue(project, ProjectProperty::build_intermediate_directory, configuration);
         const QString path = m_system.absolutePath(project, directory) + u'/' + name + ".commands"_L1;
-        record = std::make_unique<Record>(project, configuration, path);
+        std::unique_ptr<Record> &file = m_recordFiles[path];
+        if (!file)
+            file = std::make_unique<Record>(path);
+        record = file.get();
     }
     return *record;
 }
@@ -377,8 +381,15 @@ bool BuildEngine::writes(BuildFlags flags) const
 
 void BuildEngine::saveRecords()
 {
-    for (const auto &[key, record] : m_records)
+    for (const auto &[path, record] : m_recordFiles)
         record->commands.save();
+}
+
+void BuildEngine::clearRecords()
+{
+    m_lastRecord = nullptr;
+    m_records.clear();
+    m_recordFiles.clear();
 }
 
 void BuildEngine::outputBegun(const ProjectElement *element, const QString &configuration, const QString &output)
@@ -432,9 +443,9 @@ void BuildEngine::setOwed(const ProjectElement *project, const QString &configur
     if (!m_runsTools)
         return;
     if (isOwed)
-        record(project, configuration).setCommand(what, CommandRecord::unfinished);
+        record(project, configuration).setCommand(owedName(what, configuration), CommandRecord::unfinished);
     else
-        record(project, configuration).forget(what);
+        record(project, configuration).forget(owedName(what, configuration));
 }
 
 void BuildEngine::owePostBuild(const ProjectElement *project, const QString &configuration)
@@ -445,7 +456,12 @@ void BuildEngine::owePostBuild(const ProjectElement *project, const QString &con
 
 bool BuildEngine::isOwed(const ProjectElement *project, const QString &configuration, const QString &what)
 {
-    return record(project, configuration).command(what).has_value();
+    return record(project, configuration).command(owedName(what, configuration)).has_value();
+}
+
+QString BuildEngine::owedName(const QString &what, const QString &configuration)
+{
+    return what + u' ' + configuration;
 }
 
 void BuildEngine::jobFailed(const ProjectElement *element, const QString &configuration)

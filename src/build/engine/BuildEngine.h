@@ -127,6 +127,7 @@ public:
     // the next build runs it though nothing else is to be done.
     void setOwed(const ProjectElement *project, const QString &configuration, const QString &what, bool isOwed);
     bool isOwed(const ProjectElement *project, const QString &configuration, const QString &what);
+    static QString owedName(const QString &what, const QString &configuration);     // in the record, like an output
     void owePostBuild(const ProjectElement *project, const QString &configuration); // if it has one
     // Elements that did something, or would have. What a project's children did isn't in the project's result.
     int stepsDone() const { return m_stepsDone; }
@@ -158,6 +159,7 @@ private:
     void gatherRecords(const ProjectElement *element, const QString &configuration, std::vector<Record *> &records);
     bool writes(BuildFlags flags) const; // else it only decides, and may do so beside another build
     void saveRecords();
+    void clearRecords();
     void anythingWritten(); // by a command
     bool addDependencyJobs(const ProjectElement *project, const QString &configuration, BuildFlags flags,
                            Builder &builder, Idler &idler, bool single, BuildJobs &jobs);
@@ -172,8 +174,10 @@ private:
     BuildState &m_state;
     ProcessPoller *m_poller;
     FileTimes m_times;
-    std::map<ProjectKey, std::unique_ptr<Record>> m_records;
+    std::map<QString, std::unique_ptr<Record>> m_recordFiles; // by path
+    std::map<ProjectKey, Record *> m_records;
     Record *m_lastRecord = nullptr; // the one that was asked for last
+    ProjectKey m_lastRecordKey;
     std::set<ProjectKey> m_failedProjects;
     std::set<ProjectKey> m_listed; // while jobs are listed
     std::map<const ProjectElement *, QStringList> m_helperFiles;

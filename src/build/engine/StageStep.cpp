@@ -49,7 +49,7 @@ bool ElementBuild::stageProject()
     m_engine.setOwed(m_element, m_configuration, postStage, true);
     runStep(u"Post-stage command"_s, {{expandedDirectory(stage_post_build_command_wd), words}});
     anythingMade();
-    outputMade(postStage, 0); // no longer owed
+    outputMade(BuildEngine::owedName(postStage, m_configuration), 0); // no longer owed
     return true;
 }
 

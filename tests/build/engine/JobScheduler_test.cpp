@@ -217,7 +217,7 @@ TEST_F(JobScheduler, WhatFailsBehindAStepIsTriedAgain)
 TEST_F(JobScheduler, WhatAKilledBuildHasBegunIsMadeAgain)
 {
     loadTwoFiles("post_build_command=\"after\"");
-    const QString record = folder.path("obj/app/app-Debug.commands"), begun = record + u".begun"_s;
+    const QString record = folder.path("obj/app/app.commands"), begun = record + u".begun"_s;
     EXPECT_EQ(build(1), BuildResult::Complete);
     EXPECT_FALSE(QFile::exists(begun));
     // All it leaves when it is killed while b.c is compiled, or behind the link, are these two files.

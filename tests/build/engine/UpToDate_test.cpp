@@ -148,7 +148,7 @@ TEST_F(UpToDate, AChangedCommandCountsWithoutAChangeList)
     EXPECT_EQ(started(), QStringList{u"link out/app.elf"_s});
     EXPECT_EQ(told("detail"), QStringList{u"out/app.elf command line has changed."_s});
     // Without a record nothing is known to have changed.
-    QFile::remove(folder.path("obj/app/app-Debug.commands"));
+    QFile::remove(folder.path("obj/app/app.commands"));
     system.setPropertyValue(project("app"), &system.schema()[ProjectProperty::c_preprocessor_definitions], u"Debug"_s,
                             u"X=2"_s);
     system.clearChanges();
@@ -177,6 +177,23 @@ TEST_F(UpToDate, AnotherCompilerCountsAsAnotherCommand)
     EXPECT_EQ(build(1), BuildResult::UpToDate);
 }
 
+TEST_F(UpToDate, ConfigurationsThatShareObjectsMakeThemAgain)
+{
+    EXPECT_EQ(build(solution, 1, 0, false, "Release"), BuildResult::UpToDate) << "the same command";
+    system.setPropertyValue(project("app"), &system.schema()[ProjectProperty::c_preprocessor_definitions], u"Release"_s,
+                            u"NDEBUG"_s);
+    system.clearChanges();
+    for (const char *configuration : {"Release", "Debug"}) {
+        EXPECT_EQ(build(solution, 1, 0, false, configuration), BuildResult::Complete);
+        EXPECT_EQ(told("detail").value(0), u"obj/app/a.o command line has changed."_s) << configuration;
+        EXPECT_EQ(build(solution, 1, 0, false, configuration), BuildResult::UpToDate);
+    }
+    system.setPropertyValue(project("app"), &system.schema()[ProjectProperty::batch_build_configurations], u"Common"_s,
+                            u"Debug;Release"_s);
+    EXPECT_EQ(build(solution, 1, 0, true), BuildResult::Complete);
+    EXPECT_EQ(build(solution, 1, 0, false, "Release"), BuildResult::UpToDate) << "which was the last";
+}
+
 TEST_F(UpToDate, AFailedCommandIsNoLongerOnRecord)
 {
     system.setPropertyValue(project("app"), &system.schema()[ProjectProperty::c_preprocessor_definitions], u"Debug"_s,
@@ -200,7 +217,7 @@ TEST_F(UpToDate, AnObjectOfThisBuildIsNewerThanAnExecutableOfTheSameSecond)
 
 TEST_F(UpToDate, AlwaysRebuildAndCheck)
 {
-    const QString record = folder.path("obj/app/app-Debug.commands");
+    const QString record = folder.path("obj/app/app.commands");
     EXPECT_TRUE(QFile::remove(record));
     EXPECT_EQ(build(1, BuildFlag::dryRun), BuildResult::UpToDate);
     EXPECT_FALSE(QFile::exists(record)) << "another build may be writing it: only that one has the lock";
