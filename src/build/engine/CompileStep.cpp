@@ -213,7 +213,8 @@ QStringList ElementBuild::externalCompileWords(ToolKind kind, const CompilePlan 
     const bool isInvolved = hasNestedReference(text);
     const auto add = [&](const char *name, const auto &makeValue) {
         const QString macro = QString::fromLatin1(name);
-        if (isInvolved || text.contains(macro)) // the others would cost more than the command
+        // The others would cost more than the command.
+        if (!markers.contains(macro) && (isInvolved || text.contains(macro)))
             macros.insert(macro, makeValue());
     };
     add("TargetPath", [&] { return plan.absoluteTarget; });
