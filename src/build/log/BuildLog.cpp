@@ -1,6 +1,6 @@
 #include "build/log/BuildLog.h"
 
-#include "build/log/DiagnosticParser.h"
+#include "build/log/CompilerDiagnosticParser.h"
 
 #include <QDateTime>
 
@@ -203,7 +203,7 @@ void BuildLog::processOutput(int buildIndex, DiagnosticParser *parser, BuildLogI
         m_lastRecords[parser] = addProcessedOutput(buildIndex, parent, bookmark);
     } else if (parser->isContinuation()) {
         if (BuildLogItem *item = m_lastRecords.value(parser))
-            item->addExcerpt(text);
+            item->addExcerpt(withoutColours(text)); // shown once more, where a colour would go on
     }
 }
 

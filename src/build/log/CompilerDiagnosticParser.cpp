@@ -35,15 +35,25 @@ constexpr Phrase tags[] = {
 
 // How messages without a tag begin; all others are errors.
 constexpr Phrase untagged[] = {
-    {"required from"_L1, Severity::None}, // where a template was used, ahead of the message
-    {"required by"_L1, Severity::None},
+    {"required "_L1, Severity::None}, // where a template was used, ahead of the message
     {"recursively required"_L1, Severity::None},
+    {"in requirements"_L1, Severity::None},
     {"in 'constexpr' expansion"_L1, Severity::None},
     {"first defined here"_L1, Severity::Note},
     {"skipping incompatible"_L1, Severity::Note},
     {"DWARF error"_L1, Severity::Note}, // the linker can't tell the line of what follows
     {"Dwarf Error"_L1, Severity::Note},
-    {"creating "_L1, Severity::None}, // what an archiver is doing
+    {"creating "_L1, Severity::None},   // what an archiver is doing
+    {"optimized: "_L1, Severity::Note}, // asked for by -fopt-info
+    {"missed: "_L1, Severity::Note},
+};
+
+// What GNU ld and make say without a place, a tag or their name at the start.
+constexpr QLatin1StringView bareErrors[] = {
+    "' referenced in section `"_L1,
+    ": file not recognized: "_L1,
+    ": error adding symbols: "_L1,
+    ": *** No rule to make target "_L1,
 };
 
 // What a tool says because another one has failed, or because it has had enough. It counts when nothing else did.
@@ -64,7 +74,9 @@ bool isTemporaryAssembly(const QString &file)
 }
 
 // Programs that speak up only when something is wrong; with "-" and a version behind or a target in front too.
-constexpr QLatin1StringView linkTools[] = {"ld"_L1, "ld.bfd"_L1, "ld.gold"_L1, "ld.lld"_L1, "objcopy"_L1, "ar"_L1};
+constexpr QLatin1StringView linkTools[] = {"ld"_L1,      "ld.bfd"_L1,  "ld.gold"_L1, "ld.lld"_L1,
+                                           "objcopy"_L1, "objdump"_L1, "strip"_L1,   "nm"_L1,
+                                           "readelf"_L1, "ar"_L1,      "ranlib"_L1};
 
 constexpr QLatin1StringView noSources[] = {".o"_L1, ".a"_L1, ".so"_L1, ".obj"_L1, ".elf"_L1};
 
@@ -81,30 +93,6 @@ qsizetype skipBlanks(QStringView text, qsizetype at)
     while (at < text.size() && (text[at] == u' ' || text[at] == u'\t'))
         ++at;
     return at;
-}
-
-// Without the sequences that colour a terminal: ESC "[" ... letter, and ESC "]" ... ESC "\" around links.
-QString withoutColours(const QString &line)
-{
-    if (!line.contains(u'\x1B'))
-        return line;
-    QString plain;
-    for (qsizetype at = 0; at < line.size(); ++at) {
-        if (line[at] != u'\x1B') {
-            plain += line[at];
-            continue;
-        }
-        const QChar kind = at + 1 < line.size() ? line[++at] : QChar();
-        if (kind == u'[')
-            do
-                ++at;
-            while (at < line.size() && !(line[at] >= u'@' && line[at] <= u'~'));
-        else if (kind == u']')
-            do
-                ++at;
-            while (at < line.size() && line[at] != u'\a' && !(line[at] == u'\\' && line[at - 1] == u'\x1B'));
-    }
-    return plain;
 }
 
 // "arm-none-eabi-ld", "/usr/bin/ld.lld-14": the name without folder, target and version.
@@ -127,6 +115,13 @@ bool isGutter(QStringView line)
         ++at;
     const qsizetype bar = skipBlanks(line, at);
     return bar > 0 && ((bar < line.size() && line[bar] == u'|') || (bar == line.size() && at > 0));
+}
+
+// What Clang draws below a source line, when it begins at the first column.
+bool isUnderline(QStringView line)
+{
+    return !line.isEmpty() &&
+           std::all_of(line.begin(), line.end(), [](QChar c) { return c == u'^' || c == u'~' || c == u' '; });
 }
 
 // A place, "FILE:LINE: " or "FILE:LINE:COLUMN: ", and what stands around it.
@@ -174,13 +169,20 @@ qsizetype findTag(QStringView text)
     return -1;
 }
 
-// The message behind a place; the tag may stand before the place too ("ld.lld: error: a.ld:3: text").
-void setMessage(QStringView before, QStringView message, Bookmark &out)
+// The message behind a place, at `start`; the tag may stand before the place too ("ld.lld: error: a.ld:3: text"), which
+// is part of the text when it can't be gone to.
+void setMessage(QStringView line, qsizetype start, Bookmark &out)
 {
+    const QStringView message = line.sliced(start).trimmed();
     if (setTagged(message, out))
         return;
-    const qsizetype tagged = findTag(before);
-    const Phrase *phrase = tagged >= 0 ? phraseAt(before.sliced(tagged + 2), tags) : phraseAt(message, untagged);
+    if (const qsizetype tagged = findTag(line.first(start)); tagged >= 0) {
+        setTagged(line.sliced(tagged + 2), out);
+        if (!out.file.isEmpty())
+            out.text = message.toString();
+        return;
+    }
+    const Phrase *phrase = phraseAt(message, untagged);
     out.severity = phrase ? phrase->severity : Severity::Error;
     out.text = message.toString();
 }
@@ -201,8 +203,15 @@ bool beginsAsMessage(QStringView line)
         return true;
     const QStringView name = line.first(qMax<qsizetype>(0, line.indexOf(": "_L1)));
     return !name.isEmpty() && std::all_of(name.begin(), name.end(), [](QChar c) {
-        return c.isLetterOrNumber() || QStringView(u"/._-+").contains(c);
+        return c.isLetterOrNumber() || QStringView(u"/._-+:").contains(c);
     });
+}
+
+// "0.", "1." and a tabulator.
+bool isStackDump(QStringView line)
+{
+    qsizetype at = 0;
+    return readNumber(line, at) >= 0 && line.sliced(at).startsWith(".\t"_L1);
 }
 
 // LLD's messages whose place comes with the next line.
@@ -232,6 +241,29 @@ bool isEndOrComma(QStringView rest)
 
 } // namespace
 
+QString withoutColours(const QString &line)
+{
+    if (!line.contains(u'\x1B'))
+        return line;
+    QString plain;
+    for (qsizetype at = 0; at < line.size(); ++at) {
+        if (line[at] != u'\x1B') {
+            plain += line[at];
+            continue;
+        }
+        const QChar kind = at + 1 < line.size() ? line[++at] : QChar();
+        if (kind == u'[')
+            do
+                ++at;
+            while (at < line.size() && !(line[at] >= u'@' && line[at] <= u'~'));
+        else if (kind == u']')
+            do
+                ++at;
+            while (at < line.size() && line[at] != u'\a' && !(line[at] == u'\\' && line[at - 1] == u'\x1B'));
+    }
+    return plain;
+}
+
 // The file at the end of what stands before a place: "/bin/ld: x.o:/x/a.c" names /x/a.c.
 QString CompilerDiagnosticParser::sourceFile(QStringView named) const
 {
@@ -239,11 +271,30 @@ QString CompilerDiagnosticParser::sourceFile(QStringView named) const
     qsizetype colon = named.size();
     for (int piece = 0; piece < maximumPieces && colon > 0; ++piece) {
         colon = named.first(colon).lastIndexOf(u':');
-        const QString path = existingFile(named.sliced(colon + 1).trimmed());
+        const QString name = named.sliced(colon + 1).trimmed().toString();
+        QString path = m_entered.isEmpty() ? QString() : existingFile(QDir(m_entered.last()).filePath(name));
+        if (path.isEmpty())
+            path = existingFile(name);
         if (!path.isEmpty() && QFileInfo(path).isFile())
             return QDir::cleanPath(path);
     }
     return {};
+}
+
+// "make[1]: Entering directory '/x/sub'" and "ninja: Entering directory `sub'": names count from there, until make
+// leaves it.
+bool CompilerDiagnosticParser::followDirectory(QStringView line)
+{
+    constexpr qsizetype deepest = 100;
+    constexpr auto entering = ": Entering directory "_L1, leaving = ": Leaving directory "_L1;
+    if (!line.endsWith(u'\''))
+        return false;
+    const qsizetype at = line.indexOf(entering);
+    if (at >= 0 && m_entered.size() < deepest)
+        m_entered += line.sliced(at + entering.size() + 1).chopped(1).toString();
+    else if (at < 0 && line.contains(leaving) && !m_entered.isEmpty())
+        m_entered.removeLast();
+    return at >= 0 || line.contains(leaving);
 }
 
 // A file that isn't there leaves no place at all, and an object file is none to show.
@@ -306,21 +357,27 @@ bool CompilerDiagnosticParser::parsePlaced(QStringView line, Bookmark &out)
     const QStringView message = line.sliced(place.end + 2).trimmed();
     setPlace(out, place.file, place.line, place.column);
     const bool isTool = isLinkTool(place.file.first(qMax<qsizetype>(0, place.file.indexOf(u':'))));
-    if (out.file.isEmpty() && !isTool && !phraseAt(message, tags))
+    if (out.file.isEmpty() && !isTool && !phraseAt(message, tags) && !phraseAt(message, untagged))
         return false; // some other tool's line, for the general parser
-    setMessage(place.file, message, out);
+    setMessage(line, place.end + 2, out);
     m_mayBeSource = place.column > 0 && out.severity != Severity::None;
     return true;
 }
 
-// "und.c:(.text+0x8): undefined reference to `g'": a place in a section, with no line known.
+// "und.c:(.text+0x8): undefined reference to `g'": a place in a section, with no line known. Of an object that doesn't
+// name its source there is no file: "(.text+0x8): ", with the linker's name before from the second message on.
 bool CompilerDiagnosticParser::parseSectionOffset(QStringView line, Bookmark &out) const
 {
-    const qsizetype open = line.indexOf(":("_L1), close = open < 0 ? -1 : line.indexOf("): "_L1, open);
-    if (close < 0 || !line.sliced(open, close - open).contains("+0x"_L1))
+    const qsizetype offset = line.indexOf("+0x"_L1), open = offset < 0 ? -1 : line.first(offset).lastIndexOf(u'('),
+                    close = open < 0 ? -1 : line.indexOf("): "_L1, offset);
+    if (close < 0)
         return false;
-    setPlace(out, line.first(open), -1, -1);
-    setMessage(line.first(open), line.sliced(close + 3), out);
+    const QStringView named = line.first(open);
+    if (named.endsWith(u':'))
+        setPlace(out, named.chopped(1), -1, -1);
+    else if (!named.isEmpty() && !(named.endsWith(": "_L1) && isLinkTool(named.chopped(2))))
+        return false;
+    setMessage(line, close + 3, out);
     return true;
 }
 
@@ -344,11 +401,30 @@ bool CompilerDiagnosticParser::parseUnplaced(QStringView line, Bookmark &out) co
             out.text.prepend(line.first(colon + 2)); // a file, though it can't be gone to: "app.ld: no such file"
         return true;
     }
-    const qsizetype colon = line.indexOf(": "_L1);
-    if (colon < 0 || !isLinkTool(line.first(colon)) || isContext(line))
+    const qsizetype colon = line.indexOf(u':'); // "ld: text" and "ld:FILE: text"
+    if (colon >= 0 && line.indexOf(": "_L1) >= 0 && isLinkTool(line.first(colon)) && !isContext(line)) {
+        setMessage(line, colon + 1, out);
+        return out.severity != Severity::None;
+    }
+    if (std::none_of(std::begin(bareErrors), std::end(bareErrors),
+                     [line](QLatin1StringView phrase) { return line.contains(phrase); }))
         return false;
-    setMessage({}, line.sliced(colon + 2), out);
-    return out.severity != Severity::None;
+    out.severity = Severity::Error;
+    out.text = line.toString();
+    return true;
+}
+
+// "1.\ta.c:3:5: current parser token 'x'": where Clang was when it crashed.
+bool CompilerDiagnosticParser::parseStackDump(QStringView line, Bookmark &out) const
+{
+    const QStringView text = line.sliced(line.indexOf(u'\t') + 1);
+    const Place place = findPlace(text, isMessageBehind);
+    if (place.end < 0)
+        return false;
+    setPlace(out, place.file, place.line, place.column);
+    out.severity = Severity::Note;
+    out.text = text.sliced(place.end + 2).toString();
+    return !out.file.isEmpty();
 }
 
 bool CompilerDiagnosticParser::parseMessage(QStringView line, Bookmark &out)
@@ -382,6 +458,10 @@ bool CompilerDiagnosticParser::parse(const QString &rawLine, Bookmark &out, bool
         return false;
     }
     const QString line = withoutColours(rawLine);
+    if (followDirectory(line)) {
+        m_isContinuation = m_isBehindRecord = m_mayBeSource = false;
+        return false;
+    }
     Bookmark result;
     bool isRecord = parseLine(line, result, isErrorOutput);
     if (m_waiting) {
@@ -416,10 +496,13 @@ bool CompilerDiagnosticParser::parse(const QString &rawLine, Bookmark &out, bool
 bool CompilerDiagnosticParser::parseLine(const QString &line, Bookmark &out, bool isErrorOutput)
 {
     const bool mayBeSource = std::exchange(m_mayBeSource, false);
-    const bool isReference = line.startsWith(">>>"_L1), isDrawing = m_isBehindRecord && isGutter(line);
+    const bool isReference = line.startsWith(">>>"_L1),
+               isDrawing = m_isBehindRecord && (isGutter(line) || isUnderline(line));
     m_isContinuation = false;
 
     out.category = buildCategory;
+    if (isStackDump(line))
+        return parseStackDump(line, out);
     bool isRecord = isReference ? parseReference(line, out) : parseInclusion(line, out);
     if (!isReference && !isRecord && !isDrawing)
         isRecord = parseMessage(line, out) &&

@@ -36,9 +36,12 @@ private:
     bool parseUnplaced(QStringView line, Bookmark &out) const;
     bool parseInclusion(QStringView line, Bookmark &out) const;
     bool parseReference(QStringView line, Bookmark &out) const;
+    bool parseStackDump(QStringView line, Bookmark &out) const;
+    bool followDirectory(QStringView line);
     void setPlace(Bookmark &out, QStringView named, int line, int column) const;
     QString sourceFile(QStringView named) const;
 
+    QStringList m_entered;             // folders that make has gone to, the inmost last
     QStringList m_context;             // lines that belong to the next record
     std::optional<Bookmark> m_waiting; // read, and not yet given
     QSet<QString> m_told;              // warnings and errors given
@@ -48,3 +51,6 @@ private:
     bool m_isBehindRecord = false;     // nothing but excerpts since the last record
     bool m_mayBeSource = false;        // the line before had a column: Clang's source line would come now
 };
+
+// Without the sequences that colour a terminal: ESC "[" ... letter, and ESC "]" ... ESC "\" around links.
+QString withoutColours(const QString &line);

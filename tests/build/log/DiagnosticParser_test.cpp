@@ -4,6 +4,7 @@
 #include "support/RunProgram.h"
 #include "support/TemporaryFolder.h"
 
+#include <QDir>
 #include <QElapsedTimer>
 #include <QStandardPaths>
 
@@ -128,6 +129,12 @@ TEST(CompilerDiagnosticParser, ReadsRecordedOutput)
         {"<stdin>:2:34: error: 'y' undeclared", "4 :-1:-1 'y' undeclared"},
         {"<inline asm>:1:2: note: instantiated into assembly here", "2 :-1:-1 instantiated into assembly here"},
         {"t.cpp:3:22:   required from here", "0 t.cpp:3:22 required from here"},
+        {"t.cpp:1:27:   required for the satisfaction of 'Big<T>' [with T = int]",
+         "0 t.cpp:1:27 required for the satisfaction of 'Big<T>' [with T = int]"},
+        {"gone.h:3:22:   required from here", "0 :-1:-1 required from here"},
+        {"../gone.c:5:16: note: each is reported once", "2 :-1:-1 each is reported once"},
+        {"../gone.c:6:1: error: no excerpt came between", "4 :-1:-1 no excerpt came between"},
+        {"t.cpp:1:35: missed: couldn't vectorize loop", "2 t.cpp:1:35 missed: couldn't vectorize loop"},
         {"\x1b[01m\x1b[Ka.c:1:2:\x1b[m\x1b[K \x1b[01;31m\x1b[Kerror: \x1b[m\x1b[K"
          "red \x1b]8;;http://x\x1b\\[-Wx]\x1b]8;;\x1b\\",
          "4 a.c:1:2 red [-Wx]"},
@@ -143,6 +150,19 @@ TEST(CompilerDiagnosticParser, ReadsRecordedOutput)
          "4 a.c:12:-1 undefined reference to `g'"},
         {"a.c:(.text+0x8): undefined reference to `gg'", "4 a.c:-1:-1 undefined reference to `gg'"},
         {"a.o:(.text+0x8): warning: old function", "3 :-1:-1 old function"},
+        {"/tmp/x.o: in function `_start':", nullptr}, // of assembly, which names no source
+        {"(.text+0x0): undefined reference to `nowhere'", "4 :-1:-1 undefined reference to `nowhere'"},
+        {"/usr/bin/ld: (.text+0x8): undefined reference to `table'", "4 :-1:-1 undefined reference to `table'"},
+        {"(.text+0x0): multiple definition of `dup'; x.o (symbol from plugin):(.text+0x0): first defined here",
+         "4 :-1:-1 multiple definition of `dup'; x.o (symbol from plugin):(.text+0x0): first defined here"},
+        {"`keep' referenced in section `.text' of x.o: defined in discarded section `.gone' of x.o",
+         "4 :-1:-1 `keep' referenced in section `.text' of x.o: defined in discarded section `.gone' of x.o"},
+        {"rv.o: file not recognized: file format not recognized",
+         "4 :-1:-1 rv.o: file not recognized: file format not recognized"},
+        {"/usr/bin/ld:a.o:0: syntax error", "4 :-1:-1 a.o:0: syntax error"},
+        {"ld.lld: error: a.o:1: unexpected EOF", "4 :-1:-1 a.o:1: unexpected EOF"},
+        {"arm-none-eabi-ranlib: 'nope.a': No such file", "4 :-1:-1 'nope.a': No such file"},
+        {"1.\ta.c:1:2: current parser token 'pragma'", "2 a.c:1:2 current parser token 'pragma'"},
         {"/x/arm-none-eabi/bin/ld: a.o:$/b.c:1: multiple definition of `v'; u.o:$/a.c:2: first defined here",
          "4 b.c:1:-1 multiple definition of `v'; u.o:$/a.c:2: first defined here"},
         {"arm-none-eabi-ld: region `FLASH' overflowed by 12 bytes", "4 :-1:-1 region `FLASH' overflowed by 12 bytes"},
@@ -208,6 +228,39 @@ TEST(CompilerDiagnosticParser, KnowsWhatBelongsToARecord)
     }
     EXPECT_FALSE(parser.parse(u"compilation terminated."_s, bookmark, true));
     EXPECT_FALSE(parser.isContinuation());
+}
+
+// Clang's, which has no gutter: an underline may begin at the first column.
+TEST(CompilerDiagnosticParser, KnowsAnUnderlineAtTheFirstColumn)
+{
+    TemporaryFolder folder;
+    folder.write("a.S", "");
+    CompilerDiagnosticParser parser(folder.root(), u"clang"_s);
+    Bookmark bookmark;
+    EXPECT_TRUE(parser.parse(u"a.S:3:1: error: invalid instruction"_s, bookmark, true));
+    for (const auto &line : {u"bogus r1"_s, u"^    ~~"_s}) {
+        EXPECT_FALSE(parser.parse(line, bookmark, true));
+        EXPECT_TRUE(parser.isContinuation()) << line.toStdString();
+    }
+}
+
+TEST(CompilerDiagnosticParser, FollowsMakeIntoFolders)
+{
+    TemporaryFolder folder;
+    EXPECT_TRUE(QDir(folder.root()).mkpath(u"sub/deep"_s));
+    for (const char *name : {"sub/a.c", "sub/deep/b.c", "c.c"})
+        folder.write(name, "");
+    CompilerDiagnosticParser parser(folder.root(), u"make"_s);
+    const QString output = u"make: Entering directory '%1/sub'\n"
+                           "a.c:1:2: error: x\n"
+                           "make[1]: Entering directory '%1/sub/deep'\n"
+                           "b.c:1:2: error: y\n"
+                           "make[1]: Leaving directory '%1/sub/deep'\n"
+                           "a.c:3:2: error: z\n"
+                           "make: Leaving directory '%1/sub'\n"
+                           "c.c:1:2: error: w\n"_s.arg(folder.root());
+    EXPECT_EQ(parseAll(parser, output),
+              (QStringList{u"4 a.c:1:2 x"_s, u"4 b.c:1:2 y"_s, u"4 a.c:3:2 z"_s, u"4 c.c:1:2 w"_s}));
 }
 
 // What a tool says because another has failed is an error when nothing else was one.
