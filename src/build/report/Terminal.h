@@ -4,6 +4,9 @@
 #include <QString>
 #include <cstdio>
 
+// How many columns of a terminal a character takes: 0, 1 or 2.
+int displayWidth(char32_t c);
+
 enum class ColorMode { Auto, Always, Never };
 
 // A stream that a person may be looking at: colours, and one line at the bottom that is written over and over.

@@ -19,7 +19,7 @@ QString counted(int count, const QString &what)
     return u"%1 %2"_s.arg(count).arg(count == 1 ? what : what + u's');
 }
 
-QString lineOfFile(const QString &path, int number)
+QByteArray lineOfFile(const QString &path, int number)
 {
     constexpr qint64 longest = 1000; // bytes; more help nobody
     QFile file(path);
@@ -35,7 +35,7 @@ QString lineOfFile(const QString &path, int number)
     QByteArray bytes = file.readLine(longest);
     while (bytes.endsWith('\n') || bytes.endsWith('\r'))
         bytes.chop(1);
-    return QString::fromUtf8(bytes);
+    return bytes;
 }
 
 // Whether a step's title names the project: "Linking app.elf" and "Combining app", not "Compiling mapping.c".
@@ -59,15 +59,15 @@ QStringList sourceExcerpt(const Bookmark &bookmark)
     if (!bookmark.excerpt.isEmpty())
         return bookmark.excerpt;
     const bool hasPlace = bookmark.line > 0 && !bookmark.file.isEmpty();
-    const QString source = hasPlace ? lineOfFile(bookmark.file, bookmark.line) : QString();
+    const QByteArray source = hasPlace ? lineOfFile(bookmark.file, bookmark.line) : QByteArray();
     if (source.trimmed().isEmpty())
         return {};
-    QStringList lines{u"%1 | %2"_s.arg(bookmark.line, 5).arg(source)};
+    QStringList lines{u"%1 | "_s.arg(bookmark.line, 5) + QString::fromUtf8(source)};
     if (bookmark.column > 0 && bookmark.column <= source.size() + 1) {
-        QString before = source.left(bookmark.column - 1);
-        for (QChar &c : before)
-            c = c == u'\t' ? c : QChar(u' '); // as wide as the text above it
-        lines += u"      | "_s + before + u'^';
+        QString blanks; // as wide as the text above; columns count bytes
+        for (const char32_t c : QString::fromUtf8(source.first(bookmark.column - 1)).toUcs4())
+            blanks += c == U'\t' ? u"\t"_s : QString(displayWidth(c), u' ');
+        lines += u"      | "_s + blanks + u'^';
     }
     return lines;
 }

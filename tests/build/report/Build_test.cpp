@@ -252,6 +252,10 @@ TEST(TextReport, ShowsTheSourceLineOfATool)
     EXPECT_EQ(sourceExcerpt(bookmark), QStringList{u"    3 | last"_s});
     bookmark.line = 4;
     EXPECT_TRUE(sourceExcerpt(bookmark).isEmpty());
+    bookmark.file = folder.write("wide.c", "\u00E4\u6587x");
+    bookmark.line = 1;
+    bookmark.column = 6; // in bytes, as compilers count
+    EXPECT_EQ(sourceExcerpt(bookmark), (QStringList{u"    1 | \u00E4\u6587x"_s, u"      |    ^"_s}));
     bookmark.excerpt = QStringList{u"what the tool showed"_s};
     EXPECT_EQ(sourceExcerpt(bookmark), bookmark.excerpt);
 }

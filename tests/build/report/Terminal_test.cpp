@@ -79,6 +79,18 @@ TEST(Terminal, KeepsOneLineAtTheBottomAndCutsIt)
                                 "\r\x1b[K");
 }
 
+// A character may be two columns wide, or none; a line that wraps would be left behind.
+TEST(Terminal, CutsByColumns)
+{
+    qputenv("TERM", "xterm");
+    const PseudoTerminal pseudo;
+    if (!pseudo.stream())
+        GTEST_SKIP() << "no pseudo terminals here";
+    Terminal(pseudo.stream(), ColorMode::Never)
+        .setStatus(QStringLiteral("[1/2] e\u0301\u6587\u6587\U0001F600ab\u6587\u6587\u6587z"));
+    EXPECT_EQ(pseudo.written(), QByteArray("\r[1/2] e\u0301\u6587\u6587\U0001F600ab\u6587\u6587\x1b[K\r\x1b[K"));
+}
+
 TEST(Terminal, ColoursOnATerminalUnlessTheUserSaysOtherwise)
 {
     qputenv("TERM", "xterm");
