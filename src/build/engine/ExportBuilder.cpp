@@ -16,6 +16,7 @@ using namespace Qt::StringLiterals;
 namespace {
 
 constexpr auto recipeIndent = "  "_L1, equals = "$(equals)"_L1;
+constexpr QLatin1StringView headers[] = {"h"_L1, "hh"_L1, "hpp"_L1, "hxx"_L1, "inc"_L1};
 constexpr qsizetype namesPerLine = 100; // of a command that writes a file
 
 // A word for a shell. One that only has a blank stands in double quotes.
@@ -246,6 +247,9 @@ QStringList ExportBuilder::makeLines() const
             addRuleLines(project, whole, directories, lines);
         }
     }
+    lines += QString();
+    for (const QLatin1StringView header : headers) // that one is gone is no failure: what included it is compiled anew
+        lines += "%."_L1 + header + ": ;"_L1;
     for (const QString &directory : directories)
         lines += {QString(), ruleName(directory, true) + u':',
                   recipeIndent + "mkdir -p "_L1 + shellWord(directory).replace(u'$', "$$"_L1)};

@@ -177,6 +177,8 @@ TEST_F(RealBuild, TheMakeFileRunsInMake)
         setAge(file, 5);
     setAge("h.h", 0); // which only the dependency files name
     EXPECT_EQ(runProgram(u"/usr/bin/make"_s, make).out.count("./tool.sh"), 2);
+    folder.write("obj/p/a.d", "obj/p/a.o: a.c renamed.h\n"); // a header that was there in the last build
+    EXPECT_EQ(runProgram(u"/usr/bin/make"_s, make).status, 0);
 }
 
 TEST_F(RealBuild, TheMakeFileKnowsWhatALinkReadsAndMakesBesidesObjects)
