@@ -169,8 +169,12 @@ void TextReport::printProblems()
             m_error.print(
                 m_error.colored(Terminal::Bold, project.isEmpty() ? what + u':' : u"%1 in %2:"_s.arg(what, project)));
         }
+        const Bookmark &bookmark = problem.item->bookmark();
+        for (const QString &line : bookmark.context) // the object and the function may be all that tells where it is
+            if (bookmark.file.isEmpty() && !line.endsWith("Assembler messages:"_L1))
+                m_error.print(line);
         printProblem(problem);
-        for (const QString &line : sourceExcerpt(problem.item->bookmark()))
+        for (const QString &line : sourceExcerpt(bookmark))
             m_error.print(line);
     }
     if (m_problems.size() > mostProblemsShown)

@@ -75,6 +75,20 @@ TEST(VnBuild, GroupsErrorsAtTheEndWithTheirSourceLine)
     EXPECT_FALSE(QFile::exists(solution.path("Output/Debug/Obj/app/main.o")));
 }
 
+TEST(VnBuild, TellsTheObjectOfAnErrorWithoutFile)
+{
+    SmallSolution solution;
+    solution.write("compile.sh", "cat >&2 <<'end'\n"
+                                 "/bin/ld: start.o: in function `_start':\n"
+                                 "(.text+0x0): undefined reference to `main'\n"
+                                 "end\n"
+                                 "exit 1\n");
+    EXPECT_THAT(solution.run({u"-p"_s, u"lib"_s}).error.toStdString(),
+                testing::EndsWith("\nErrors in lib:\n"
+                                  "/bin/ld: start.o: in function `_start':\n"
+                                  "lib.c: error: undefined reference to `main'\n"));
+}
+
 TEST(VnBuild, WarnsOfAValueThatAPropertyCannotHave)
 {
     SmallSolution solution;
