@@ -35,7 +35,9 @@ constexpr Phrase tags[] = {
 
 // How messages without a tag begin; all others are errors.
 constexpr Phrase untagged[] = {
-    {"required "_L1, Severity::None}, // where a template was used, ahead of the message
+    {"required from"_L1, Severity::None}, // where a template was used, ahead of the message
+    {"required by"_L1, Severity::None},
+    {"required for"_L1, Severity::None},
     {"recursively required"_L1, Severity::None},
     {"in requirements"_L1, Severity::None},
     {"in 'constexpr' expansion"_L1, Severity::None},

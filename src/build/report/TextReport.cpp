@@ -190,9 +190,15 @@ void TextReport::finished(const BuildOutcome &outcome)
     printProblems();
     std::fflush(stderr);
 
+    const bool hasConfigurations = // some program of a batch is there more than once
+        std::any_of(outcome.sizes.begin(), outcome.sizes.end(),
+                    [&](const ProgramSize &size) { return size.configuration != outcome.sizes.front().configuration; });
     if (m_options.detail != Detail::Quiet)
-        for (const ProgramSize &size : outcome.sizes)
+        for (ProgramSize size : outcome.sizes) {
+            if (hasConfigurations)
+                size.project += u" (%1)"_s.arg(size.configuration);
             printOut(sizeText(size, m_out.isTerminal() ? barWidth : 0));
+        }
     const QString word = outcome.word();
     QStringList facts;
     if (outcome.commands > 0)

@@ -236,6 +236,14 @@ TEST(VnBuild, BuildsFirmwareWithTheRealToolsAndTellsItsSize)
     EXPECT_EQ(QString::number(size[u"bss"_s].toInt()), numbers.value(2));
     EXPECT_EQ(size[u"segments"_s][0][u"name"_s], u"FLASH"_s);
 
+    // A batch tells which program is of which configuration.
+    const QStringList batch{solution, u"--node"_s, u"blinky"_s, u"--set"_s,
+                            u"batch_build_configurations=Debug;Release"_s};
+    EXPECT_EQ(runProgram(u"vnBuild"_s, batch).status, 0);
+    EXPECT_THAT(
+        runProgram(u"vnBuild"_s, {solution, u"--batch"_s}).out.toStdString(),
+        testing::AllOf(testing::HasSubstr("blinky (Debug): text "), testing::HasSubstr("blinky (Release): text ")));
+
     // A failed link tells at the end what it lacked; an error without a place has the file's name.
     const auto summary = [&] {
         const QByteArray text = runProgram(u"vnBuild"_s, {solution, u"-q"_s, u"--rebuild"_s}).error;
