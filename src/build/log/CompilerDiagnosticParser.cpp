@@ -76,9 +76,8 @@ bool isTemporaryAssembly(const QString &file)
 }
 
 // Programs that speak up only when something is wrong; with "-" and a version behind or a target in front too.
-constexpr QLatin1StringView linkTools[] = {"ld"_L1,      "ld.bfd"_L1,  "ld.gold"_L1, "ld.lld"_L1,
-                                           "objcopy"_L1, "objdump"_L1, "strip"_L1,   "nm"_L1,
-                                           "readelf"_L1, "ar"_L1,      "ranlib"_L1};
+constexpr QLatin1StringView linkTools[] = {"ld"_L1,      "ld.bfd"_L1, "ld.gold"_L1, "ld.lld"_L1, "objcopy"_L1,
+                                           "objdump"_L1, "strip"_L1,  "ar"_L1,      "ranlib"_L1};
 
 constexpr QLatin1StringView noSources[] = {".o"_L1, ".a"_L1, ".so"_L1, ".obj"_L1, ".elf"_L1};
 

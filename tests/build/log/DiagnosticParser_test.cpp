@@ -192,6 +192,7 @@ TEST(CompilerDiagnosticParser, ReadsRecordedOutput)
         {"ld.lld: error: a.c:(.text+0x4): relocation R_ARM_CALL out of range",
          "4 a.c:-1:-1 relocation R_ARM_CALL out of range"},
         {"arm-none-eabi-ar: creating x.a", nullptr},
+        {"arm-none-eabi-nm: a.o: no symbols", nullptr},
         {"clang: error: ld.lld command failed with exit code 1 (use -v to see invocation)", nullptr},
         {"Error cannot add LTO module: symbol multiply defined! processing a.o",
          "4 :-1:-1 cannot add LTO module: symbol multiply defined! processing a.o"},
