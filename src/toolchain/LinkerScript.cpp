@@ -207,7 +207,22 @@ std::vector<const PlacedSection *> LinkerScript::orderedSections() const
                     throw HException(queues[i][position[i]]->place.error(
                         u"section '%1' runs in another order than it is loaded"_s.arg(queues[i][position[i]]->name)));
     }
+    joinThreadBlock(ordered);
     return ordered;
+}
+
+// GNU ld refuses a script with anything between the two, so what is loaded behind .tdata has to stand behind .tbss.
+void LinkerScript::joinThreadBlock(std::vector<const PlacedSection *> &ordered) const
+{
+    const auto data = std::ranges::find(ordered, u".tdata"_s, &PlacedSection::name);
+    const auto zero = std::ranges::find(ordered, u".tbss"_s, &PlacedSection::name);
+    if (data == ordered.end() || zero == ordered.end() || zero < data)
+        return;
+    const auto liesInTheirSegment = [&](const PlacedSection *section) {
+        return section->segment == (*zero)->segment || runSectionOf(*section)->segment == (*zero)->segment;
+    };
+    if (std::none_of(data + 1, zero, liesInTheirSegment))
+        std::rotate(data + 1, zero, zero + 1);
 }
 
 QString LinkerScript::regions() const

@@ -77,7 +77,7 @@ QString bitcodeTriple(const QString &libraryPath, const QString &file)
     return text;
 }
 
-// What only bitcode can tell when no object of a machine is there.
+// What bitcode can tell when no object of a machine is there, or only assembly that passes no floating-point numbers.
 Machine machineOfTriple(const QString &triple)
 {
     struct Row
@@ -96,8 +96,10 @@ Machine machineOfTriple(const QString &triple)
     for (const Row &row : rows)
         if (triple.section(u'-', 0, 0) == QLatin1StringView(row.begin))
             machine.options << QString::fromLatin1(row.option) + (isHard ? u"+fp"_s : QString()) << u"-mthumb"_s;
-    if (isHard)
+    if (isHard) {
         machine.options += u"-mfloat-abi=hard"_s;
+        machine.rank = Machine::hardFloatRank;
+    }
     return machine;
 }
 
@@ -106,9 +108,11 @@ Machine machineOfTriple(const QString &triple)
 ToolDriver::Link ToolDriver::planLink(const QStringList &files) const
 {
     LinkInputs inputs = LinkInputs::read(files);
-    if (!inputs.machine && !inputs.bitcode.isEmpty()) {
+    if (!inputs.bitcode.isEmpty()) {
         const QString library = ToolSet(m_options.linkerOptions, std::nullopt).ltoLibrary();
-        inputs.machine = machineOfTriple(bitcodeTriple(library, inputs.bitcode.first()));
+        const Machine machine = machineOfTriple(bitcodeTriple(library, inputs.bitcode.first()));
+        if (!inputs.machine || machine.rank > inputs.machine->rank)
+            inputs.machine = machine;
     }
     Link link{inputs, ToolSet(m_options.linkerOptions, inputs.machine), {}, {}, inputs.entry};
     link.userOptions = ToolSet::withoutChoice(m_options.linkerOptions);

@@ -228,6 +228,10 @@ TEST_F(Placement, OrdersSectionsByBothPlaces)
          ".x .d_run .y",
          {u".a"_s, u".x"_s, u".d"_s, u".y"_s, u".b"_s}},
         {"RAM first", ".d>.r .e>.s .z", ".w .r .s", {u".w"_s, u".d"_s, u".e"_s, u".z"_s}},
+        {"nothing comes between the two of the thread's block",
+         ".tdata>.t .sum",
+         ".t .tbss .bss",
+         {u".tdata"_s, u".tbss"_s, u".sum"_s, u".bss"_s}},
         {"opposite orders", ".d>.r .e>.s", ".s .r", {}},
     };
     for (const Row &row : rows) {

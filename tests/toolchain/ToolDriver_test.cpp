@@ -225,6 +225,20 @@ TEST_F(Driver, OptimizesAtLinkTime)
     EXPECT_EQ(folder.read("app.elf").size(), before.size());
 }
 
+// Assembly is no bitcode and passes no numbers; the libraries have to take them as the bitcode gives them.
+TEST_F(Driver, TakesTheCallingConventionOfBitcode)
+{
+    NEEDS_PROGRAM("clang");
+    NEEDS_PROGRAM("arm-none-eabi-gcc");
+    folder.write("main.c", "float sinf(float); volatile float x; void Reset_Handler(void) { x = sinf(x); }");
+    folder.write("native.c", "int native;");
+    const QStringList options = {u"-Wc,-toolchain=clang"_s, u"-Wc,-mcpu=cortex-m4"_s};
+    compile("main.c", options + QStringList{u"-Wc,-mfloat-abi=hard"_s, u"-Wc,-flto"_s});
+    compile("native.c", options);
+    const QString command = shown(u"-Wl,-toolchain=clang @main.o @native.o -o @app.elf"_s).section(u'\n', -1);
+    EXPECT_TRUE(command.contains(u" -mfloat-abi=hard "_s)) << qPrintable(command);
+}
+
 TEST_F(Driver, LinksForRiscV)
 {
     NEEDS_PROGRAM("riscv64-unknown-elf-gcc");
