@@ -200,12 +200,12 @@ QStringList ToolDriver::linkScript(const Link &link)
     writeOwnFile(script, LinkerScript(placement, link.entry).text());
     writeOwnFile(documents, dependencyRule(m_options.output, read + placement.files()));
     QStringList words = {u"-T"_s, script, u"-Wl,--orphan-handling=warn"_s};
-    // Code and data in one memory are what such a program means to have.
-    const auto runsFromWritable = [&](const PlacedSection &section) {
-        return section.isLoaded && section.runIn.isEmpty() && !placement.segments()[section.segment].isReadOnly;
-    };
-    if (!link.tools.isClang() && std::ranges::any_of(placement.sections(), runsFromWritable))
-        words += u"-Wl,--no-warn-rwx-segments"_s;
+    // Constructors' tables and thread-local data count as writable, and in flash they lie beside code. Linkers before
+    // binutils 2.39 neither warn of that nor know the option.
+    const QString quiet = u"-Wl,--no-warn-rwx-segments"_s;
+    if (!link.tools.isClang() &&
+        !m_runner.query({link.tools.gcc(), u"-nostdlib"_s, quiet, u"-Wl,--version"_s}).isEmpty())
+        words += quiet;
     return words;
 }
 

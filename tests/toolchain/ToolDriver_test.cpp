@@ -245,6 +245,16 @@ TEST_F(Driver, LinksForRiscV)
     buildSmall({u"-Wc,-march=rv32imac"_s, u"-Wc,-mabi=ilp32"_s, u"-Wc,-Os"_s}, {});
     checkSmall();
     EXPECT_EQ(elf.header().e_machine, EM_RISCV);
+
+    // A table of constructors lies in flash, and is no reason for a warning either.
+    folder.write("place.xml", QByteArray(smallPlacement)
+                                  .replace("<ProgramSection name=\".rodata\"",
+                                           "<ProgramSection name=\".init_array\" load=\"Yes\" keep=\"Yes\"/>"
+                                           "<ProgramSection name=\".rodata\""));
+    folder.write("start.c", "__attribute__((constructor)) static void start(void) {}");
+    compile("start.c", {u"-Wc,-march=rv32imac"_s, u"-Wc,-mabi=ilp32"_s});
+    const ProgramResult result = link({objectOf("vectors.c"), objectOf("main.c"), objectOf("start.c")}, {u"-we"_s});
+    EXPECT_EQ(result.error.toStdString(), "");
 }
 
 TEST_F(Driver, LinksByASegmentList)
