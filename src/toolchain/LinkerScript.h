@@ -40,6 +40,7 @@ private:
     QString sectionSymbols(const PlacedSection &load, const PlacedSection &run) const;
     QString linkerSections() const;
     QString segmentSymbols(size_t segment) const;
+    QString overlapChecks() const;
 
     const SectionPlacement &m_placement;
     QString m_entry;

@@ -169,6 +169,8 @@ TEST_F(Driver, LooksIntoTheToolChainFolder)
     folder.write("tools/bin/arm-none-eabi-gcc", "#!/bin/sh\necho \"$LC_ALL $LC_CTYPE $LC_MESSAGES\"\n");
     EXPECT_EQ(cc({u"-c"_s, u"-xc"_s, path("a.c"), option.trimmed()}, {u"LC_ALL=de_DE.UTF-8"_s}).out,
               " de_DE.UTF-8 C\n");
+    EXPECT_EQ(cc({u"-###"_s, u"-c"_s, path("a.c"), u"-Wc,-toolchain=/no/tools"_s, u"-Wc,-toolchain="_s}).error,
+              "cc: warning: no tool chain folder '/no/tools'\n");
 }
 
 TEST_F(Driver, ShowsTheCommandOfALink)
@@ -329,6 +331,18 @@ TEST_F(Driver, FailsWhenASegmentOverflows)
     EXPECT_EQ(full.status, 1);
     EXPECT_TRUE(full.error.contains("place.xml:11: error: section .bss is larger than its size of 64 bytes"))
         << full.error.constData();
+
+    // The same memory under two names.
+    folder.write("place.xml",
+                 QByteArray(smallPlacement)
+                     .replace("<ProgramSection name=\".stack\"", "</MemorySegment><MemorySegment name=\"ALIAS\">"
+                                                                 "<ProgramSection name=\".stack\""));
+    const ProgramResult twice = link(
+        {objectOf("main.c")}, {u"-memorymap"_s, folder.write("twice.xml", QByteArray(smallMap).replace("</root>", R"(
+  <MemorySegment name="ALIAS" start="0x20000000" size="0x1000"/></root>)"))});
+    EXPECT_EQ(twice.status, 1);
+    EXPECT_TRUE(twice.error.contains("place.xml:12: error: section .stack overlaps section .bss"))
+        << twice.error.constData();
 }
 
 TEST_F(Driver, TellsItsOwnErrorsAsACompilerDoes)
