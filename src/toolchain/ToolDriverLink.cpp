@@ -132,6 +132,8 @@ void ToolDriver::link()
     const QStringList files = readInputs();
     const Link link = planLink(files);
     m_runner.addOutput(m_options.output);
+    if (m_options.map)
+        m_runner.addReport(besideOutput(u"map"_s));
 
     const QStringList script = linkScript(link);
     const QStringList objects = link.inputs.hasBitcode() ? optimizeBitcode(link, files) : files;

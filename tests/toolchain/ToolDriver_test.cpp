@@ -6,6 +6,7 @@
 #include <QProcess>
 #include <QRegularExpression>
 #include <csignal>
+#include <unistd.h>
 
 using namespace Qt::StringLiterals;
 
@@ -383,24 +384,32 @@ TEST_F(Driver, LeavesNothingOfAFailedCompilation)
     EXPECT_FALSE(QFile::exists(path("a.o")) || QFile::exists(path("a.d")));
 }
 
-// A signal reaches the tool, the half-made output goes, and cc ends by the signal.
+// A signal reaches the tool, once, whether or not it went to the whole process group; the half-made output goes, and cc
+// ends by the signal.
 TEST_F(Driver, PassesSignalsOn)
 {
     const QString tool = folder.write("arm-none-eabi-gcc", "#!/bin/sh\nfor last; do :; done\necho half > $last\n"
-                                                           "trap 'echo stopped > $0.trap; exit 1' TERM\n"
+                                                           "again() { echo again >> $0.trap; }\n"
+                                                           "stop() { trap again TERM; echo stopped >> $0.trap\n"
+                                                           "sleep 0.05; exit 1; }\ntrap stop TERM\n"
                                                            "echo ready\nwhile :; do sleep 0.05; done\n");
     QFile::setPermissions(tool, QFile::ReadOwner | QFile::ExeOwner);
-    QProcess process;
-    process.start(QString::fromLatin1(VN_BIN "/cc"),
-                  {u"-c"_s, u"-xc"_s, path("a.c"), u"-Wc,-toolchain="_s + folder.root(), u"-o"_s, path("a.o")});
-    ASSERT_TRUE(process.waitForReadyRead(20000));
-    EXPECT_TRUE(QFile::exists(path("a.o")));
-    kill(pid_t(process.processId()), SIGTERM);
-    ASSERT_TRUE(process.waitForFinished(20000));
-    EXPECT_EQ(process.exitStatus(), QProcess::CrashExit);
-    EXPECT_EQ(process.exitCode(), SIGTERM);
-    EXPECT_TRUE(QFile::exists(tool + u".trap"_s));
-    EXPECT_FALSE(QFile::exists(path("a.o")));
+    for (const bool isGroup : {false, true}) {
+        QFile::remove(tool + u".trap"_s);
+        QProcess process;
+        process.setChildProcessModifier([] { setpgid(0, 0); });
+        process.start(QString::fromLatin1(VN_BIN "/cc"),
+                      {u"-c"_s, u"-xc"_s, path("a.c"), u"-Wc,-toolchain="_s + folder.root(), u"-o"_s, path("a.o")});
+        ASSERT_TRUE(process.waitForReadyRead(20000));
+        EXPECT_TRUE(QFile::exists(path("a.o")));
+        const pid_t id = pid_t(process.processId());
+        kill(isGroup ? -id : id, SIGTERM);
+        ASSERT_TRUE(process.waitForFinished(20000));
+        EXPECT_EQ(process.exitStatus(), QProcess::CrashExit);
+        EXPECT_EQ(process.exitCode(), SIGTERM);
+        EXPECT_EQ(folder.read("arm-none-eabi-gcc.trap"), "stopped\n") << isGroup;
+        EXPECT_FALSE(QFile::exists(path("a.o")));
+    }
 }
 
 TEST_F(Driver, WritesDependencies)
