@@ -162,6 +162,7 @@ TEST_F(Placement, TellsWhatIsWrongWithASection)
         {"", "section without a name"},
         {"name=\".a\" alignment=\"3\"", "alignment 3 is no power of two"},
         {"name=\".a\" alignment=\"0\"", "alignment 0 is no power of two"},
+        {"name=\".a\" start=\"0x1000\"", "section '.a' starts outside of segment 'RAM'"},
         {"name=\".a\" size=\"some\"", "size 'some' is no number of 32 bits"},
         {"name=\".a\" size=\"0x100000000\"", "size '0x100000000' is no number of 32 bits"},
         {"name=\".a\" size=\"$(SIZE)\"", "macro 'SIZE' is not defined"},
