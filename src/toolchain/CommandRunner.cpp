@@ -7,6 +7,7 @@
 #include <algorithm>
 #include <csignal>
 #include <cstdio>
+#include <ctime>
 #include <fcntl.h>
 #include <spawn.h>
 #include <sys/wait.h>
@@ -18,15 +19,24 @@ extern char **environ;
 
 namespace {
 
-// For the signal handler: the tool that runs, and the signal that has arrived.
+// For the signal handlers: the tool that runs, and the signal that has arrived.
 volatile sig_atomic_t runningTool = 0;
 volatile sig_atomic_t arrivedSignal = 0;
+timer_t handOnTimer;
 
-void handOn(int signal)
+// A Ctrl-C reaches the tool by itself, as all of the process group. A second signal would end it amid removing its
+// temporary files, so it gets one from us only when it goes on.
+void handleSignal(int signal)
 {
     arrivedSignal = signal;
+    constexpr itimerspec times = {.it_interval = {2, 0}, .it_value = {0, 500'000'000}}; // seconds, nanoseconds
+    timer_settime(handOnTimer, 0, &times, nullptr);
+}
+
+void handOn(int)
+{
     if (runningTool > 0)
-        kill(runningTool, signal);
+        kill(runningTool, arrivedSignal);
 }
 
 constexpr int handledSignals[] = {SIGINT, SIGTERM, SIGHUP};
@@ -35,6 +45,9 @@ void catchSignals()
 {
     struct sigaction action = {};
     action.sa_handler = handOn;
+    sigaction(SIGALRM, &action, nullptr);
+    timer_create(CLOCK_MONOTONIC, nullptr, &handOnTimer); // it sends SIGALRM
+    action.sa_handler = handleSignal;
     for (const int signal : handledSignals) {
         struct sigaction before = {};
         sigaction(signal, nullptr, &before);
@@ -150,8 +163,6 @@ int CommandRunner::spawn(const QStringList &command, int outputDescriptor)
     if (error != 0)
         throw HException(u"cannot run '%1': %2"_s.arg(command.first(), QString::fromLocal8Bit(strerror(error))));
     runningTool = child;
-    if (arrivedSignal) // it came before the handler knew whom to hand it to
-        kill(child, arrivedSignal);
     const int status = waitFor(child);
     runningTool = 0;
     return status;
@@ -162,6 +173,7 @@ void CommandRunner::checkSignals()
     const int signal = arrivedSignal;
     if (!signal)
         return;
+    m_outputs += m_reports;
     removeOutputs();
     ::signal(signal, SIG_DFL);
     raise(signal);

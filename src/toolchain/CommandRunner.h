@@ -6,7 +6,8 @@
 // Runs the tools behind the driver, one after the other and without a shell. Their output goes where ours goes.
 //
 // Outputs that were announced are removed when a tool fails or a signal ends us, so that nothing half-made stays.
-// SIGINT, SIGTERM and SIGHUP are handed on to the running tool; when it has ended, they end us too.
+// SIGINT, SIGTERM and SIGHUP are handed on to a running tool that hasn't got them itself; when it has ended, they end
+// us too.
 class CommandRunner
 {
 public:
@@ -17,6 +18,8 @@ public:
 
     bool isDry() const { return m_isDry; }
     void addOutput(const QString &path) { m_outputs += path; }
+    // What tells why a tool has failed stays then, and goes when a signal ends us.
+    void addReport(const QString &path) { m_reports += path; }
     void removeOutputs();
     // Runs a command to its end; the first word is a path or looked for in the search path. Throws ToolFailure
     // with the tool's exit status unless that is 0.
@@ -33,7 +36,7 @@ private:
     int spawn(const QStringList &command, int outputDescriptor);
 
     bool m_isShown, m_isDry;
-    QStringList m_outputs;
+    QStringList m_outputs, m_reports;
 };
 
 // A tool has told what is wrong; its exit status becomes ours.

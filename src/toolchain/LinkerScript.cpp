@@ -118,6 +118,7 @@ QByteArray LinkerScript::text() const
     for (size_t i = 0; i < m_placement.segments().size(); ++i)
         if (m_placement.usesSegment(i))
             text += segmentSymbols(i);
+    text += overlapChecks();
     text += linkerSections();
     // Of start files, which the program doesn't have: what destructors of objects with static storage belong to.
     text += u"  PROVIDE_HIDDEN(__dso_handle = 0);\n"_s;
@@ -207,7 +208,22 @@ std::vector<const PlacedSection *> LinkerScript::orderedSections() const
                     throw HException(queues[i][position[i]]->place.error(
                         u"section '%1' runs in another order than it is loaded"_s.arg(queues[i][position[i]]->name)));
     }
+    joinThreadBlock(ordered);
     return ordered;
+}
+
+// GNU ld refuses a script with anything between the two, so what is loaded behind .tdata has to stand behind .tbss.
+void LinkerScript::joinThreadBlock(std::vector<const PlacedSection *> &ordered) const
+{
+    const auto data = std::ranges::find(ordered, u".tdata"_s, &PlacedSection::name);
+    const auto zero = std::ranges::find(ordered, u".tbss"_s, &PlacedSection::name);
+    if (data == ordered.end() || zero == ordered.end() || zero < data)
+        return;
+    const auto liesInTheirSegment = [&](const PlacedSection *section) {
+        return section->segment == (*zero)->segment || runSectionOf(*section)->segment == (*zero)->segment;
+    };
+    if (std::none_of(data + 1, zero, liesInTheirSegment))
+        std::rotate(data + 1, zero, zero + 1);
 }
 
 QString LinkerScript::regions() const
@@ -377,4 +393,33 @@ QString LinkerScript::segmentSymbols(size_t segment) const
            namedSymbol(name, "segment_size", hex(memory.size)) + namedSymbol(name, "segment_used_end", used) +
            namedSymbol(name, "segment_used_size", u"__%1_segment_used_end__ - %2"_s.arg(name, hex(memory.start))) +
            u'\n';
+}
+
+// A map may name the same memory twice, as a whole and in parts. GNU ld takes sections that run at one address for
+// overlays and says nothing.
+QString LinkerScript::overlapChecks() const
+{
+    QString text;
+    const auto symbol = [](const PlacedSection *section, const char *what) {
+        return u"__%1_%2__"_s.arg(identifier(bare(section->name)), QLatin1StringView(what));
+    };
+    std::vector<const PlacedSection *> earlier; // as they run
+    for (const PlacedSection &load : m_placement.sections()) {
+        if (isRunPlace(load))
+            continue;
+        const PlacedSection *section = runSectionOf(load);
+        const MemorySegment &segment = m_placement.segments()[section->segment];
+        for (const PlacedSection *other : earlier) {
+            const MemorySegment &memory = m_placement.segments()[other->segment];
+            if (&memory == &segment || quint64(memory.start) + memory.size <= segment.start ||
+                quint64(segment.start) + segment.size <= memory.start)
+                continue;
+            text += u"  ASSERT(MIN(%1, %2) <= MAX(%3, %4), \"%5\")\n"_s.arg(
+                symbol(section, "end"), symbol(other, "end"), symbol(section, "start"), symbol(other, "start"),
+                section->place.error(u"section %1 overlaps section %2"_s.arg(section->name, other->name))
+                    .replace(u'"', u'\''));
+        }
+        earlier.push_back(section);
+    }
+    return text;
 }

@@ -28,6 +28,7 @@ public:
 
 private:
     std::vector<const PlacedSection *> orderedSections() const;
+    void joinThreadBlock(std::vector<const PlacedSection *> &ordered) const;
     const PlacedSection *runSectionOf(const PlacedSection &section) const;
     bool hasCopiedSections(size_t segment) const; // that run in it and are loaded elsewhere
     bool hasThreadBlock() const;                  // .tdata and .tbss are placed
@@ -39,6 +40,7 @@ private:
     QString sectionSymbols(const PlacedSection &load, const PlacedSection &run) const;
     QString linkerSections() const;
     QString segmentSymbols(size_t segment) const;
+    QString overlapChecks() const;
 
     const SectionPlacement &m_placement;
     QString m_entry;

@@ -99,8 +99,8 @@ Machine armMachine(const Attributes &attributes)
         machine.options += u"-mfloat-abi=hard"_s;
     // An object that was told its processor knows more than one that was not, and floating point is needed by
     // all once it is by one.
-    machine.rank = architecture + (attributes.numbers.value(tagFpArch) ? 256 : 0) + (isHard ? 512 : 0) +
-                   (cpu.startsWith(u"cortex-"_s) ? 128 : 0);
+    machine.rank = architecture + (attributes.numbers.value(tagFpArch) ? 256 : 0) +
+                   (isHard ? Machine::hardFloatRank : 0) + (cpu.startsWith(u"cortex-"_s) ? 128 : 0);
     return machine;
 }
 

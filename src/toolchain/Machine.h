@@ -12,6 +12,9 @@ struct Machine
 {
     enum Architecture { Arm, RiscV };
 
+    // An object that passes floating-point numbers in registers weighs more than any that doesn't.
+    static constexpr quint64 hardFloatRank = 512;
+
     Architecture architecture = Arm;
     QStringList options; // -mcpu=cortex-m3 -mthumb
     quint64 rank = 0;    // of two objects of a program the one with the higher rank tells what it needs

@@ -212,6 +212,9 @@ void SectionPlacement::readSection(const PlacementDocument &document, const XMLE
     section.isLoaded = document.isYes(element, "load");
     section.isKept = document.isYes(element, "keep");
     section.start = document.number(element, "start", m_segments[segment].start);
+    const MemorySegment &memory = m_segments[segment];
+    if (section.start && (*section.start < memory.start || *section.start - memory.start >= memory.size))
+        fail(u"section '%1' starts outside of segment '%2'"_s.arg(section.name, memory.name));
     section.size = document.number(element, "size");
     section.alignment = document.number(element, "alignment").value_or(4);
     if (section.alignment == 0 || (section.alignment & (section.alignment - 1)) != 0)

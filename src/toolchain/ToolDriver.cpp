@@ -62,11 +62,17 @@ ToolDriver::ToolDriver(const DriverOptions &options) : m_options(options), m_run
 void ToolDriver::run()
 {
     try {
+        const bool isCompilation = m_options.action == Action::Compile;
+        const ToolSet tools(isCompilation ? sourceOptions() : m_options.linkerOptions, std::nullopt);
+        for (const QString &folder : tools.directories())
+            if (!QFileInfo(folder).isDir())
+                warn(u"no tool chain folder '%1'"_s.arg(folder));
         switch (m_options.action) {
-        case Action::Compile: return compile();
-        case Action::Archive: return archive();
-        case Action::Link: return link();
+        case Action::Compile: compile(); break;
+        case Action::Archive: archive(); break;
+        case Action::Link: link(); break;
         }
+        m_runner.checkSignals(); // one that came while we wrote ourselves
     } catch (const HException &) {
         m_runner.removeOutputs();
         throw;

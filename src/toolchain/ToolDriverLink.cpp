@@ -77,7 +77,7 @@ QString bitcodeTriple(const QString &libraryPath, const QString &file)
     return text;
 }
 
-// What only bitcode can tell when no object of a machine is there.
+// What bitcode can tell when no object of a machine is there, or only assembly that passes no floating-point numbers.
 Machine machineOfTriple(const QString &triple)
 {
     struct Row
@@ -96,8 +96,10 @@ Machine machineOfTriple(const QString &triple)
     for (const Row &row : rows)
         if (triple.section(u'-', 0, 0) == QLatin1StringView(row.begin))
             machine.options << QString::fromLatin1(row.option) + (isHard ? u"+fp"_s : QString()) << u"-mthumb"_s;
-    if (isHard)
+    if (isHard) {
         machine.options += u"-mfloat-abi=hard"_s;
+        machine.rank = Machine::hardFloatRank;
+    }
     return machine;
 }
 
@@ -106,9 +108,11 @@ Machine machineOfTriple(const QString &triple)
 ToolDriver::Link ToolDriver::planLink(const QStringList &files) const
 {
     LinkInputs inputs = LinkInputs::read(files);
-    if (!inputs.machine && !inputs.bitcode.isEmpty()) {
+    if (!inputs.bitcode.isEmpty()) {
         const QString library = ToolSet(m_options.linkerOptions, std::nullopt).ltoLibrary();
-        inputs.machine = machineOfTriple(bitcodeTriple(library, inputs.bitcode.first()));
+        const Machine machine = machineOfTriple(bitcodeTriple(library, inputs.bitcode.first()));
+        if (!inputs.machine || machine.rank > inputs.machine->rank)
+            inputs.machine = machine;
     }
     Link link{inputs, ToolSet(m_options.linkerOptions, inputs.machine), {}, {}, inputs.entry};
     link.userOptions = ToolSet::withoutChoice(m_options.linkerOptions);
@@ -128,6 +132,8 @@ void ToolDriver::link()
     const QStringList files = readInputs();
     const Link link = planLink(files);
     m_runner.addOutput(m_options.output);
+    if (m_options.map)
+        m_runner.addReport(besideOutput(u"map"_s));
 
     const QStringList script = linkScript(link);
     const QStringList objects = link.inputs.hasBitcode() ? optimizeBitcode(link, files) : files;
@@ -196,12 +202,12 @@ QStringList ToolDriver::linkScript(const Link &link)
     writeOwnFile(script, LinkerScript(placement, link.entry).text());
     writeOwnFile(documents, dependencyRule(m_options.output, read + placement.files()));
     QStringList words = {u"-T"_s, script, u"-Wl,--orphan-handling=warn"_s};
-    // Code and data in one memory are what such a program means to have.
-    const auto runsFromWritable = [&](const PlacedSection &section) {
-        return section.isLoaded && section.runIn.isEmpty() && !placement.segments()[section.segment].isReadOnly;
-    };
-    if (!link.tools.isClang() && std::ranges::any_of(placement.sections(), runsFromWritable))
-        words += u"-Wl,--no-warn-rwx-segments"_s;
+    // Constructors' tables and thread-local data count as writable, and in flash they lie beside code. Linkers before
+    // binutils 2.39 neither warn of that nor know the option.
+    const QString quiet = u"-Wl,--no-warn-rwx-segments"_s;
+    if (!link.tools.isClang() &&
+        !m_runner.query({link.tools.gcc(), u"-nostdlib"_s, quiet, u"-Wl,--version"_s}).isEmpty())
+        words += quiet;
     return words;
 }
 

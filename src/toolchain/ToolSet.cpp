@@ -41,6 +41,8 @@ ToolSet::ToolSet(const QStringList &options, const std::optional<Machine> &objec
 
 void ToolSet::choose(const QString &text)
 {
+    if (text.isEmpty())
+        return;
     if (text != u"gcc" && text != u"clang") {
         m_directories += text;
     } else if (!m_isChosen) {

@@ -20,6 +20,9 @@ public:
     Machine::Architecture architecture() const { return m_architecture; }
     bool isRiscV() const { return m_architecture == Machine::RiscV; }
 
+    // Where programs are looked for ahead of the search path.
+    const QStringList &directories() const { return m_directories; }
+
     // The compiler with the options that always go with it. For clang the target is among them.
     QStringList compiler() const;
     // GCC of the architecture: the compiler itself, or the one whose libraries clang links.

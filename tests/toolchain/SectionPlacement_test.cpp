@@ -162,6 +162,7 @@ TEST_F(Placement, TellsWhatIsWrongWithASection)
         {"", "section without a name"},
         {"name=\".a\" alignment=\"3\"", "alignment 3 is no power of two"},
         {"name=\".a\" alignment=\"0\"", "alignment 0 is no power of two"},
+        {"name=\".a\" start=\"0x1000\"", "section '.a' starts outside of segment 'RAM'"},
         {"name=\".a\" size=\"some\"", "size 'some' is no number of 32 bits"},
         {"name=\".a\" size=\"0x100000000\"", "size '0x100000000' is no number of 32 bits"},
         {"name=\".a\" size=\"$(SIZE)\"", "macro 'SIZE' is not defined"},
@@ -228,6 +229,10 @@ TEST_F(Placement, OrdersSectionsByBothPlaces)
          ".x .d_run .y",
          {u".a"_s, u".x"_s, u".d"_s, u".y"_s, u".b"_s}},
         {"RAM first", ".d>.r .e>.s .z", ".w .r .s", {u".w"_s, u".d"_s, u".e"_s, u".z"_s}},
+        {"nothing comes between the two of the thread's block",
+         ".tdata>.t .sum",
+         ".t .tbss .bss",
+         {u".tdata"_s, u".tbss"_s, u".sum"_s, u".bss"_s}},
         {"opposite orders", ".d>.r .e>.s", ".s .r", {}},
     };
     for (const Row &row : rows) {

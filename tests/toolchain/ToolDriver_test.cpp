@@ -6,6 +6,7 @@
 #include <QProcess>
 #include <QRegularExpression>
 #include <csignal>
+#include <unistd.h>
 
 using namespace Qt::StringLiterals;
 
@@ -169,6 +170,8 @@ TEST_F(Driver, LooksIntoTheToolChainFolder)
     folder.write("tools/bin/arm-none-eabi-gcc", "#!/bin/sh\necho \"$LC_ALL $LC_CTYPE $LC_MESSAGES\"\n");
     EXPECT_EQ(cc({u"-c"_s, u"-xc"_s, path("a.c"), option.trimmed()}, {u"LC_ALL=de_DE.UTF-8"_s}).out,
               " de_DE.UTF-8 C\n");
+    EXPECT_EQ(cc({u"-###"_s, u"-c"_s, path("a.c"), u"-Wc,-toolchain=/no/tools"_s, u"-Wc,-toolchain="_s}).error,
+              "cc: warning: no tool chain folder '/no/tools'\n");
 }
 
 TEST_F(Driver, ShowsTheCommandOfALink)
@@ -225,12 +228,36 @@ TEST_F(Driver, OptimizesAtLinkTime)
     EXPECT_EQ(folder.read("app.elf").size(), before.size());
 }
 
+// Assembly is no bitcode and passes no numbers; the libraries have to take them as the bitcode gives them.
+TEST_F(Driver, TakesTheCallingConventionOfBitcode)
+{
+    NEEDS_PROGRAM("clang");
+    NEEDS_PROGRAM("arm-none-eabi-gcc");
+    folder.write("main.c", "float sinf(float); volatile float x; void Reset_Handler(void) { x = sinf(x); }");
+    folder.write("native.c", "int native;");
+    const QStringList options = {u"-Wc,-toolchain=clang"_s, u"-Wc,-mcpu=cortex-m4"_s};
+    compile("main.c", options + QStringList{u"-Wc,-mfloat-abi=hard"_s, u"-Wc,-flto"_s});
+    compile("native.c", options);
+    const QString command = shown(u"-Wl,-toolchain=clang @main.o @native.o -o @app.elf"_s).section(u'\n', -1);
+    EXPECT_TRUE(command.contains(u" -mfloat-abi=hard "_s)) << qPrintable(command);
+}
+
 TEST_F(Driver, LinksForRiscV)
 {
     NEEDS_PROGRAM("riscv64-unknown-elf-gcc");
     buildSmall({u"-Wc,-march=rv32imac"_s, u"-Wc,-mabi=ilp32"_s, u"-Wc,-Os"_s}, {});
     checkSmall();
     EXPECT_EQ(elf.header().e_machine, EM_RISCV);
+
+    // A table of constructors lies in flash, and is no reason for a warning either.
+    folder.write("place.xml", QByteArray(smallPlacement)
+                                  .replace("<ProgramSection name=\".rodata\"",
+                                           "<ProgramSection name=\".init_array\" load=\"Yes\" keep=\"Yes\"/>"
+                                           "<ProgramSection name=\".rodata\""));
+    folder.write("start.c", "__attribute__((constructor)) static void start(void) {}");
+    compile("start.c", {u"-Wc,-march=rv32imac"_s, u"-Wc,-mabi=ilp32"_s});
+    const ProgramResult result = link({objectOf("vectors.c"), objectOf("main.c"), objectOf("start.c")}, {u"-we"_s});
+    EXPECT_EQ(result.error.toStdString(), "");
 }
 
 TEST_F(Driver, LinksByASegmentList)
@@ -305,6 +332,18 @@ TEST_F(Driver, FailsWhenASegmentOverflows)
     EXPECT_EQ(full.status, 1);
     EXPECT_TRUE(full.error.contains("place.xml:11: error: section .bss is larger than its size of 64 bytes"))
         << full.error.constData();
+
+    // The same memory under two names.
+    folder.write("place.xml",
+                 QByteArray(smallPlacement)
+                     .replace("<ProgramSection name=\".stack\"", "</MemorySegment><MemorySegment name=\"ALIAS\">"
+                                                                 "<ProgramSection name=\".stack\""));
+    const ProgramResult twice = link(
+        {objectOf("main.c")}, {u"-memorymap"_s, folder.write("twice.xml", QByteArray(smallMap).replace("</root>", R"(
+  <MemorySegment name="ALIAS" start="0x20000000" size="0x1000"/></root>)"))});
+    EXPECT_EQ(twice.status, 1);
+    EXPECT_TRUE(twice.error.contains("place.xml:12: error: section .stack overlaps section .bss"))
+        << twice.error.constData();
 }
 
 TEST_F(Driver, TellsItsOwnErrorsAsACompilerDoes)
@@ -345,24 +384,32 @@ TEST_F(Driver, LeavesNothingOfAFailedCompilation)
     EXPECT_FALSE(QFile::exists(path("a.o")) || QFile::exists(path("a.d")));
 }
 
-// A signal reaches the tool, the half-made output goes, and cc ends by the signal.
+// A signal reaches the tool, once, whether or not it went to the whole process group; the half-made output goes, and cc
+// ends by the signal.
 TEST_F(Driver, PassesSignalsOn)
 {
     const QString tool = folder.write("arm-none-eabi-gcc", "#!/bin/sh\nfor last; do :; done\necho half > $last\n"
-                                                           "trap 'echo stopped > $0.trap; exit 1' TERM\n"
+                                                           "again() { echo again >> $0.trap; }\n"
+                                                           "stop() { trap again TERM; echo stopped >> $0.trap\n"
+                                                           "sleep 0.05; exit 1; }\ntrap stop TERM\n"
                                                            "echo ready\nwhile :; do sleep 0.05; done\n");
     QFile::setPermissions(tool, QFile::ReadOwner | QFile::ExeOwner);
-    QProcess process;
-    process.start(QString::fromLatin1(VN_BIN "/cc"),
-                  {u"-c"_s, u"-xc"_s, path("a.c"), u"-Wc,-toolchain="_s + folder.root(), u"-o"_s, path("a.o")});
-    ASSERT_TRUE(process.waitForReadyRead(20000));
-    EXPECT_TRUE(QFile::exists(path("a.o")));
-    kill(pid_t(process.processId()), SIGTERM);
-    ASSERT_TRUE(process.waitForFinished(20000));
-    EXPECT_EQ(process.exitStatus(), QProcess::CrashExit);
-    EXPECT_EQ(process.exitCode(), SIGTERM);
-    EXPECT_TRUE(QFile::exists(tool + u".trap"_s));
-    EXPECT_FALSE(QFile::exists(path("a.o")));
+    for (const bool isGroup : {false, true}) {
+        QFile::remove(tool + u".trap"_s);
+        QProcess process;
+        process.setChildProcessModifier([] { setpgid(0, 0); });
+        process.start(QString::fromLatin1(VN_BIN "/cc"),
+                      {u"-c"_s, u"-xc"_s, path("a.c"), u"-Wc,-toolchain="_s + folder.root(), u"-o"_s, path("a.o")});
+        ASSERT_TRUE(process.waitForReadyRead(20000));
+        EXPECT_TRUE(QFile::exists(path("a.o")));
+        const pid_t id = pid_t(process.processId());
+        kill(isGroup ? -id : id, SIGTERM);
+        ASSERT_TRUE(process.waitForFinished(20000));
+        EXPECT_EQ(process.exitStatus(), QProcess::CrashExit);
+        EXPECT_EQ(process.exitCode(), SIGTERM);
+        EXPECT_EQ(folder.read("arm-none-eabi-gcc.trap"), "stopped\n") << isGroup;
+        EXPECT_FALSE(QFile::exists(path("a.o")));
+    }
 }
 
 TEST_F(Driver, WritesDependencies)
