@@ -175,6 +175,14 @@ TEST_F(JobScheduler, BatchBuildsTheProjectsOwnConfigurations)
     EXPECT_EQ(build(project("app"), 1, BuildFlag::force, true), BuildResult::Complete);
     EXPECT_EQ(started(),
               (QStringList{u"compile x.c"_s, u"link Release/app.elf"_s, u"compile x.c"_s, u"link Debug/app.elf"_s}));
+    // "Common" is every public one that is for this platform, also those of the solution that imports the project's.
+    folder.write("inner.vnProject", "<!DOCTYPE Veldane_Project_File><solution><project Name=\"app\"><configuration "
+                                    "Name=\"Common\" batch_build_configurations=\"Common\" "
+                                    "build_output_directory=\"$(Configuration)\"/></project></solution>");
+    load("<import file_name=\"inner.vnProject\"/><configuration Name=\"Hidden\" hidden=\"Yes\"/>"
+         "<configuration Name=\"Elsewhere\" Platform=\"elsewhere\"/>");
+    EXPECT_EQ(build(project("app"), 1, BuildFlag::force, true), BuildResult::Complete);
+    EXPECT_EQ(started(), (QStringList{u"link Debug/app.elf"_s, u"link Release/app.elf"_s}));
 }
 
 TEST_F(JobScheduler, ProjectCommandsRunAroundTheJobs)
