@@ -92,7 +92,7 @@ bool ElementBuild::isPassedOver(ToolKind kind)
         return false;
     if (m_builder)
         m_builder->reportInfo(u'\'' + m_element->displayName() + "' is passed over because "_L1 + cause + " failed"_L1);
-    if (isProject && !m_engine.hasFailed(m_element, m_configuration))
+    if (isProject && !(m_flags & BuildFlag::noRun) && !m_engine.hasFailed(m_element, m_configuration))
         m_engine.jobFailed(m_element, m_configuration);
     return true;
 }
