@@ -88,6 +88,8 @@ bool ElementBuild::compile(ToolKind kind)
         noteUpToDate(plan.target, "' is up to date"_L1);
         return false;
     }
+    if (isOwnInput(plan.absoluteTarget, QStringList(plan.source) + plan.members))
+        return false;
     if (removes()) {
         removeFile(plan.absoluteTarget);
         removeFile(absolute(m_tools.dependencyFileName(m_element, m_configuration, plan.target, false)));

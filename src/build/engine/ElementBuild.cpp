@@ -305,6 +305,16 @@ void ElementBuild::removeFile(const QString &path)
         m_builder->reportError("Cannot remove "_L1 + path);
 }
 
+bool ElementBuild::isOwnInput(const QString &target, const QStringList &inputs)
+{
+    const QString path = absolute(target);
+    const bool isOwn = !target.isEmpty() && std::any_of(inputs.begin(), inputs.end(),
+                                                        [&](const QString &input) { return absolute(input) == path; });
+    if (isOwn)
+        fail("The output "_L1 + target + " is one of its own inputs"_L1);
+    return isOwn;
+}
+
 void ElementBuild::noteUpToDate(const QString &target, QLatin1StringView end)
 {
     if (m_builder && !isQuiet())

@@ -137,8 +137,30 @@ TEST_F(ElementBuild, AnObjectMustNotComeTwice)
     write("sub/a.c", 10);
     load("<project Name=\"p\"><file file_name=\"a.c\"/><file file_name=\"sub/a.c\"/></project>");
     EXPECT_EQ(build(1), BuildResult::Failed);
-    EXPECT_EQ(told("error"), QStringList{u"The object file obj/p/a.o has been supplied more than once"_s});
+    const QStringList twice{u"The object file obj/p/a.o has been supplied more than once"_s};
+    EXPECT_EQ(told("error"), twice);
+    load("<project Name=\"p\"><file file_name=\"a.c\"/><file file_name=\"sub/a.c\"/></project>",
+         "pre_build_command=\"before\"");
+    EXPECT_EQ(build(1), BuildResult::Failed);
+    EXPECT_EQ(told("error"), twice) << "not only by the check before the pre-build command, which tells nothing";
     EXPECT_FALSE(started().contains(u"link out/p.elf"_s));
+}
+
+TEST_F(ElementBuild, WhatIsBuiltFromIsNeverRemovedAsAnOutput)
+{
+    for (const char *attributes :
+         {"project_type=\"Staging\" stage_output_filepath=\"$(RelInputPath)\"",
+          "project_type=\"Combining\" combine_output_filepath=\"sub/../a.c\"", "build_object_file_name=\"a.c\"",
+          "build_output_file_name=\"lib.a\" linker_additional_files=\"lib.a\""}) {
+        const QString source = write("a.c", 10), library = write("lib.a", 10);
+        load(QByteArray("<project Name=\"p\"><configuration Name=\"Common\" ") + attributes +
+             "/><file file_name=\"a.c\"/></project>");
+        for (const BuildFlags flags : {BuildFlag::clean, BuildFlag::rebuild}) {
+            EXPECT_EQ(build(1, flags), BuildResult::Failed) << attributes;
+            EXPECT_EQ(told("error").size(), 1) << attributes;
+            EXPECT_TRUE(QFile::exists(source) && QFile::exists(library)) << attributes;
+        }
+    }
 }
 
 TEST_F(ElementBuild, AnUnacceptableOutputFailsTheLink)
