@@ -115,6 +115,11 @@ bool ElementBuild::buildUnityMembers()
     m_macros = unityMacros(m_system, m_element, m_configuration);
     const QString path = unityFileName(m_system, m_element, m_configuration);
     const UnityFiles files = unityFiles(m_system, m_element, m_configuration);
+    QStringList sources;
+    for (const ProjectElement *file : files.members + files.excluded)
+        sources += m_system.path(file, m_configuration);
+    if (isOwnInput(path, sources))
+        return false;
     if (removes())
         removeFile(path);
     if (!(m_flags & (BuildFlag::noRun | BuildFlag::analyze)) && !writeUnityFile(path, files))

@@ -151,14 +151,16 @@ TEST_F(ElementBuild, WhatIsBuiltFromIsNeverRemovedAsAnOutput)
     for (const char *attributes :
          {"project_type=\"Staging\" stage_output_filepath=\"$(RelInputPath)\"",
           "project_type=\"Combining\" combine_output_filepath=\"sub/../a.c\"", "build_object_file_name=\"a.c\"",
-          "build_output_file_name=\"lib.a\" linker_additional_files=\"lib.a\""}) {
-        const QString source = write("a.c", 10), library = write("lib.a", 10);
+          "unity_build_file_name=\"a.c\"", "build_output_file_name=\"lib.a\" linker_additional_files=\"lib.a\""}) {
+        write("a.c", 10);
+        const QString library = write("lib.a", 10);
         load(QByteArray("<project Name=\"p\"><configuration Name=\"Common\" ") + attributes +
-             "/><file file_name=\"a.c\"/></project>");
+             "/><folder Name=\"f\"><file file_name=\"a.c\"/></folder></project>");
         for (const BuildFlags flags : {BuildFlag::clean, BuildFlag::rebuild}) {
             EXPECT_EQ(build(1, flags), BuildResult::Failed) << attributes;
             EXPECT_EQ(told("error").size(), 1) << attributes;
-            EXPECT_TRUE(QFile::exists(source) && QFile::exists(library)) << attributes;
+            EXPECT_TRUE(QFile::exists(library)) << attributes;
+            EXPECT_EQ(folder.read("a.c"), "x") << attributes;
         }
     }
 }
