@@ -293,7 +293,9 @@ void ElementBuild::runCompile(ToolKind kind, const CompilePlan &plan)
     const QString name = m_element->displayName();
     const CompileSteps steps = compileSteps(kind, plan);
     if (!steps.preWords.isEmpty()) {
-        runStep("Pre-compile command "_L1 + name, {{steps.preDirectory, steps.preWords, steps.preOutput}});
+        const bool isInPlace = steps.preOutput == plan.source; // no output, which goes when a command fails
+        runStep("Pre-compile command "_L1 + name,
+                {{steps.preDirectory, steps.preWords, isInPlace ? QString() : steps.preOutput}});
         if (!goesOn())
             return;
     }

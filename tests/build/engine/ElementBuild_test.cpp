@@ -50,6 +50,14 @@ TEST_F(ElementBuild, PreCompileOutputIsWhatIsCompiled)
     ASSERT_EQ(started().size(), 2);
     EXPECT_TRUE(QFile::exists(folder.path("made.c")));
     EXPECT_TRUE(started()[1].contains(" -xc "_L1 + folder.path("made.c") + u' ')) << qPrintable(started()[1]);
+    // A command that works on the source itself makes nothing that goes when the compiler fails.
+    load("<project Name=\"p\"><configuration Name=\"Common\" compile_pre_build_command=\"tidy\" "
+         "compile_pre_build_command_output_file_name=\"$(InputPath)\"/><file file_name=\"a.c\"/></project>");
+    for (const char *failing : {"compile", "tidy"}) {
+        events.failing = {QLatin1String(failing)};
+        EXPECT_EQ(build(1, BuildFlag::force), BuildResult::Failed);
+        EXPECT_EQ(folder.read("a.c"), "x") << failing;
+    }
 }
 
 TEST_F(ElementBuild, RebuildDeletesAndCleanOnlyDeletes)
