@@ -3,6 +3,7 @@
 #include "base/HException.h"
 
 #include <QFileInfo>
+#include <sys/stat.h>
 #include <unistd.h>
 
 using namespace Qt::StringLiterals;
@@ -63,10 +64,24 @@ bool SafeFile::failFlushing()
     return false;
 }
 
+// What root, or another one of a group, replaces stays its owner's, as far as the one who replaces it may do so.
+static void keepOwner(const QSaveFile &file)
+{
+    struct stat former = {};
+    if (::stat(QFile::encodeName(file.fileName()).constData(), &former) != 0)
+        return;
+    if (::fchown(file.handle(), former.st_uid, former.st_gid) != 0)
+        (void)!::fchown(file.handle(), uid_t(-1), former.st_gid);
+}
+
 bool SafeFile::commit()
 {
-    if (m_saveFile) // a commit that fails keeps no reason
-        return (m_saveFile->flush() || failFlushing()) && m_saveFile->commit();
+    if (m_saveFile) { // a commit that fails keeps no reason
+        if (!m_saveFile->flush())
+            return failFlushing();
+        keepOwner(*m_saveFile);
+        return m_saveFile->commit();
+    }
     const bool written = m_device->flush() && m_device->error() == QFileDevice::NoError;
     m_device->close();
     return written;

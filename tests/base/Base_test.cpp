@@ -16,6 +16,7 @@
 #include <csignal>
 #include <random>
 #include <sys/resource.h>
+#include <unistd.h>
 
 using namespace Qt::StringLiterals;
 
@@ -213,10 +214,11 @@ TEST(Pattern, StarsTakeWhatTheyMustInReasonableTime)
     EXPECT_TRUE(wildcardPattern(hard).match(u"a"_s.repeated(5000) + u"cd"_s).hasMatch()) << "within the regex limits";
 }
 
-TEST(SafeFile, KeepsTheOldFileUntilCommitAndItsPermissions)
+TEST(SafeFile, KeepsTheOldFileUntilCommitAndItsPermissionsAndOwner)
 {
     const TemporaryFolder folder;
     const QString path = folder.write("file", "old");
+    const bool isRoot = ::chown(QFile::encodeName(path).constData(), 2, 3) == 0;
     QFile::setPermissions(path, QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner);
     {
         SafeFile dropped(path);
@@ -227,6 +229,8 @@ TEST(SafeFile, KeepsTheOldFileUntilCommitAndItsPermissions)
     writeFileSafely(path, "new");
     EXPECT_EQ(folder.read("file"), "new");
     EXPECT_TRUE(QFileInfo(path).isExecutable());
+    EXPECT_EQ(QFileInfo(path).ownerId(), isRoot ? 2 : ::geteuid());
+    EXPECT_EQ(QFileInfo(path).groupId(), isRoot ? 3 : ::getegid());
     EXPECT_THROW(writeFileSafely(folder.path("missing/file"), "x"), HException);
     EXPECT_THROW(writeFileSafely(folder.root(), "x"), HException);
 }

@@ -240,19 +240,19 @@ struct CommandRecord::Section
 // Not flushed to the disk: after a crash of the machine the checksum tells, and a lost record costs little.
 bool CommandRecord::save()
 {
-    if (m_changed.empty() || m_path.isEmpty())
+    if (m_path.isEmpty())
         return true;
-    bool isSaved;
-    if (m_outputs.isEmpty()) { // behind a clean
+    bool isSaved = true;
+    if (m_outputs.isEmpty() && !m_changed.empty()) { // behind a clean
         isSaved = !QFile::exists(m_path) || QFile::remove(m_path);
         m_fileSize = 0;
-    } else {
+    } else if (!m_changed.empty()) {
         isSaved = append() || replace();
     }
     if (isSaved) {
         m_changed.clear();
         if (std::exchange(m_hasBegun, false))
-            QFile::remove(begunPath());
+            QFile::remove(begunPath()); // also when it says what the record says already
     }
     return isSaved;
 }

@@ -222,7 +222,8 @@ void BuildEngine::runPreBuild(const ProjectElement *project, const QString &conf
         const int stepsBefore = m_stepsDone;
         const bool isNeeded =
             buildElement(project, configuration, &nobody, still, BuildFlag::dryRun | (flags & BuildFlag::noUnity));
-        if ((!isNeeded && m_stepsDone == stepsBefore) || !m_state.goesOn())
+        const bool hasFailed = std::exchange(m_state.failed, false); // the build itself tells what is wrong
+        if ((!isNeeded && !hasFailed && m_stepsDone == stepsBefore) || !m_state.goesOn())
             return;
     }
     runProjectCommand(command, m_system.expandedValue(project, pre_build_command_wd, configuration),

@@ -31,7 +31,7 @@ QStringList batchConfigurations(const StandardProjectSystem &system, const Proje
         system.value(project, ProjectProperty::batch_build_configurations, u"Common"_s).split(u';', Qt::SkipEmptyParts);
     const ProjectElement *solution = solutionOf(project);
     if (wanted == QStringList{u"Common"_s})
-        return system.publicConfigurations(solution);
+        return system.configurationNames(solution, ProjectSystem::PublicConfigurations);
     const QStringList names =
         system.configurationNames(solution, ProjectSystem::PrivateConfigurations | ProjectSystem::PublicConfigurations);
     QStringList result;

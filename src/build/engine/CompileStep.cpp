@@ -88,6 +88,8 @@ bool ElementBuild::compile(ToolKind kind)
         noteUpToDate(plan.target, "' is up to date"_L1);
         return false;
     }
+    if (isOwnInput(plan.absoluteTarget, QStringList(plan.source) + plan.members))
+        return false;
     if (removes()) {
         removeFile(plan.absoluteTarget);
         removeFile(absolute(m_tools.dependencyFileName(m_element, m_configuration, plan.target, false)));
@@ -291,7 +293,9 @@ void ElementBuild::runCompile(ToolKind kind, const CompilePlan &plan)
     const QString name = m_element->displayName();
     const CompileSteps steps = compileSteps(kind, plan);
     if (!steps.preWords.isEmpty()) {
-        runStep("Pre-compile command "_L1 + name, {{steps.preDirectory, steps.preWords, steps.preOutput}});
+        const bool isInPlace = steps.preOutput == plan.source; // no output, which goes when a command fails
+        runStep("Pre-compile command "_L1 + name,
+                {{steps.preDirectory, steps.preWords, isInPlace ? QString() : steps.preOutput}});
         if (!goesOn())
             return;
     }

@@ -92,7 +92,7 @@ bool ElementBuild::isPassedOver(ToolKind kind)
         return false;
     if (m_builder)
         m_builder->reportInfo(u'\'' + m_element->displayName() + "' is passed over because "_L1 + cause + " failed"_L1);
-    if (isProject && !m_engine.hasFailed(m_element, m_configuration))
+    if (isProject && !(m_flags & BuildFlag::noRun) && !m_engine.hasFailed(m_element, m_configuration))
         m_engine.jobFailed(m_element, m_configuration);
     return true;
 }
@@ -115,6 +115,11 @@ bool ElementBuild::buildUnityMembers()
     m_macros = unityMacros(m_system, m_element, m_configuration);
     const QString path = unityFileName(m_system, m_element, m_configuration);
     const UnityFiles files = unityFiles(m_system, m_element, m_configuration);
+    QStringList sources;
+    for (const ProjectElement *file : files.members + files.excluded)
+        sources += m_system.path(file, m_configuration);
+    if (isOwnInput(path, sources))
+        return false;
     if (removes())
         removeFile(path);
     if (!(m_flags & (BuildFlag::noRun | BuildFlag::analyze)) && !writeUnityFile(path, files))
@@ -303,6 +308,16 @@ void ElementBuild::removeFile(const QString &path)
         m_builder->reportInfo("Remove "_L1 + path);
     else
         m_builder->reportError("Cannot remove "_L1 + path);
+}
+
+bool ElementBuild::isOwnInput(const QString &target, const QStringList &inputs)
+{
+    const QString path = absolute(target);
+    const bool isOwn = !target.isEmpty() && std::any_of(inputs.begin(), inputs.end(),
+                                                        [&](const QString &input) { return absolute(input) == path; });
+    if (isOwn)
+        fail("The output "_L1 + target + " is one of its own inputs"_L1);
+    return isOwn;
 }
 
 void ElementBuild::noteUpToDate(const QString &target, QLatin1StringView end)

@@ -96,6 +96,8 @@ private:
     void runStep(const QString &title, const Commands &commands);
     ToolRequest request(ToolKind kind, const QString &target, const QStringList &inputs) const;
     void removeFile(const QString &path); // absolute
+    // Fails the build then: the output would be removed or cut off before its command reads it.
+    bool isOwnInput(const QString &target, const QStringList &inputs);
     void noteUpToDate(const QString &target, QLatin1StringView end);
     void outputMade(const QString &output, quint64 hash); // absolute; hash 0: no command of ours made it
     void anythingMade();

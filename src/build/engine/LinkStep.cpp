@@ -54,6 +54,8 @@ bool ElementBuild::linkOrArchive(ToolKind kind)
         noteUpToDate(plan.target, "' is up to date"_L1);
         return false;
     }
+    if (isOwnInput(plan.absoluteTarget, plan.inputs))
+        return false;
     if (removes())
         removeLinkOutputs(plan, false);
     if (!runsTools())

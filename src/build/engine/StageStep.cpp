@@ -31,6 +31,8 @@ bool ElementBuild::stageFile()
             noteUpToDate(target, "' is up to date."_L1);
             return false;
         }
+        if (isOwnInput(target, {m_system.path(m_element, m_configuration)}))
+            return false;
         if (removes())
             removeFile(absolute(target));
     }
@@ -77,6 +79,8 @@ bool ElementBuild::combine()
         noteUpToDate(target, "' is up to date"_L1);
         return false;
     }
+    if (isOwnInput(target, inputs))
+        return false;
     if (removes() && !target.isEmpty())
         removeFile(absolute(target));
     if (runsTools())

@@ -179,9 +179,15 @@ TEST(CommandRecord, KnowsWhatAKilledBuildHasBegunAndMade)
     }
     folder.write("new folder/commands.begun", folder.read("new folder/commands.begun").chopped(1));
     expectKnown("not saved");
-    EXPECT_TRUE(CommandRecord(path).save());
-    EXPECT_EQ(QDir(folder.path("new folder")).entryList(QDir::Files), QStringList(u"commands"_s));
+    const auto expectSaved = [&](CommandRecord &&record) {
+        EXPECT_TRUE(record.save());
+        EXPECT_EQ(QDir(folder.path("new folder")).entryList(QDir::Files), QStringList(u"commands"_s));
+    };
+    expectSaved(CommandRecord(path));
     expectKnown("saved by the next build");
+    CommandRecord again(path);
+    again.begin(u"begun \u00fc.o"_s); // and still not made, which is no change
+    expectSaved(std::move(again));
 }
 
 TEST(CommandRecord, WaitsForNoPipe)

@@ -50,6 +50,14 @@ TEST_F(ElementBuild, PreCompileOutputIsWhatIsCompiled)
     ASSERT_EQ(started().size(), 2);
     EXPECT_TRUE(QFile::exists(folder.path("made.c")));
     EXPECT_TRUE(started()[1].contains(" -xc "_L1 + folder.path("made.c") + u' ')) << qPrintable(started()[1]);
+    // A command that works on the source itself makes nothing that goes when the compiler fails.
+    load("<project Name=\"p\"><configuration Name=\"Common\" compile_pre_build_command=\"tidy\" "
+         "compile_pre_build_command_output_file_name=\"$(InputPath)\"/><file file_name=\"a.c\"/></project>");
+    for (const char *failing : {"compile", "tidy"}) {
+        events.failing = {QLatin1String(failing)};
+        EXPECT_EQ(build(1, BuildFlag::force), BuildResult::Failed);
+        EXPECT_EQ(folder.read("a.c"), "x") << failing;
+    }
 }
 
 TEST_F(ElementBuild, RebuildDeletesAndCleanOnlyDeletes)
@@ -137,8 +145,32 @@ TEST_F(ElementBuild, AnObjectMustNotComeTwice)
     write("sub/a.c", 10);
     load("<project Name=\"p\"><file file_name=\"a.c\"/><file file_name=\"sub/a.c\"/></project>");
     EXPECT_EQ(build(1), BuildResult::Failed);
-    EXPECT_EQ(told("error"), QStringList{u"The object file obj/p/a.o has been supplied more than once"_s});
+    const QStringList twice{u"The object file obj/p/a.o has been supplied more than once"_s};
+    EXPECT_EQ(told("error"), twice);
+    load("<project Name=\"p\"><file file_name=\"a.c\"/><file file_name=\"sub/a.c\"/></project>",
+         "pre_build_command=\"before\"");
+    EXPECT_EQ(build(1), BuildResult::Failed);
+    EXPECT_EQ(told("error"), twice) << "not only by the check before the pre-build command, which tells nothing";
     EXPECT_FALSE(started().contains(u"link out/p.elf"_s));
+}
+
+TEST_F(ElementBuild, WhatIsBuiltFromIsNeverRemovedAsAnOutput)
+{
+    for (const char *attributes :
+         {"project_type=\"Staging\" stage_output_filepath=\"$(RelInputPath)\"",
+          "project_type=\"Combining\" combine_output_filepath=\"sub/../a.c\"", "build_object_file_name=\"a.c\"",
+          "unity_build_file_name=\"a.c\"", "build_output_file_name=\"lib.a\" linker_additional_files=\"lib.a\""}) {
+        write("a.c", 10);
+        const QString library = write("lib.a", 10);
+        load(QByteArray("<project Name=\"p\"><configuration Name=\"Common\" ") + attributes +
+             "/><folder Name=\"f\"><file file_name=\"a.c\"/></folder></project>");
+        for (const BuildFlags flags : {BuildFlag::clean, BuildFlag::rebuild}) {
+            EXPECT_EQ(build(1, flags), BuildResult::Failed) << attributes;
+            EXPECT_EQ(told("error").size(), 1) << attributes;
+            EXPECT_TRUE(QFile::exists(library)) << attributes;
+            EXPECT_EQ(folder.read("a.c"), "x") << attributes;
+        }
+    }
 }
 
 TEST_F(ElementBuild, AnUnacceptableOutputFailsTheLink)

@@ -69,8 +69,8 @@ TEST_F(JobScheduler, KeepGoingBuildsWhatCanBeBuilt)
     write("b.c", 10);
     write("l.c", 10);
     write("z.c", 10);
-    load("<project Name=\"app\"><configuration Name=\"Common\" project_dependencies=\"lib\"/>"
-         "<file file_name=\"a.c\"/><file file_name=\"b.c\"/></project>"
+    load("<project Name=\"app\"><configuration Name=\"Common\" project_dependencies=\"lib\" "
+         "pre_build_command=\"before\"/><file file_name=\"a.c\"/><file file_name=\"b.c\"/></project>"
          "<project Name=\"lib\"><configuration Name=\"Common\" project_type=\"Library\"/><file "
          "file_name=\"l.c\"/></project>"
          "<project Name=\"other\"><file file_name=\"z.c\"/></project>"
@@ -79,8 +79,8 @@ TEST_F(JobScheduler, KeepGoingBuildsWhatCanBeBuilt)
     events.failing = {u"l.c"_s};
     for (int slotCount : {1, 3}) {
         EXPECT_EQ(build(slotCount, BuildFlag::keepGoing | BuildFlag::force), BuildResult::Complete);
-        EXPECT_EQ(started(), (QStringList{u"compile l.c"_s, u"compile a.c"_s, u"compile b.c"_s, u"compile z.c"_s,
-                                          u"link out/other.elf"_s}));
+        EXPECT_EQ(started(), (QStringList{u"compile l.c"_s, u"before"_s, u"compile a.c"_s, u"compile b.c"_s,
+                                          u"compile z.c"_s, u"link out/other.elf"_s}));
         EXPECT_EQ(engine.failureCount(), 3) << "lib's file, and app and stage, which need lib";
         EXPECT_TRUE(
             told("info").contains(u"Build failed - continuing because 'keep going on error' has been enabled"_s));
@@ -88,6 +88,9 @@ TEST_F(JobScheduler, KeepGoingBuildsWhatCanBeBuilt)
              {"'lib' is passed over because one of its own steps failed", "'app' is passed over because 'lib' failed",
               "'z.c' is passed over because 'lib' failed"})
             EXPECT_TRUE(told("info").contains(QLatin1String(line))) << line;
+        build(slotCount, BuildFlag::keepGoing);
+        EXPECT_EQ(started(), QStringList{u"compile l.c"_s}) << "what app needs before its own files isn't needed";
+        EXPECT_TRUE(told("info").contains(u"'app' is passed over because 'lib' failed"_s)) << "as it is when forced";
     }
 }
 
@@ -175,6 +178,14 @@ TEST_F(JobScheduler, BatchBuildsTheProjectsOwnConfigurations)
     EXPECT_EQ(build(project("app"), 1, BuildFlag::force, true), BuildResult::Complete);
     EXPECT_EQ(started(),
               (QStringList{u"compile x.c"_s, u"link Release/app.elf"_s, u"compile x.c"_s, u"link Debug/app.elf"_s}));
+    // "Common" is every public one that is for this platform, also those of the solution that imports the project's.
+    folder.write("inner.vnProject", "<!DOCTYPE Veldane_Project_File><solution><project Name=\"app\"><configuration "
+                                    "Name=\"Common\" batch_build_configurations=\"Common\" "
+                                    "build_output_directory=\"$(Configuration)\"/></project></solution>");
+    load("<import file_name=\"inner.vnProject\"/><configuration Name=\"Hidden\" hidden=\"Yes\"/>"
+         "<configuration Name=\"Elsewhere\" Platform=\"elsewhere\"/>");
+    EXPECT_EQ(build(project("app"), 1, BuildFlag::force, true), BuildResult::Complete);
+    EXPECT_EQ(started(), (QStringList{u"link Debug/app.elf"_s, u"link Release/app.elf"_s}));
 }
 
 TEST_F(JobScheduler, ProjectCommandsRunAroundTheJobs)
