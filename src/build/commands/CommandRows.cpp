@@ -169,28 +169,39 @@ void ArgumentRows::addExpanded(const CommandRow &row, const QStringList &items)
         addEach(row, {expand(item)});
 }
 
-// One that is named and missing isn't passed on, and without it the linker says strange things.
+// Whether the link is to read the file of this row: not a document beside a linker script or what stands for it.
+bool ArgumentRows::isLinkFileWanted(const CommandRow &row) const
+{
+    if (m_system.isYes(m_request.element, link_use_linker_script_file, m_request.configuration))
+        return row.form == Script;
+    if (row.form == MemoryMap)
+        return value(linker_section_placements_segments).isEmpty();
+    return row.form == Placement && value(row.property) != m_system.schema()[row.property].defaultValue;
+}
+
+// One that is missing isn't passed on, unless a pre-link command may make it. What is linked without one that is
+// wanted would run nowhere.
 void ArgumentRows::addLinkFile(const CommandRow &row)
 {
     const ProjectElement *element = m_request.element;
     const QString &configuration = m_request.configuration;
     const QString name = expandedValue(row.property);
     const bool isScript = row.form == Script, isMap = row.form == MemoryMap;
-    const std::optional<QString> path = isScript ? m_tools.linkerScript(element, configuration)
-                                        : isMap  ? m_tools.memoryMapFile(element, configuration)
-                                                 : m_tools.sectionPlacementFile(element, configuration);
+    std::optional<QString> path = isScript ? m_tools.linkerScript(element, configuration)
+                                  : isMap  ? m_tools.memoryMapFile(element, configuration)
+                                           : m_tools.sectionPlacementFile(element, configuration);
+    const bool isMissed = !path && !name.isEmpty() && isLinkFileWanted(row);
+    if (isMissed && !value(linker_pre_build_command).isEmpty())
+        path = m_system.absolutePath(element, name);
     if (path && isScript)
-        return addEach(row, {*path});
-    if (path)
-        return addPair(row, m_system.relativePath(element, *path));
-    const bool isMissed = isScript ? m_system.isYes(element, link_use_linker_script_file, configuration)
-                          : isMap  ? value(linker_section_placements_segments).isEmpty()
-                                   : value(row.property) != m_system.schema()[row.property].defaultValue;
-    if (isMissed && !name.isEmpty())
-        warnings += (isScript ? "Cannot find linker script file: "_L1
-                     : isMap  ? "Cannot find memory map file: "_L1
-                              : "Cannot find section placement file: "_L1) +
-                    name;
+        addEach(row, {*path});
+    else if (path)
+        addPair(row, m_system.relativePath(element, *path));
+    else if (isMissed && error.isEmpty())
+        error = (isScript ? "Cannot find linker script file: "_L1
+                 : isMap  ? "Cannot find memory map file: "_L1
+                          : "Cannot find section placement file: "_L1) +
+                name;
 }
 
 QString ArgumentRows::normalizedInclude(const QString &directory) const

@@ -56,7 +56,6 @@ public:
     QStringList arguments;
     bool isOwn = false; // what was added may differ between nodes of one context
     QString error;      // the first
-    QStringList warnings;
 
 private:
     QString value(ProjectProperty property) const;
@@ -67,6 +66,7 @@ private:
     void addPair(const CommandRow &row, const QString &text);
     void addEach(const CommandRow &row, const QStringList &items);
     void addExpanded(const CommandRow &row, const QStringList &items);
+    bool isLinkFileWanted(const CommandRow &row) const;
     void addLinkFile(const CommandRow &row);
     void addIncludes(const CommandRow &row);
     void addGroups();

@@ -298,14 +298,10 @@ const ToolCommands::Template &ToolCommands::templateOf(const ToolRequest &reques
             made.pieces.back().arguments += all.arguments;
         else
             made.pieces.push_back({all.arguments, {}, nullptr});
-        if (!all.isOwn) {
-            made.warnings += all.warnings;
-            if (made.error.isEmpty())
-                made.error = all.error;
-        }
+        if (!all.isOwn && made.error.isEmpty())
+            made.error = all.error;
         all.arguments.clear();
         all.error.clear();
-        all.warnings.clear();
         all.isOwn = false;
     }
     for (Template::Piece &piece : made.pieces)
@@ -344,14 +340,13 @@ ToolCommand ToolCommands::command(const ToolRequest &request)
     const Template &made = templateOf(request);
     ArgumentRows all(*this, m_system, m_genericOptions, request);
     all.error = made.error;
-    all.warnings = made.warnings;
     for (const Template::Piece &piece : made.pieces) {
         if (piece.row)
             all.add(*piece.row);
         else
             all.arguments += piece.arguments;
     }
-    return {made.directory, all.arguments, inputsOf(request), all.error, all.warnings, made.programs};
+    return {made.directory, all.arguments, inputsOf(request), all.error, made.programs};
 }
 
 quint64 ToolCommands::hash(const ToolRequest &request, const QStringList &more, QString &error)
@@ -447,8 +442,6 @@ void ToolCommands::toolCommands(const ToolRequest &request, Builder &builder)
     if (!isCompile(request.kind) && !writeInputsFile(request, made.inputs, builder))
         return;
     builder.beginStep(request.element, stepTitle(request), request.configuration, 0);
-    for (const QString &warning : made.warnings)
-        builder.reportWarning(warning);
     builder.runCommand(made.directory, made.arguments, request.absoluteTarget);
     if (m_state.goesOn())
         builder.endStep(request.element, request.configuration);

@@ -33,7 +33,6 @@ struct ToolCommand
     QStringList arguments; // the program first
     QStringList inputs;    // lines of the inputs file, of a link or archive
     QString error;         // why it can't be made; empty if it can
-    QStringList warnings;  // files that are named and missing
     QStringList programs;  // stamps of what runs
 };
 
@@ -140,7 +139,6 @@ private:
         QString directory;
         QStringList programs; // stamps of the driver and of the compiler
         QString error;
-        QStringList warnings;
     };
 
     const Template &templateOf(const ToolRequest &request);

@@ -68,9 +68,6 @@ const CommandRowCase commandRowCases[] = {
      "app",
      "CC -v -inputfiles o/app.ind -memorymap map.xml -memorymapmacros A=1;B=app -placementsegments FLASH RX 0x0 0x1000 "
      "-placement place.xml -placementmacros C=2 -printf=l -scanf=l -M -o out/app.elf"},
-    {"files that aren't there", R"(linker_memory_map_file="none.xml" linker_section_placement_file="none.xml"
-        link_linker_script_file="none.ld" link_use_linker_script_file="Yes")",
-     "app", "CC -v -inputfiles o/app.ind -printf=l -scanf=l -M -o out/app.elf"},
     {"a link of C++", R"(cpp_enable_exceptions="Yes" cpp_enable_rtti="Yes")", "app",
      "CC -v -inputfiles o/app.ind -exceptions -rtti -printf=l -scanf=l -M -o out/app.elf"},
     {"output format, map file, libraries",
@@ -268,17 +265,19 @@ TEST_F(CommandsTest, FailWithoutRunningAnything)
     EXPECT_EQ(shown(builder.notes.join(u',')), u"error Cannot open file: P/s.vnProject/o/app.ind"_s);
 }
 
-TEST_F(CommandsTest, WarnOfFilesThatAreNamedAndMissing)
+TEST_F(CommandsTest, WithoutWhatTheLinkerShouldReadFail)
 {
     struct Row
     {
-        const char *attributes, *warning;
+        const char *attributes, *error;
     };
     const Row rows[] = {
         {"", ""},
         {R"x(linker_memory_map_file="$(Configuration).xml")x", "Cannot find memory map file: Debug.xml"},
         {R"(linker_memory_map_file="no.xml" linker_section_placements_segments="FLASH RX 0 10")", ""},
         {R"(linker_section_placement_file="no.xml")", "Cannot find section placement file: no.xml"},
+        {R"(linker_memory_map_file="no.xml" link_linker_script_file="s.vnProject" link_use_linker_script_file="Yes")",
+         ""},
         {R"(link_linker_script_file="no.ld")", ""},
         {R"(link_linker_script_file="no.ld" link_use_linker_script_file="Yes")",
          "Cannot find linker script file: no.ld"},
@@ -287,9 +286,12 @@ TEST_F(CommandsTest, WarnOfFilesThatAreNamedAndMissing)
         load(row.attributes);
         builder.notes.clear();
         tools.toolCommands(request("app"), builder);
-        EXPECT_EQ(builder.notes.filter(u"warning"_s).join(u','),
-                  QString::fromLatin1(*row.warning ? "warning " : "") + QString::fromLatin1(row.warning))
+        EXPECT_EQ(builder.notes.filter(u"error"_s).join(u','),
+                  QString::fromLatin1(*row.error ? "error " : "") + QString::fromLatin1(row.error))
             << row.attributes;
+        EXPECT_EQ(state.failed, *row.error != 0);
+        EXPECT_FALSE(tools.command(request("app")).arguments.join(u' ').contains("no."_L1)) << row.attributes;
+        state.failed = false;
     }
 }
 
