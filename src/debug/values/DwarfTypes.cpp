@@ -7,6 +7,7 @@ using namespace Qt::StringLiterals;
 namespace {
 
 constexpr int maximumMembers = 1 << 16;          // of one type, those of anonymous members included
+constexpr int maximumNameEntries = 10'000;       // of one name: function types may take each other
 constexpr qsizetype maximumParameters = 1 << 16; // of one function type, characters of their names
 
 // The children of an entry, for a loop.
@@ -188,19 +189,20 @@ bool DwarfTypes::isArrayOfQualified(DwarfDebuggingInformationEntry entry, quint3
 
 QString DwarfTypes::typeName(DwarfDebuggingInformationEntry entry) const
 {
-    return typeName(entry, 0);
+    int entriesLeft = maximumNameEntries;
+    return typeName(entry, 0, entriesLeft);
 }
 
-QString DwarfTypes::typeName(DwarfDebuggingInformationEntry entry, int depth) const
+QString DwarfTypes::typeName(DwarfDebuggingInformationEntry entry, int depth, int &entriesLeft) const
 {
-    if (!entry || depth > maximumDepth)
+    if (!entry || depth > maximumDepth || --entriesLeft < 0)
         return {};
     const DwarfDebuggingInformationEntry target = entry.target(DW_AT_type);
     const auto targetOr = [&](const char *otherwise) {
-        return target ? typeName(target, depth + 1) : QString::fromLatin1(otherwise);
+        return target ? typeName(target, depth + 1, entriesLeft) : QString::fromLatin1(otherwise);
     };
     switch (entry.tag()) {
-    case DW_TAG_array_type: return typeName(target, depth + 1) + u"[]"_s;
+    case DW_TAG_array_type: return typeName(target, depth + 1, entriesLeft) + u"[]"_s;
     case DW_TAG_class_type:
     case DW_TAG_enumeration_type:
     case DW_TAG_structure_type:
@@ -217,8 +219,9 @@ QString DwarfTypes::typeName(DwarfDebuggingInformationEntry entry, int depth) co
         qsizetype length = 0;
         for (const auto child : Children(entry)) {
             if (child.tag() == DW_TAG_formal_parameter)
-                length += parameters.emplace_back(typeName(child.target(DW_AT_type), depth + 1)).size() + 2;
-            if (length > maximumParameters)
+                length +=
+                    parameters.emplace_back(typeName(child.target(DW_AT_type), depth + 1, entriesLeft)).size() + 2;
+            if (length > maximumParameters || --entriesLeft < 0)
                 break; // types that refer to each other grow without end
         }
         return targetOr("void") + u'(' + parameters.join(u", "_s) + u')';

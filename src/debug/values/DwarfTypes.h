@@ -75,7 +75,7 @@ public:
 
 private:
     quint32 sizeOf(DwarfDebuggingInformationEntry entry, bool &incomplete, int depth) const;
-    QString typeName(DwarfDebuggingInformationEntry entry, int depth) const;
+    QString typeName(DwarfDebuggingInformationEntry entry, int depth, int &entriesLeft) const;
     static bool isArrayOfQualified(DwarfDebuggingInformationEntry entry, quint32 qualifier);
     void appendMembers(std::vector<TypeMember> &members, DwarfDebuggingInformationEntry type, quint32 start, int depth,
                        int &membersLeft) const;
