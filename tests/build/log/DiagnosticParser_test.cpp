@@ -223,26 +223,18 @@ TEST(CompilerDiagnosticParser, KnowsWhatBelongsToARecord)
     EXPECT_FALSE(parser.isContinuation());
     EXPECT_TRUE(parser.parse(u"a.c:4:2: error: x"_s, bookmark, true));
     EXPECT_EQ(bookmark.context, QStringList{u"a.c: In function 'f':"_s});
-    for (const auto &line : {u"    4 | { x }"_s, u"      |   ^"_s}) {
-        EXPECT_FALSE(parser.parse(line, bookmark, true));
-        EXPECT_TRUE(parser.isContinuation()) << line.toStdString();
-    }
+    const auto expectExcerpts = [&](const QStringList &lines) {
+        for (const QString &line : lines) {
+            EXPECT_FALSE(parser.parse(line, bookmark, true));
+            EXPECT_TRUE(parser.isContinuation()) << line.toStdString();
+        }
+    };
+    expectExcerpts({u"    4 | { x }"_s, u"      |   ^"_s});
+    // Clang's have no gutter, and an underline may begin at the first column.
+    EXPECT_TRUE(parser.parse(u"a.c:5:1: error: y"_s, bookmark, true));
+    expectExcerpts({u"bogus r1"_s, u"^    ~~"_s});
     EXPECT_FALSE(parser.parse(u"compilation terminated."_s, bookmark, true));
     EXPECT_FALSE(parser.isContinuation());
-}
-
-// Clang's, which has no gutter: an underline may begin at the first column.
-TEST(CompilerDiagnosticParser, KnowsAnUnderlineAtTheFirstColumn)
-{
-    TemporaryFolder folder;
-    folder.write("a.S", "");
-    CompilerDiagnosticParser parser(folder.root(), u"clang"_s);
-    Bookmark bookmark;
-    EXPECT_TRUE(parser.parse(u"a.S:3:1: error: invalid instruction"_s, bookmark, true));
-    for (const auto &line : {u"bogus r1"_s, u"^    ~~"_s}) {
-        EXPECT_FALSE(parser.parse(line, bookmark, true));
-        EXPECT_TRUE(parser.isContinuation()) << line.toStdString();
-    }
 }
 
 TEST(CompilerDiagnosticParser, FollowsMakeIntoFolders)
